@@ -1,0 +1,221 @@
+// The archive: one symmetric stream that either stores values or loads them back.
+// Encoding: little-endian, no padding, no type tags; bool and unsigned char 1 byte,
+// int, long and unsigned long 4 bytes, double the 8-byte IEEE-754 pattern.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <iosfwd>
+#include <limits>
+#include <set>
+#include <type_traits>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "mvbase/exception.h"
+#include "mvbase/export.h"
+#include "mvbase/geometry.h"
+
+/// A persistence stream, storing or loading. Values pass through operator|| in both
+/// directions, so one routine per class serves both.
+class MVBASE_API mvArchive {
+ public:
+  /// Root of the archive's own errors.
+  class MVBASE_API Errors : public mvExceptionWithString {
+   public:
+    Errors();
+    explicit Errors(const std::wstring& message);
+    void suicideAndRethrow() override;
+    static mvPersistent* make();
+  };
+
+  /// The archive holds a version that the reading code does not know.
+  class MVBASE_API UnknownVersion : public Errors {
+   public:
+    UnknownVersion();
+    /// Names where the unknown version was met: a module (or class name) and a line.
+    UnknownVersion(const char* file, int line);
+    const std::string& file() const { return file_; }
+    int line() const { return line_; }
+    void suicideAndRethrow() override;
+    static mvPersistent* make();
+
+   private:
+    std::string file_;
+    int line_ = 0;
+  };
+
+  /// Loading ran past the end of the data.
+  class MVBASE_API EndOfData : public Errors {
+   public:
+    EndOfData();
+    void suicideAndRethrow() override;
+    static mvPersistent* make();
+  };
+
+  /// A value cannot be stored in the archive's encoding (a long outside 32 bits), or the
+  /// data are inconsistent (a count larger than the bytes left).
+  class MVBASE_API BadData : public Errors {
+   public:
+    BadData();
+    explicit BadData(const std::wstring& message);
+    void suicideAndRethrow() override;
+    static mvPersistent* make();
+  };
+
+  virtual ~mvArchive();
+  mvArchive(const mvArchive&) = delete;
+  mvArchive& operator=(const mvArchive&) = delete;
+
+  bool isLoading() const { return loading_; }
+  bool isStoring() const { return !loading_; }
+
+  mvArchive& operator||(bool& v);
+  mvArchive& operator||(int& v);
+  mvArchive& operator||(long& v);
+  mvArchive& operator||(unsigned long& v);
+  mvArchive& operator||(double& v);
+  mvArchive& operator||(unsigned char& v);
+  /// Reads one unsigned long (loading only).
+  mvArchive& operator>>(unsigned long& v);
+
+  /// Bytes left to read when loading (the maximum of size_t when unknown or storing).
+  virtual std::size_t bytesLeft() const;
+  /// Throws BadData when loading and fewer than count * elementSize bytes are left; loaders
+  /// call it before allocating for a count read from the archive.
+  void checkCount(unsigned long count, std::size_t elementSize) const;
+
+  /// Visited marks of this archive operation (see mvPersistent).
+  bool haveVisited(const void* object, std::size_t size) const;
+  void setVisited(const void* object, std::size_t size);
+
+ protected:
+  explicit mvArchive(bool loading);
+  /// Writes n bytes.
+  virtual void write_(const unsigned char* bytes, std::size_t n) = 0;
+  /// Reads n bytes or throws EndOfData, leaving the position unchanged.
+  virtual void read_(unsigned char* bytes, std::size_t n) = 0;
+
+ private:
+  void raw_(unsigned char* bytes, std::size_t n);
+  bool loading_;
+  std::set<std::pair<const void*, std::size_t>> visited_;
+};
+
+/// An archive over bytes in memory.
+class MVBASE_API mvMemoryArchive : public mvArchive {
+ public:
+  /// A storing archive.
+  mvMemoryArchive();
+  /// A loading archive over a copy of the bytes.
+  explicit mvMemoryArchive(const std::vector<unsigned char>& bytes);
+  /// A loading archive over a copy of n bytes.
+  mvMemoryArchive(const unsigned char* bytes, std::size_t n);
+  ~mvMemoryArchive() override;
+
+  /// The bytes stored so far (or the bytes being loaded).
+  const std::vector<unsigned char>& bytes() const { return bytes_; }
+  /// True when loading has consumed every byte.
+  bool atEnd() const { return pos_ >= bytes_.size(); }
+  std::size_t bytesLeft() const override;
+
+ protected:
+  void write_(const unsigned char* bytes, std::size_t n) override;
+  void read_(unsigned char* bytes, std::size_t n) override;
+
+ private:
+  std::vector<unsigned char> bytes_;
+  std::size_t pos_ = 0;
+};
+
+/// An archive over a standard stream, with the same encoding; files are the caller's.
+class MVBASE_API mvStreamArchive : public mvArchive {
+ public:
+  explicit mvStreamArchive(std::ostream& out);
+  explicit mvStreamArchive(std::istream& in);
+  ~mvStreamArchive() override;
+
+ protected:
+  void write_(const unsigned char* bytes, std::size_t n) override;
+  void read_(unsigned char* bytes, std::size_t n) override;
+
+ private:
+  std::ostream* out_ = nullptr;
+  std::istream* in_ = nullptr;
+};
+
+/// Persists one unsigned char.
+inline mvArchive& operator||(mvArchive& ar, unsigned char& v) { return ar.operator||(v); }
+
+/// Persists an enumeration as an unsigned long.
+template <typename E, typename = std::enable_if_t<std::is_enum<E>::value>>
+mvArchive& mfArchiveEnum(mvArchive& ar, E& e) {
+  if (ar.isStoring()) {
+    unsigned long v = static_cast<unsigned long>(e);
+    ar || v;
+  } else {
+    unsigned long v = 0;
+    ar >> v;
+    e = static_cast<E>(v);
+  }
+  return ar;
+}
+
+namespace mvbase_detail {
+/// Smallest number of bytes an element of type T takes in the archive; used to bound
+/// counts before allocating.
+template <typename T>
+constexpr std::size_t minArchivedSize() {
+  return std::is_same<T, bool>::value || std::is_same<T, unsigned char>::value ? 1
+         : std::is_same<T, double>::value                                       ? 8
+                                                                                : 1;
+}
+template <>
+constexpr std::size_t minArchivedSize<long>() {
+  return 4;
+}
+template <>
+constexpr std::size_t minArchivedSize<int>() {
+  return 4;
+}
+template <>
+constexpr std::size_t minArchivedSize<unsigned long>() {
+  return 4;
+}
+}  // namespace mvbase_detail
+
+/// Persists a vector: container version byte 0, count (unsigned long), elements in order.
+template <typename T>
+mvArchive& operator||(mvArchive& ar, std::vector<T>& v) {
+  unsigned char version = 0;
+  ar || version;
+  if (version != 0) throw mvArchive::UnknownVersion(nullptr, 0);
+  unsigned long count = static_cast<unsigned long>(v.size());
+  ar || count;
+  if (ar.isLoading()) {
+    ar.checkCount(count, mvbase_detail::minArchivedSize<T>());
+    v.clear();
+    v.resize(count);
+  }
+  for (auto& e : v) {
+    if constexpr (std::is_same<T, bool>::value) {
+      bool b = e;
+      ar || b;
+      e = b;
+    } else {
+      ar || e;
+    }
+  }
+  return ar;
+}
+
+MVBASE_API mvArchive& operator||(mvArchive& ar, mvVector<2>& v);
+MVBASE_API mvArchive& operator||(mvArchive& ar, mvVector<3>& v);
+/// Version byte 0, x, y.
+MVBASE_API mvArchive& operator||(mvArchive& ar, mvPair<long>& p);
+MVBASE_API mvArchive& operator||(mvArchive& ar, mvRange& r);
+MVBASE_API mvArchive& operator||(mvArchive& ar, mvAngleRange& r);
+MVBASE_API mvArchive& operator||(mvArchive& ar, mvXform<2>& x);
+MVBASE_API mvArchive& operator||(mvArchive& ar, mvRectangle<long>& r);
+MVBASE_API mvArchive& operator||(mvArchive& ar, mvRectangle<double>& r);

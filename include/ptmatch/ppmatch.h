@@ -1,0 +1,293 @@
+// The point matcher: trained with model points (optionally weighted) or a dot-pattern
+// image, it finds the poses that carry the model onto measured data points, with the
+// point correspondence, the coverage and the fit error of each.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "mvbase/archive.h"
+#include "mvbase/exception.h"
+#include "mvbase/geometry.h"
+#include "mvbase/image.h"
+#include "ptmatch/export.h"
+
+class mv_PointToGridCorresponder;
+class mv_PointMatcherModel;
+class mvPointMatcher;
+
+/// The point matcher's modes and errors.
+class PTMATCH_API mvPointMatcherDefs {
+ public:
+  /// How a matcher was trained and how a result was found.
+  enum Mode {
+    ePointToPoint = 1,    ///< model points matched to data points one to one
+    ePointToGrid = 2,     ///< a dot pattern learned from an image, data mapped onto its grid
+    eExhaustiveMode = 3,  ///< every pairing of a small model with small data is tried
+    eAutoDetect = 4       ///< train-time choice; a point-trained matcher then runs point to point
+  };
+
+  /// Root of the point matcher's errors.
+  class PTMATCH_API Errors : public mvExceptionWithString {
+   public:
+    explicit Errors(const std::wstring& message);
+    void dispatchSerialize(mvArchive& ar) override;
+    static mvPersistent* make();
+
+   protected:
+    void serialize_(mvArchive& ar, unsigned char version) override;
+  };
+
+  /// A rejected parameter or training input.
+  class PTMATCH_API BadParams : public Errors {
+   public:
+    explicit BadParams(const std::wstring& message = L"");
+    long errorNumber() const override;
+    void suicideAndRethrow() override;
+    void dispatchSerialize(mvArchive& ar) override;
+    static mvPersistent* make();
+
+   protected:
+    void serialize_(mvArchive& ar, unsigned char version) override;
+  };
+
+  /// The matcher is not trained, or not trained in the mode asked for.
+  class PTMATCH_API NotTrained : public Errors {
+   public:
+    explicit NotTrained(const std::wstring& message = L"");
+    long errorNumber() const override;
+    void suicideAndRethrow() override;
+    void dispatchSerialize(mvArchive& ar) override;
+    static mvPersistent* make();
+
+   protected:
+    void serialize_(mvArchive& ar, unsigned char version) override;
+  };
+
+  /// A result accessor used for a result of another mode.
+  class PTMATCH_API NotRun : public Errors {
+   public:
+    explicit NotRun(const std::wstring& message = L"");
+    long errorNumber() const override;
+    void suicideAndRethrow() override;
+    void dispatchSerialize(mvArchive& ar) override;
+    static mvPersistent* make();
+
+   protected:
+    void serialize_(mvArchive& ar, unsigned char version) override;
+  };
+
+  /// Too few model points (or set pattern pixels) to train.
+  class PTMATCH_API InsufficientModelPoints : public Errors {
+   public:
+    explicit InsufficientModelPoints(const std::wstring& message = L"");
+    long errorNumber() const override;
+    void suicideAndRethrow() override;
+    void dispatchSerialize(mvArchive& ar) override;
+    static mvPersistent* make();
+
+   protected:
+    void serialize_(mvArchive& ar, unsigned char version) override;
+  };
+};
+
+/// What a run looks for: the least coverage, the start pose and the uncertainty ranges
+/// around it, the grid size and capture range of the search, and how many results to
+/// keep. Every setter validates and throws BadParams, leaving the object unchanged.
+class PTMATCH_API mvPointMatcherRunParams {
+ public:
+  /// Coverage 0.5, identity start pose, full translation ranges, rotation +-15 degrees,
+  /// scale 0:0, automatic grid size and capture range, one result.
+  mvPointMatcherRunParams();
+  /// Sets the fields through their setters in this argument order; the first setter that
+  /// throws aborts the construction.
+  mvPointMatcherRunParams(double minCoverage, const mvXform<2>& startPose,
+                          const mvRange& xTranslationUncertainty,
+                          const mvRange& yTranslationUncertainty,
+                          const mvAngleRange& rotationUncertainty,
+                          const mvRange& scaleUncertainty, bool autoGridSize, double gridSize,
+                          bool autoCaptureRange, double captureRange, long maxNumResults);
+
+  double minCoverage() const { return minCoverage_; }
+  mvXform<2> startPose() const { return startPose_; }
+  mvAngleRange rotationUncertainty() const { return rotationUncertainty_; }
+  mvRange xTranslationUncertainty() const { return xTranslationUncertainty_; }
+  mvRange yTranslationUncertainty() const { return yTranslationUncertainty_; }
+  mvRange scaleUncertainty() const { return scaleUncertainty_; }
+  bool autoGridSize() const { return autoGridSize_; }
+  double gridSize() const { return gridSize_; }
+  bool autoCaptureRange() const { return autoCaptureRange_; }
+  double captureRange() const { return captureRange_; }
+  long maxNumResults() const { return maxNumResults_; }
+
+  /// In [0, 1].
+  void minCoverage(double v);
+  void startPose(const mvXform<2>& pose);
+  /// Not empty.
+  void xTranslationUncertainty(const mvRange& r);
+  /// Not empty.
+  void yTranslationUncertainty(const mvRange& r);
+  /// Not empty.
+  void rotationUncertainty(const mvAngleRange& r);
+  /// Relative scale change: not empty, not full, start at least -0.9.
+  void scaleUncertainty(const mvRange& r);
+  void autoGridSize(bool v);
+  /// Above 0 unless autoGridSize.
+  void gridSize(double v);
+  void autoCaptureRange(bool v);
+  /// At least 0 unless autoCaptureRange.
+  void captureRange(double v);
+  /// At least 1.
+  void maxNumResults(long v);
+
+  /// Field by field, reals within 1e-15.
+  bool operator==(const mvPointMatcherRunParams& o) const;
+
+  friend PTMATCH_API mvArchive& operator||(mvArchive& ar, mvPointMatcherRunParams& p);
+
+ private:
+  double minCoverage_;
+  mvXform<2> startPose_;
+  mvAngleRange rotationUncertainty_;
+  mvRange xTranslationUncertainty_;
+  mvRange yTranslationUncertainty_;
+  mvRange scaleUncertainty_;
+  bool autoGridSize_;
+  double gridSize_;
+  bool autoCaptureRange_;
+  double captureRange_;
+  long maxNumResults_;
+};
+
+/// One match: its pose, its model-to-data map (or grid-to-data map for a pattern-trained
+/// matcher), its coverage and its fit error.
+class PTMATCH_API mvPointMatcherResult {
+ public:
+  mvPointMatcherResult();
+
+  mvPointMatcherDefs::Mode runMode() const { return runMode_; }
+  /// The model-to-data pose.
+  const mvXform<2>& modelToDataXform() const { return modelToDataXform_; }
+  /// Index of the matched data point per model point, negative when unmatched. Throws
+  /// NotRun for a point-to-grid result.
+  const std::vector<long>& modelToDataMap() const;
+  /// Matched model weight over total model weight.
+  double coverage() const { return coverage_; }
+  /// Root-mean-square distance of the matched pairs under the pose.
+  double fitError() const { return fitError_; }
+  /// Index of the data point in a grid cell (pattern frame). Throws NotRun unless the
+  /// result is a point-to-grid one.
+  long gridToDataMap(const mvPair<long>& cell) const;
+  /// The whole grid-to-data label image (unbound unless point-to-grid).
+  const mvPelBuffer_const<long>& gridToDataImage() const { return gridToData_; }
+
+  friend PTMATCH_API mvArchive& operator||(mvArchive& ar, mvPointMatcherResult& r);
+
+ private:
+  friend class mvPointMatcher;
+  void setRunMode_(mvPointMatcherDefs::Mode m) { runMode_ = m; }
+  void setModelToDataXform_(const mvXform<2>& x) { modelToDataXform_ = x; }
+  void setModelToDataMap_(const std::vector<long>& m) { modelToDataMap_ = m; }
+  void setModelToDataMap_(std::vector<long>&& m) { modelToDataMap_ = std::move(m); }
+  void setCoverage_(double c) { coverage_ = c; }
+  void setFitError_(double e) { fitError_ = e; }
+  void setGridToData_(const mvPelBuffer_const<long>& g) { gridToData_ = g; }
+
+  mvPointMatcherDefs::Mode runMode_;
+  mvXform<2> modelToDataXform_;
+  std::vector<long> modelToDataMap_;
+  double coverage_;
+  double fitError_;
+  mvPelBuffer_const<long> gridToData_;
+};
+
+/// The results of one run, best first, and the seconds it took.
+class PTMATCH_API mvPointMatcherResultSet {
+ public:
+  mvPointMatcherResultSet();
+  const std::vector<mvPointMatcherResult>& results() const { return results_; }
+  /// Seconds the run took.
+  double time() const { return time_; }
+
+  friend PTMATCH_API mvArchive& operator||(mvArchive& ar, mvPointMatcherResultSet& s);
+
+ private:
+  friend class mvPointMatcher;
+  std::vector<mvPointMatcherResult>& getResults_() { return results_; }
+  void setTime_(double t) { time_ = t; }
+
+  std::vector<mvPointMatcherResult> results_;
+  double time_;
+};
+
+/// The point-matching tool. Train it once, then run it any number of times; running never
+/// changes the trained state, so one trained matcher may be run from several threads.
+class PTMATCH_API mvPointMatcher {
+ public:
+  /// Untrained.
+  mvPointMatcher();
+  /// Deep copy of the trained state; the train mode travels only through training.
+  mvPointMatcher(const mvPointMatcher& other);
+  /// Deep copy of the trained state; the target keeps its own train mode.
+  mvPointMatcher& operator=(const mvPointMatcher& other);
+  ~mvPointMatcher();
+
+  /// Trains from model points in mode eExhaustiveMode or eAutoDetect.
+  void train(const std::vector<mvVector<2>>& points, mvPointMatcherDefs::Mode mode);
+  /// Trains from weighted model points; a matched point of negative weight counts against
+  /// a pose, one of weight 0 counts for nothing.
+  void train(const std::vector<mvVector<2>>& points, const std::vector<long>& weights,
+             mvPointMatcherDefs::Mode mode);
+  /// Trains from an 8-bit dot-pattern image: every nonzero pel is one model point.
+  void train(const mvPelBuffer_const<unsigned char>& image);
+  /// The training image of a pattern-trained matcher.
+  const mvPelBuffer_const<unsigned char>& pattern() const;
+  /// Forgets the model.
+  void untrain();
+  bool isTrained() const;
+  /// ePointToPoint, ePointToGrid or eExhaustiveMode; throws NotTrained when untrained.
+  mvPointMatcherDefs::Mode trainMode() const;
+  /// The model points, in training order.
+  const std::vector<mvVector<2>>& modelPoints() const;
+  /// The weights of the model points (1 each when trained without weights).
+  std::vector<long> weights() const;
+
+  /// Finds the poses that carry the model onto the data points; fills the result set,
+  /// best first (greater coverage, then smaller fit error).
+  void run(const std::vector<mvVector<2>>& dataPoints, const mvPointMatcherRunParams& params,
+           mvPointMatcherResultSet& resultSet) const;
+
+  friend PTMATCH_API mvArchive& operator||(mvArchive& ar, mvPointMatcher& m);
+
+ private:
+  void runPointToPoint_(const std::vector<mvVector<2>>& dataPoints,
+                        const mvPointMatcherRunParams& params,
+                        mvPointMatcherResultSet& resultSet) const;
+  void runExhaustive_(const std::vector<mvVector<2>>& dataPoints,
+                      const mvPointMatcherRunParams& params,
+                      mvPointMatcherResultSet& resultSet) const;
+  void runPtToGrid_(const std::vector<mvVector<2>>& dataPoints,
+                    const mvPointMatcherRunParams& params,
+                    mvPointMatcherResultSet& resultSet) const;
+  void pointToPointMatching_(const std::vector<mvVector<2>>& dataPoints,
+                             const mvPointMatcherRunParams& params,
+                             mvPointMatcherResultSet& resultSet) const;
+  void pointToGridMatching_(const std::vector<mvVector<2>>& dataPoints,
+                            const mvPointMatcherRunParams& params,
+                            mvPointMatcherResultSet& resultSet) const;
+
+  std::unique_ptr<mv_PointMatcherModel> model_;
+  mvXform<2> patternTransform_;
+  long patternCellCount_;
+  std::unique_ptr<mv_PointToGridCorresponder> gridCorresponder_;
+  std::unique_ptr<mvPointMatcher> nestedMatcher_;
+  std::vector<mvPair<long>> patternCells_;
+  mvPointMatcherDefs::Mode trainMode_;
+};
+
+/// Exported for compatibility; does nothing and reads none of its arguments.
+PTMATCH_API void mfExtractPointsFromPointMatcherResults(
+    const mvPointMatcher& matcher, const std::vector<mvVector<2>>& dataPoints,
+    const mvPointMatcherResult& result, const std::vector<mvVector<2>>& modelPointsOut,
+    const std::vector<mvVector<2>>& dataPointsOut);

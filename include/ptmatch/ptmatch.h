@@ -1,0 +1,11 @@
+// Everything of ptmatch and its base library.
+#pragma once
+
+#include "mvbase/mvbase.h"
+#include "ptmatch/gridcorr.h"
+#include "ptmatch/matext.h"
+#include "ptmatch/pinv.h"
+#include "ptmatch/ppmatch.h"
+#include "ptmatch/ptgdmap.h"
+#include "ptmatch/scorehashing.h"
+#include "ptmatch/tm.h"
