@@ -76,7 +76,7 @@ class MVBASE_API mvArchive {
   mvArchive& operator||(long& v);
   mvArchive& operator||(unsigned long& v);
   mvArchive& operator||(double& v);
-  mvArchive& operator||(unsigned char& v);
+  friend MVBASE_API mvArchive& operator||(mvArchive& ar, unsigned char& v);
   /// Reads one unsigned long (loading only).
   mvArchive& operator>>(unsigned long& v);
 
@@ -146,7 +146,7 @@ class MVBASE_API mvStreamArchive : public mvArchive {
 };
 
 /// Persists one unsigned char.
-inline mvArchive& operator||(mvArchive& ar, unsigned char& v) { return ar.operator||(v); }
+MVBASE_API mvArchive& operator||(mvArchive& ar, unsigned char& v);
 
 /// Persists an enumeration as an unsigned long.
 template <typename E, typename = std::enable_if_t<std::is_enum<E>::value>>
