@@ -255,6 +255,11 @@ class PTMATCH_API mvPointMatcher {
 
   /// Finds the poses that carry the model onto the data points; fills the result set,
   /// best first (greater coverage, then smaller fit error).
+  ///
+  /// A matcher trained in eExhaustiveMode tries every one-to-one pairing of the smaller
+  /// point set (A points) with the larger one (B points): the work grows as (B + 1) ^ A,
+  /// so keep both sets small. The search polls mvAttention::check() regularly, so a caller
+  /// can always interrupt it (mvAttention::requestInterruption()).
   void run(const std::vector<mvVector<2>>& dataPoints, const mvPointMatcherRunParams& params,
            mvPointMatcherResultSet& resultSet) const;
 

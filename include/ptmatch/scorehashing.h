@@ -4,6 +4,8 @@
 #pragma once
 
 #include <memory>
+#include <type_traits>
+#include <utility>
 
 #include "mvbase/exception.h"
 #include "mvbase/geometry.h"
@@ -14,7 +16,15 @@
 /// refused. Nothing is allocated after construction or maximums(). Not copyable.
 ///
 /// Payload is the entry carried with each score; it must be default-constructible and
-/// copy-assignable. mvScoreHashing is the form whose payload is a position.
+/// copy-assignable. A payload whose copy may throw (one holding a vector) is copied before
+/// the store changes, so a failed copy leaves the store as it was. mvScoreHashing is the
+/// form whose payload is a position.
+///
+/// A store of capacity 1 keeps the limits exactly as the add steps move them: after its
+/// entry is replaced by a higher score the lowest score may lie below that entry, on an
+/// empty bucket. A full store then compares a new score with the lowest score that holds an
+/// entry, and an iteration that reaches the empty lowest bucket ends there (next() gives
+/// -1).
 template <typename Payload>
 class mvBasicScoreHashing {
  public:
@@ -27,12 +37,18 @@ class mvBasicScoreHashing {
   /// when its limit changed.
   void maximums(long maxScore, long maxResults) {
     mvAssert(maxScore >= 1 && maxResults >= 1, "ptmatch/gridcorr", __LINE__);
-    if (maxScore != maxScore_) {
-      heads_.reset(new Node*[static_cast<std::size_t>(maxScore) + 1]);
+    // Both arrays are allocated before either is replaced, so a failed allocation leaves
+    // the store as it was.
+    std::unique_ptr<Node*[]> heads;
+    std::unique_ptr<Node[]> pool;
+    if (maxScore != maxScore_) heads.reset(new Node*[static_cast<std::size_t>(maxScore) + 1]);
+    if (maxResults != maxResults_) pool.reset(new Node[static_cast<std::size_t>(maxResults)]);
+    if (heads) {
+      heads_ = std::move(heads);
       maxScore_ = maxScore;
     }
-    if (maxResults != maxResults_) {
-      pool_.reset(new Node[static_cast<std::size_t>(maxResults)]);
+    if (pool) {
+      pool_ = std::move(pool);
       maxResults_ = maxResults;
     }
     clear();
@@ -54,30 +70,15 @@ class mvBasicScoreHashing {
   /// 0..maxScore or the store is full and the score is not above the lowest one.
   bool add(long score, const Payload& payload) {
     if (score < 0 || score > maxScore_) return false;
-    Node* node = nullptr;
-    if (numResults_ < maxResults_) {
-      if (numResults_ == 0) {
-        lowest_ = highest_ = score;
-      } else if (score < lowest_) {
-        lowest_ = score;
-      } else if (score > highest_) {
-        highest_ = score;
-      }
-      node = &pool_[numResults_];
+    if (numResults_ >= maxResults_ && score <= lowestOccupied_()) return false;
+    if constexpr (std::is_nothrow_move_assignable<Payload>::value &&
+                  !std::is_nothrow_copy_assignable<Payload>::value) {
+      // Copy first: a copy that throws then leaves the store untouched.
+      Payload staged(payload);
+      link_(score)->payload = std::move(staged);
     } else {
-      if (score <= lowest_) return false;
-      node = evictLowest_();
-      if (score < lowest_) {
-        lowest_ = score;
-      } else if (score > highest_) {
-        highest_ = score;
-      }
-      --numResults_;
+      link_(score)->payload = payload;
     }
-    node->payload = payload;
-    node->next = heads_[score];
-    heads_[score] = node;
-    ++numResults_;
     return true;
   }
 
@@ -87,7 +88,7 @@ class mvBasicScoreHashing {
     if (numResults_ < 1) return -1;
     cursor_ = heads_[highest_];
     iterScore_ = highest_;
-    if (cursor_ == nullptr) return -1;  // stale highest score after a capacity-1 eviction
+    if (cursor_ == nullptr) return -1;  // defensive: the highest bucket always holds an entry
     payload = cursor_->payload;
     return iterScore_;
   }
@@ -111,7 +112,10 @@ class mvBasicScoreHashing {
 
   /// The entry last returned by first() or next(), without copying it. Only valid after
   /// one of them returned a score.
-  const Payload& current() const { return cursor_->payload; }
+  const Payload& current() const {
+    mvAssert(cursor_ != nullptr, "ptmatch/gridcorr", __LINE__);
+    return cursor_->payload;
+  }
 
   long highestScore() const { return highest_; }
   long lowestScore() const { return lowest_; }
@@ -125,8 +129,40 @@ class mvBasicScoreHashing {
     Node* next = nullptr;
   };
 
+  // Takes the node for a new entry of an accepted score (a free pool node, or the evicted
+  // entry when full), updates the lowest and highest scores and pushes the node on the
+  // head of the score's bucket.
+  Node* link_(long score) {
+    Node* node = nullptr;
+    if (numResults_ < maxResults_) {
+      if (numResults_ == 0) {
+        lowest_ = highest_ = score;
+      } else if (score < lowest_) {
+        lowest_ = score;
+      } else if (score > highest_) {
+        highest_ = score;
+      }
+      node = &pool_[numResults_];
+    } else {
+      lowest_ = lowestOccupied_();
+      node = evictLowest_();
+      // Only these two tests move the limits, so with capacity 1 the lowest score may stay
+      // one above the evicted score, below the new entry (see lowestOccupied_).
+      if (score < lowest_) {
+        lowest_ = score;
+      } else if (score > highest_) {
+        highest_ = score;
+      }
+      --numResults_;
+    }
+    node->next = heads_[score];
+    heads_[score] = node;
+    ++numResults_;
+    return node;
+  }
+
   // Unlinks the newest entry of the lowest bucket and walks the lowest score up past
-  // buckets left empty.
+  // buckets left empty. The caller has moved lowest onto a non-empty bucket.
   Node* evictLowest_() {
     Node* victim = heads_[lowest_];
     if (victim->next != nullptr) {
@@ -137,6 +173,15 @@ class mvBasicScoreHashing {
       while (lowest_ < highest_ && heads_[lowest_] == nullptr) ++lowest_;
     }
     return victim;
+  }
+
+  // The lowest score that holds an entry. It is the lowest score itself, except in a full
+  // store of capacity 1 whose only entry was replaced by a higher score: there the lowest
+  // score was left one above the evicted score, below the new entry, on an empty bucket.
+  long lowestOccupied_() const {
+    long score = lowest_;
+    while (score < highest_ && heads_[score] == nullptr) ++score;
+    return score;
   }
 
   long maxResults_ = 0;

@@ -3,13 +3,14 @@
 // int, long and unsigned long 4 bytes, double the 8-byte IEEE-754 pattern.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <iosfwd>
 #include <limits>
 #include <set>
-#include <type_traits>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -27,7 +28,11 @@ class MVBASE_API mvArchive {
     Errors();
     explicit Errors(const std::wstring& message);
     void suicideAndRethrow() override;
+    void dispatchSerialize(mvArchive& ar) override;
     static mvPersistent* make();
+
+   protected:
+    void serialize_(mvArchive& ar, unsigned char version) override;
   };
 
   /// The archive holds a version that the reading code does not know.
@@ -39,7 +44,12 @@ class MVBASE_API mvArchive {
     const std::string& file() const { return file_; }
     int line() const { return line_; }
     void suicideAndRethrow() override;
+    void dispatchSerialize(mvArchive& ar) override;
     static mvPersistent* make();
+
+   protected:
+    /// Persists the file (byte count and bytes) and the line after the base class.
+    void serialize_(mvArchive& ar, unsigned char version) override;
 
    private:
     std::string file_;
@@ -51,7 +61,11 @@ class MVBASE_API mvArchive {
    public:
     EndOfData();
     void suicideAndRethrow() override;
+    void dispatchSerialize(mvArchive& ar) override;
     static mvPersistent* make();
+
+   protected:
+    void serialize_(mvArchive& ar, unsigned char version) override;
   };
 
   /// A value cannot be stored in the archive's encoding (a long outside 32 bits), or the
@@ -61,7 +75,11 @@ class MVBASE_API mvArchive {
     BadData();
     explicit BadData(const std::wstring& message);
     void suicideAndRethrow() override;
+    void dispatchSerialize(mvArchive& ar) override;
     static mvPersistent* make();
+
+   protected:
+    void serialize_(mvArchive& ar, unsigned char version) override;
   };
 
   virtual ~mvArchive();
@@ -86,7 +104,8 @@ class MVBASE_API mvArchive {
   /// call it before allocating for a count read from the archive.
   void checkCount(unsigned long count, std::size_t elementSize) const;
 
-  /// Visited marks of this archive operation (see mvPersistent).
+  /// Visited marks of this archive operation (see mvPersistent). While an archive lives it
+  /// is the current archive operation of its thread, unless a newer archive lives too.
   bool haveVisited(const void* object, std::size_t size) const;
   void setVisited(const void* object, std::size_t size);
 
@@ -135,6 +154,8 @@ class MVBASE_API mvStreamArchive : public mvArchive {
   explicit mvStreamArchive(std::ostream& out);
   explicit mvStreamArchive(std::istream& in);
   ~mvStreamArchive() override;
+  /// Bytes left in a seekable input stream; the maximum of size_t otherwise.
+  std::size_t bytesLeft() const override;
 
  protected:
   void write_(const unsigned char* bytes, std::size_t n) override;
@@ -147,6 +168,11 @@ class MVBASE_API mvStreamArchive : public mvArchive {
 
 /// Persists one unsigned char.
 MVBASE_API mvArchive& operator||(mvArchive& ar, unsigned char& v);
+
+/// Persists a string: its byte count (unsigned long), then the bytes.
+MVBASE_API mvArchive& mfArchiveString(mvArchive& ar, std::string& s);
+/// Persists a wide string as its UTF-8 form: byte count (unsigned long), then the bytes.
+MVBASE_API mvArchive& mfArchiveString(mvArchive& ar, std::wstring& s);
 
 /// Persists an enumeration as an unsigned long.
 template <typename E, typename = std::enable_if_t<std::is_enum<E>::value>>
@@ -168,8 +194,8 @@ namespace mvbase_detail {
 template <typename T>
 constexpr std::size_t minArchivedSize() {
   return std::is_same<T, bool>::value || std::is_same<T, unsigned char>::value ? 1
-         : std::is_same<T, double>::value                                       ? 8
-                                                                                : 1;
+         : std::is_same<T, double>::value                                      ? 8
+                                                                               : 1;
 }
 template <>
 constexpr std::size_t minArchivedSize<long>() {
@@ -183,9 +209,25 @@ template <>
 constexpr std::size_t minArchivedSize<unsigned long>() {
   return 4;
 }
+template <>
+constexpr std::size_t minArchivedSize<mvVector<2>>() {
+  return 16;
+}
+template <>
+constexpr std::size_t minArchivedSize<mvVector<3>>() {
+  return 24;
+}
+template <>
+constexpr std::size_t minArchivedSize<mvPair<long>>() {
+  return 9;
+}
+/// Most elements reserved ahead when the archive cannot tell how many bytes are left.
+constexpr unsigned long kBlindReserve = 4096;
 }  // namespace mvbase_detail
 
 /// Persists a vector: container version byte 0, count (unsigned long), elements in order.
+/// Loading checks the count against the bytes left before reserving, and grows the vector
+/// element by element, so a corrupted count never causes a huge allocation.
 template <typename T>
 mvArchive& operator||(mvArchive& ar, std::vector<T>& v) {
   unsigned char version = 0;
@@ -193,18 +235,29 @@ mvArchive& operator||(mvArchive& ar, std::vector<T>& v) {
   if (version != 0) throw mvArchive::UnknownVersion(nullptr, 0);
   unsigned long count = static_cast<unsigned long>(v.size());
   ar || count;
-  if (ar.isLoading()) {
-    ar.checkCount(count, mvbase_detail::minArchivedSize<T>());
-    v.clear();
-    v.resize(count);
+  if (ar.isStoring()) {
+    for (std::size_t i = 0; i < v.size(); ++i) {
+      if constexpr (std::is_same<T, bool>::value) {
+        bool b = v[i];
+        ar || b;
+      } else {
+        ar || v[i];
+      }
+    }
+    return ar;
   }
-  for (auto& e : v) {
+  ar.checkCount(count, mvbase_detail::minArchivedSize<T>());
+  v.clear();
+  const bool sizeKnown = ar.bytesLeft() != std::numeric_limits<std::size_t>::max();
+  v.reserve(sizeKnown ? count : std::min(count, mvbase_detail::kBlindReserve));
+  for (unsigned long i = 0; i < count; ++i) {
     if constexpr (std::is_same<T, bool>::value) {
-      bool b = e;
+      bool b = false;
       ar || b;
-      e = b;
+      v.push_back(b);
     } else {
-      ar || e;
+      v.emplace_back();
+      ar || v.back();
     }
   }
   return ar;

@@ -14,7 +14,11 @@ class MVBASE_API mvAttention {
    public:
     Interrupted();
     void suicideAndRethrow() override;
+    void dispatchSerialize(mvArchive& ar) override;
     static mvPersistent* make();
+
+   protected:
+    void serialize_(mvArchive& ar, unsigned char version) override;
   };
 
   /// A function polled by check(); returning true requests an interruption (for example

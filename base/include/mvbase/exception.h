@@ -22,7 +22,8 @@ class MVBASE_API mvPersistent {
   /// True when the object has been visited in the current archive operation (the
   /// innermost live archive of this thread).
   static bool haveVisited(void* object, std::size_t size);
-  /// Marks the object as visited in the current archive operation.
+  /// Marks the object as visited in the current archive operation (nothing happens when
+  /// no archive is live on this thread).
   static void setVisited(void* object, std::size_t size);
 };
 
@@ -39,7 +40,8 @@ class MVBASE_API mv_Instantiator {
   mv_Instantiator(const mv_Instantiator&) = delete;
   mv_Instantiator& operator=(const mv_Instantiator&) = delete;
 
-  /// A new default instance of the class registered under this name, or null.
+  /// A new default instance of the class registered under this name, or null. Classes
+  /// registered without a readable name are found under type_info::name().
   static mvPersistent* create(const std::string& name);
   /// A new default instance of the class registered for this type, or null.
   static mvPersistent* create(const std::type_info& type);
@@ -77,7 +79,8 @@ class MVBASE_API mvException : public mvPersistent, public std::exception {
   mutable std::string what_;
 };
 
-/// An exception that carries a message.
+/// An exception that carries a message. It persists the message after its base class as
+/// an unsigned long byte count followed by the message's UTF-8 bytes.
 class MVBASE_API mvExceptionWithString : public mvException {
  public:
   mvExceptionWithString(const mvExceptionWithString&);
@@ -121,7 +124,12 @@ class MVBASE_API mvAssertionError : public mvExceptionWithString {
   const std::string& module() const { return module_; }
   int line() const { return line_; }
   void suicideAndRethrow() override;
+  void dispatchSerialize(mvArchive& ar) override;
   static mvPersistent* make();
+
+ protected:
+  /// Persists the expression, the module (byte count and UTF-8 bytes each) and the line.
+  void serialize_(mvArchive& ar, unsigned char version) override;
 
  private:
   std::string expression_;

@@ -17,7 +17,11 @@ class MVBASE_API mvLSPointToPointFitter {
     Errors();
     explicit Errors(const std::wstring& message);
     void suicideAndRethrow() override;
+    void dispatchSerialize(mvArchive& ar) override;
     static mvPersistent* make();
+
+   protected:
+    void serialize_(mvArchive& ar, unsigned char version) override;
   };
 
   mvLSPointToPointFitter() = default;

@@ -35,8 +35,8 @@ class mvPair {
 template <>
 class mvVector<2> {
  public:
-  mvVector() : x_(0.0), y_(0.0) {}
-  mvVector(double x, double y) : x_(x), y_(y) {}
+  constexpr mvVector() : x_(0.0), y_(0.0) {}
+  constexpr mvVector(double x, double y) : x_(x), y_(y) {}
   /// Converts integer pixel coordinates to a point.
   explicit mvVector(const mvPair<long>& p)
       : x_(static_cast<double>(p.x())), y_(static_cast<double>(p.y())) {}
@@ -211,8 +211,8 @@ class mvMatrix;
 template <>
 class mvMatrix<2> {
  public:
-  mvMatrix() : a_{1.0, 0.0, 0.0, 1.0} {}
-  mvMatrix(double a00, double a01, double a10, double a11) : a_{a00, a01, a10, a11} {}
+  constexpr mvMatrix() : a_{1.0, 0.0, 0.0, 1.0} {}
+  constexpr mvMatrix(double a00, double a01, double a10, double a11) : a_{a00, a01, a10, a11} {}
   /// Element at row, column, both counted from 0 (no range check beyond 0..1).
   double element(long row, long col) const { return a_[(row & 1) * 2 + (col & 1)]; }
   void element(long row, long col, double v) { a_[(row & 1) * 2 + (col & 1)] = v; }
@@ -242,7 +242,7 @@ template <>
 class MVBASE_API mvXform<2> {
  public:
   /// The identity.
-  mvXform() = default;
+  constexpr mvXform() = default;
   mvXform(const mvMatrix<2>& m, const mvVector<2>& t) : m_(m), t_(t) {}
   /// First matrix column xScale (cos xRot, sin xRot), second yScale (-sin yRot, cos yRot),
   /// then translated by trans.

@@ -66,15 +66,16 @@ class MVBASE_API mv_PelBuffer {
   /// Persists the pels of the typed buffer (used by the archive operator).
   virtual void serializePels_(mvArchive& ar) = 0;
 
+  friend MVBASE_API mvArchive& operator||(mvArchive& ar, mv_PelBuffer& buffer);
+
  protected:
   explicit mv_PelBuffer(std::size_t pelSize);
   /// Allocates a zeroed root image with guard rows; alignment below 1 counts as 1.
   void allocate_(long width, long height, long alignment);
   /// Address of window pel (0, y); unchecked.
   unsigned char* rowBytes_(long y) const {
-    return storage_.get() +
-           (static_cast<std::ptrdiff_t>(stride_) * (1 + winY_ + y) + winX_) *
-               static_cast<std::ptrdiff_t>(pelSize_);
+    return storage_.get() + (static_cast<std::ptrdiff_t>(stride_) * (1 + winY_ + y) + winX_) *
+                                static_cast<std::ptrdiff_t>(pelSize_);
   }
   /// Checks that window pel (x, y) exists (mvAssert).
   void checkPel_(long x, long y) const;
@@ -121,7 +122,9 @@ class mvPelBuffer : public mvPelBuffer_const<T> {
  public:
   mvPelBuffer() = default;
   /// A new zeroed image; rows padded to a multiple of alignment pels.
-  mvPelBuffer(long width, long height, long alignment = 1) { this->allocate_(width, height, alignment); }
+  mvPelBuffer(long width, long height, long alignment = 1) {
+    this->allocate_(width, height, alignment);
+  }
   using mvPelBuffer_const<T>::pointToRow;
   T* pointToRow(long y) { return this->mutableRow_(y); }
   /// Writes the pel at (x, y) of the buffer's own frame.
@@ -235,8 +238,8 @@ void pelCombine(const mvPelBuffer_const<T>& a, const mvPelBuffer_const<T>& b,
                 mvPelBuffer<T>& destination, Op op) {
   mvAssert(a.width() == b.width() && a.height() == b.height(), "mvbase/image", __LINE__);
   if (!destination.isBound()) destination = mvPelBuffer<T>(a.width(), a.height());
-  mvAssert(a.width() == destination.width() && a.height() == destination.height(),
-           "mvbase/image", __LINE__);
+  mvAssert(a.width() == destination.width() && a.height() == destination.height(), "mvbase/image",
+           __LINE__);
   for (long y = 0; y < a.height(); ++y) {
     const T* ra = a.pointToRow(y);
     const T* rb = b.pointToRow(y);

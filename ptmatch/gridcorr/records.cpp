@@ -1,0 +1,202 @@
+// The grid corresponder's definitions, parameter and result records, and the archive
+// layouts of every record and of the corresponder itself.
+#include <typeinfo>
+
+#include "gridcorr/module.h"
+#include "ptmatch/gridcorr.h"
+
+using Defs = mv_PointToGridCorresponderDefs;
+
+namespace {
+
+// The class-versioned step shared by the error classes: an object already visited in
+// this archive is skipped; otherwise the class version byte 0, the class's own fields
+// (through serialize) and the visited mark.
+template <typename Serialize>
+void dispatchVersioned(mvArchive& ar, const void* self, std::size_t size, Serialize serialize) {
+  if (ar.haveVisited(self, size)) return;
+  unsigned char version = 0;
+  ar || version;
+  serialize(version);
+  ar.setVisited(self, size);
+}
+
+// An error class knows one class version, 0.
+void requireClassVersion(unsigned char version, const char* className) {
+  if (version != 0) throw mvArchive::UnknownVersion(className, 0);
+}
+
+constexpr long kInsufficientModelPointsNumber = 0x10005f06;
+constexpr long kInsufficientMemoryNumber = 0x10005f07;
+
+}  // namespace
+
+// --- errors ---
+
+Defs::Errors::Errors(const std::wstring& message) : mvExceptionWithString(message) {}
+
+void Defs::Errors::suicideAndRethrow() {
+  Errors copy(*this);
+  delete this;
+  throw copy;
+}
+
+void Defs::Errors::dispatchSerialize(mvArchive& ar) {
+  dispatchVersioned(ar, this, sizeof(Errors),
+                    [&](unsigned char version) { Errors::serialize_(ar, version); });
+}
+
+void Defs::Errors::serialize_(mvArchive& ar, unsigned char version) {
+  requireClassVersion(version, "mv_PointToGridCorresponderDefs::Errors");
+  mvExceptionWithString::dispatchSerialize(ar);
+}
+
+mvPersistent* Defs::Errors::make() { return new Errors(); }
+
+Defs::InsufficientModelPoints::InsufficientModelPoints(const std::wstring& message)
+    : Errors(message) {}
+
+long Defs::InsufficientModelPoints::errorNumber() const { return kInsufficientModelPointsNumber; }
+
+void Defs::InsufficientModelPoints::suicideAndRethrow() {
+  InsufficientModelPoints copy(*this);
+  delete this;
+  throw copy;
+}
+
+void Defs::InsufficientModelPoints::dispatchSerialize(mvArchive& ar) {
+  dispatchVersioned(ar, this, sizeof(InsufficientModelPoints), [&](unsigned char version) {
+    InsufficientModelPoints::serialize_(ar, version);
+  });
+}
+
+void Defs::InsufficientModelPoints::serialize_(mvArchive& ar, unsigned char version) {
+  requireClassVersion(version, "mv_PointToGridCorresponderDefs::InsufficientModelPoints");
+  Errors::dispatchSerialize(ar);
+}
+
+mvPersistent* Defs::InsufficientModelPoints::make() { return new InsufficientModelPoints(); }
+
+Defs::InsufficientMemory::InsufficientMemory(const std::wstring& message) : Errors(message) {}
+
+long Defs::InsufficientMemory::errorNumber() const { return kInsufficientMemoryNumber; }
+
+void Defs::InsufficientMemory::suicideAndRethrow() {
+  InsufficientMemory copy(*this);
+  delete this;
+  throw copy;
+}
+
+void Defs::InsufficientMemory::dispatchSerialize(mvArchive& ar) {
+  dispatchVersioned(ar, this, sizeof(InsufficientMemory), [&](unsigned char version) {
+    InsufficientMemory::serialize_(ar, version);
+  });
+}
+
+void Defs::InsufficientMemory::serialize_(mvArchive& ar, unsigned char version) {
+  requireClassVersion(version, "mv_PointToGridCorresponderDefs::InsufficientMemory");
+  Errors::dispatchSerialize(ar);
+}
+
+mvPersistent* Defs::InsufficientMemory::make() { return new InsufficientMemory(); }
+
+namespace {
+const mv_Instantiator registerErrors(typeid(Defs::Errors), &Defs::Errors::make,
+                                     "mv_PointToGridCorresponderDefs::Errors");
+const mv_Instantiator registerInsufficientModelPoints(
+    typeid(Defs::InsufficientModelPoints), &Defs::InsufficientModelPoints::make,
+    "mv_PointToGridCorresponderDefs::InsufficientModelPoints");
+const mv_Instantiator registerInsufficientMemory(
+    typeid(Defs::InsufficientMemory), &Defs::InsufficientMemory::make,
+    "mv_PointToGridCorresponderDefs::InsufficientMemory");
+}  // namespace
+
+// --- records ---
+
+mv_PointToGridCorresponderTrainParams::mv_PointToGridCorresponderTrainParams(
+    bool staggered, Defs::FeatureType featureType)
+    : staggered_(staggered), featureType_(featureType) {}
+
+mv_PointToGridCorresponderRunParams::mv_PointToGridCorresponderRunParams(double accept,
+                                                                         double confusion,
+                                                                         long maxNumResults)
+    : maxNumResults_(maxNumResults), accept_(accept), confusion_(confusion) {}
+
+// --- archive layouts ---
+
+namespace {
+// Every record of this tool is version 1100 and refuses any other.
+void archiveVersion(mvArchive& ar, int line) {
+  unsigned long version = ptmatch::gridcorr::kArchiveVersion;
+  ar || version;
+  if (version != ptmatch::gridcorr::kArchiveVersion) {
+    throw mvArchive::UnknownVersion(ptmatch::gridcorr::kModule, line);
+  }
+}
+}  // namespace
+
+mvArchive& operator||(mvArchive& ar, Defs::FeatureType& t) {
+  archiveVersion(ar, __LINE__);
+  long value = static_cast<long>(t);
+  ar || value;
+  // The archive holds 32 bits, which the feature type's own type spans.
+  if (ar.isLoading()) t = static_cast<Defs::FeatureType>(static_cast<int>(value));
+  return ar;
+}
+
+mvArchive& operator||(mvArchive& ar, mv_PointToGridCorresponderTrainParams& p) {
+  archiveVersion(ar, __LINE__);
+  ar || p.staggered_;
+  ar || p.featureType_;
+  return ar;
+}
+
+mvArchive& operator||(mvArchive& ar, mv_PointToGridCorresponderRunParams& p) {
+  archiveVersion(ar, __LINE__);
+  ar || p.maxNumResults_ || p.accept_ || p.confusion_;
+  return ar;
+}
+
+mvArchive& operator||(mvArchive& ar, mv_PointToGridCorresponderResult& r) {
+  archiveVersion(ar, __LINE__);
+  ar || r.found_ || r.score_;
+  ar || r.position_;
+  return ar;
+}
+
+mvArchive& operator||(mvArchive& ar, mv_PointToGridCorresponderResultSet& s) {
+  archiveVersion(ar, __LINE__);
+  ar || s.time_;
+  ar || s.results_;
+  return ar;
+}
+
+mvArchive& operator||(mvArchive& ar, mv_PointToGridCorresponder& c) {
+  archiveVersion(ar, __LINE__);
+  ar || c.trainParams_;
+  ar || c.pattern_;
+  ar || c.patternRect_;
+  long count = static_cast<long>(c.probes_.size());
+  ar || count;
+  if (ar.isLoading() && count != static_cast<long>(c.probes_.size())) {
+    if (count < 0) throw mvArchive::BadData(L"negative probe count");
+    // A probe takes 10 bytes: its position (version byte and two longs) and its value.
+    ar.checkCount(static_cast<unsigned long>(count), 10);
+    c.probes_.resize(static_cast<std::size_t>(count));
+  }
+  for (auto& probe : c.probes_) {
+    mvPair<long> position(probe.x, probe.y);
+    ar || position;
+    ar || probe.expected;
+    if (ar.isLoading()) {
+      probe.x = position.x();
+      probe.y = position.y();
+      // A run reads every probe inside the pattern rectangle; anything else is corrupt.
+      const mvRectangle<long>& r = c.patternRect_;
+      if (probe.x < 0 || probe.x > r.width() || probe.y < 0 || probe.y > r.height()) {
+        throw mvArchive::BadData(L"probe outside the pattern rectangle");
+      }
+    }
+  }
+  return ar;
+}

@@ -1,0 +1,203 @@
+// The grid corresponder's run: the observed nodes are drawn into an image with a border
+// of 2 pels, the probe list is placed at every admissible translation, and the best
+// translations whose count of agreeing probes reaches the threshold are reported.
+#include <algorithm>
+#include <cstdint>
+#include <memory>
+#include <new>
+#include <optional>
+
+#include "gridcorr/module.h"
+#include "mvbase/timer.h"
+#include "ptmatch/gridcorr.h"
+
+using Defs = mv_PointToGridCorresponderDefs;
+using ptmatch::gridcorr::kAlignment;
+using ptmatch::gridcorr::kModule;
+using ptmatch::gridcorr::kNode;
+
+namespace {
+
+// Width of the empty border drawn around the observed nodes on every side.
+constexpr long kBorder = 2;
+// The padded image is this much wider and higher than the observed rectangle (whose size
+// is a difference of corners): one pel for the corner itself and the two borders.
+constexpr long kPadding = 2 * kBorder + 1;
+
+// A single node (or nodes all at one position) spans nothing to look in.
+bool spansNothing(const mvPelRect& observed) {
+  return observed.width() == 0 && observed.height() == 0;
+}
+
+// The observed data must be larger than the pattern in both directions once padded.
+bool roomForPattern(const mvPelRect& observed, const mvRectangle<long>& patternRect) {
+  return observed.width() + kPadding > patternRect.width() &&
+         observed.height() + kPadding > patternRect.height();
+}
+
+// The reported results as the run fills them.
+using Results = std::vector<mv_PointToGridCorresponderResult>;
+
+}  // namespace
+
+void mv_PointToGridCorresponder::checkRunnable_(
+    const mv_PointToGridCorresponderRunParams& params) const {
+  mvAssert(isTrained(), kModule, __LINE__);
+  mvAssert(params.maxNumResults() >= 1, kModule, __LINE__);
+  mvAssert(params.accept() >= 0.0 && params.accept() <= 1.0, kModule, __LINE__);
+}
+
+bool mv_PointToGridCorresponder::run(const std::vector<mvPair<long>>& nodes,
+                                     const mv_PointToGridCorresponderRunParams& params,
+                                     mv_PointToGridCorresponderResultSet& results) const {
+  mvTimer timer;
+  results.results_.clear();
+  results.time_ = 0.0;
+  checkRunnable_(params);
+  const auto finish = [&](bool found) {
+    results.time_ = timer.sec();
+    return found;
+  };
+  if (nodes.empty()) return finish(false);
+
+  const mvRectangle<long> bounds = ptmatch::gridcorr::nodeBounds(nodes);
+  const mvPelRect observed(bounds.ul(), mvPair<long>(bounds.width(), bounds.height()));
+  if (spansNothing(observed) || !roomForPattern(observed, patternRect_)) return finish(false);
+
+  mvPelBuffer<unsigned char> padded(observed.width() + kPadding, observed.height() + kPadding,
+                                    kAlignment);
+  const mvPair<long> toPadded = mvPair<long>(kBorder, kBorder) - observed.ul();
+  for (const mvPair<long>& node : nodes) {
+    const mvPair<long> p = node + toPadded;
+    padded.pointToRow(p.y())[p.x()] = kNode;
+  }
+  return finish(run_(padded, observed, params, results));
+}
+
+bool mv_PointToGridCorresponder::run(const mvPelBuffer_const<unsigned char>& image,
+                                     const mv_PointToGridCorresponderRunParams& params,
+                                     mv_PointToGridCorresponderResultSet& results) const {
+  mvTimer timer;
+  results.results_.clear();
+  results.time_ = 0.0;
+  checkRunnable_(params);
+  const auto finish = [&](bool found) {
+    results.time_ = timer.sec();
+    return found;
+  };
+  if (image.width() < 1 || image.height() < 1) return finish(false);
+
+  const mvPelRect observed(image.offset(), mvPair<long>(image.width() - 1, image.height() - 1));
+  if (spansNothing(observed) || !roomForPattern(observed, patternRect_)) return finish(false);
+
+  // Pel values are copied as they are: only pels equal to 1 match node probes.
+  mvPelBuffer<unsigned char> padded(observed.width() + kPadding, observed.height() + kPadding,
+                                    kAlignment);
+  mvPelBuffer<unsigned char> inner = padded;
+  const bool windowed = inner.window(kBorder, kBorder, image.width(), image.height());
+  mvAssert(windowed, kModule, __LINE__);
+  inner.offset(padded.offset());
+  mfPelCopy(image, inner);
+  return finish(run_(padded, observed, params, results));
+}
+
+bool mv_PointToGridCorresponder::run_(const mvPelBuffer<unsigned char>& padded,
+                                      const mvPelRect& observedRect,
+                                      const mv_PointToGridCorresponderRunParams& params,
+                                      mv_PointToGridCorresponderResultSet& results) const {
+  // The row table: probing reads a pel as row pointer plus column. The copy shares the
+  // pels and gives writable row pointers, which probing never writes through.
+  mvPelBuffer<unsigned char> pels = padded;
+  const long height = pels.height();
+  std::unique_ptr<unsigned char*[]> rows(new (std::nothrow)
+                                             unsigned char*[static_cast<std::size_t>(height)]);
+  if (!rows) throw Defs::InsufficientMemory(L"");
+
+  const long n = static_cast<long>(probes_.size());
+  const long threshold = static_cast<long>(params.accept() * static_cast<double>(n));
+  const long scanWidth = pels.width() - patternRect_.width();
+  const long scanHeight = height - patternRect_.height();
+
+  // With capacity 1 a single best candidate is kept instead of a store. The first
+  // position reached among equal scores stays (smallest y, then smallest x).
+  const bool keepSingleBest = params.maxNumResults() == 1;
+  long bestScore = 0;
+  mvPair<long> bestPosition;
+  // The store never needs more room than the scan has positions; capping it there
+  // changes nothing, since a store that never fills never evicts.
+  std::optional<mvScoreHashing> store;
+  if (!keepSingleBest) {
+    store.emplace(n, std::min(params.maxNumResults(), scanWidth * scanHeight + 1));
+  }
+
+  rows[0] = pels.pointToRow(0);
+  for (long y = 1; y < height; ++y) rows[y] = rows[y - 1] + pels.rowUpdate();
+
+  for (long y = 0; y < scanHeight; ++y) {
+    for (long x = 0; x < scanWidth; ++x) {
+      const long score = probe_(rows.get(), x, y, threshold);
+      if (score < threshold) continue;
+      if (!keepSingleBest) {
+        store->add(score, mvPair<long>(x, y));  // a refusal is no error
+      } else if (score > bestScore) {
+        bestScore = score;
+        bestPosition = mvPair<long>(x, y);
+      }
+    }
+  }
+  rows.reset();
+
+  // Turns a scan position in the padded image into the translation from model grid
+  // positions to observed grid positions.
+  const mvPair<long> offset =
+      mvPair<long>(-kBorder, -kBorder) + observedRect.ul() - patternRect_.ul();
+  const double scale = 1.0 / static_cast<double>(n);
+  Results& out = results.results_;
+  if (!keepSingleBest) {
+    // Highest score first, newest first within a score. Filling stops at the first score
+    // below 1, which leaves the rest of the list default-constructed (not found).
+    if (store->numResults() > 0) {
+      out.resize(static_cast<std::size_t>(store->numResults()));
+      mvPair<long> position;
+      std::size_t next = 0;
+      for (long score = store->first(position); score >= 1 && next < out.size();
+           score = store->next(position)) {
+        out[next++] = mv_PointToGridCorresponderResult(static_cast<double>(score) * scale,
+                                                       position + offset);
+      }
+    } else {
+      out.clear();
+    }
+  } else if (bestScore >= threshold) {
+    out.assign(1, mv_PointToGridCorresponderResult(static_cast<double>(bestScore) * scale,
+                                                   bestPosition + offset));
+  } else {
+    out.clear();
+  }
+  return !out.empty();
+}
+
+// Counts the probes that agree at scan position (x, y). The first n - threshold probes
+// (at least one) are read first; when none of them agrees the position is given up at
+// once, even though the remaining probes could still have reached the threshold. That
+// trade decides which positions are reported at the threshold and is kept as it is.
+long mv_PointToGridCorresponder::probe_(unsigned char** rows, long x, long y,
+                                        long threshold) const {
+  const long n = static_cast<long>(probes_.size());
+  std::uint32_t first = static_cast<std::uint32_t>(n - threshold);
+  if (first == 0) first = 1;
+
+  const Probe* probe = probes_.data();
+  const Probe* const split = probe + first;
+  const Probe* const end = probe + n;
+  unsigned char** const top = rows + y;
+  long count = 0;
+  for (; probe != split; ++probe) {
+    if (top[probe->y][x + probe->x] == probe->expected) ++count;
+  }
+  if (count == 0) return 0;
+  for (; probe != end; ++probe) {
+    if (top[probe->y][x + probe->x] == probe->expected) ++count;
+  }
+  return count;
+}

@@ -1,0 +1,53 @@
+// The coarse search: for every scale and rotation of the lattice, the model is projected
+// into grid space and votes for the translations at which its points land on occupied
+// cells; the accumulator's peaks are kept in the coarse store and handed to the
+// refinement.
+
+#include "mvbase/attention.h"
+#include "ppmatch/search/grid_space.h"
+#include "ppmatch/search/lattice.h"
+#include "ppmatch/search/refine.h"
+#include "ppmatch/search/search.h"
+#include "ppmatch/search/vote.h"
+
+namespace ptmatch {
+namespace detail {
+namespace {
+
+// Votes at every (scale, rotation) of the lattice, scale-major, checking for an
+// interruption before each; minScore rises to the coarse store's lowest score + 1 once
+// the store is full.
+void voteCoarseLattice(Voter& voter, const mvPointMatcherRunParams& params, double gridSize,
+                       const mv_PointMatcherModel& model, long minScore,
+                       HypothesisStore& coarse) {
+  walkLattice(scaleLattice(params.scaleUncertainty(), gridSize, model), [&](double scale) {
+    walkLattice(rotationLattice(params.rotationUncertainty(), gridSize, model, scale),
+                [&](double rotation) {
+                  mvAttention::check();
+                  voter.voteAndCollect(scale, mvDegree(rotation), minScore, coarse);
+                });
+  });
+}
+
+}  // namespace
+
+void hypothesisSearch(const std::vector<mvVector<2>>& data, const mv_PointMatcherModel& model,
+                      const mvPointMatcherRunParams& searchParams, CandidateStore& store) {
+  const ResolvedSizes sizes = resolveGridSizeAndCaptureRange(searchParams, model);
+  if (data.empty()) return;  // nothing to vote on
+  const GridSpace space = mapDataToGridSpace(data, searchParams.startPose(), sizes.gridSize);
+  mvPelRect window;
+  if (!translationWindow(space, model, searchParams, window)) return;
+  VoteWeights votes = quantiseWeights(model, searchParams.minCoverage());
+  const long baseMinScore = votes.minScore;
+
+  Voter voter(model.points, space.dataToGrid, model.center, space.occupancy, window,
+              std::move(votes.weights));
+  HypothesisStore coarse(model.totalWeight, searchParams.maxNumResults());
+  voteCoarseLattice(voter, searchParams, sizes.gridSize, model, baseMinScore, coarse);
+  refineHypotheses(data, space, model, sizes.captureRange, baseMinScore,
+                   searchParams.maxNumResults(), voter, coarse, store);
+}
+
+}  // namespace detail
+}  // namespace ptmatch

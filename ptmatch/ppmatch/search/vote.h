@@ -1,0 +1,88 @@
+// Translation voting: at one scale and rotation, every projected model point adds the
+// occupancy raster, shifted by its cell, over the window of model-centre offsets into a
+// 16-bit accumulator; the accumulator's peaks become hypotheses.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "mvbase/geometry.h"
+#include "mvbase/image.h"
+#include "ppmatch/model.h"
+#include "ppmatch/search/search.h"
+
+namespace ptmatch {
+namespace detail {
+
+/// What a point votes with, and the least vote that makes a peak.
+struct VoteWeights {
+  /// Base minimum score: max(2, trunc(minCoverage x total vote weight)).
+  long minScore = 2;
+  /// One 16-bit weight per model point; empty when every point votes 1 (unweighted model).
+  std::vector<std::int16_t> weights;
+};
+
+/// The base minimum score and, for a weighted model, the quantised weights: the weights
+/// as they are, or rescaled by 16384 / max(P, N) when P > 32767 or N >= 32768 (P the sum
+/// of the weights >= 1, N that of the magnitudes of the weights < 1), so that 16-bit sums
+/// stay in range. Fewer than 2 positive quantised votes fail mvAssert (line 1394).
+VoteWeights quantiseWeights(const mv_PointMatcherModel& model, double minCoverage);
+
+/// Converts a whole number to 16 bits, wrapping modulo 65536.
+inline std::int16_t wrapToInt16(long v) {
+  const auto u = static_cast<std::uint16_t>(static_cast<unsigned long>(v));
+  return u < 0x8000u ? static_cast<std::int16_t>(u)
+                     : static_cast<std::int16_t>(static_cast<long>(u) - 0x10000L);
+}
+
+/// Converts a whole number to unsigned 16 bits, wrapping modulo 65536.
+inline std::uint16_t wrapToUint16(long v) {
+  return static_cast<std::uint16_t>(static_cast<unsigned long>(v));
+}
+
+/// Clears the accumulator and adds, for every projected model point q, its weight times
+/// the occupancy raster's cells window origin + q ... window far corner + q (clipped to the
+/// raster) into the matching accumulator cells. Sums wrap at 16 bits. The accumulator is
+/// (window width + 1) x (window height + 1). This is the plain raster-against-raster vote,
+/// one contiguous row addition after another.
+void voteTranslations(const mvPelBuffer_const<unsigned char>& occupancy, const mvPelRect& window,
+                      const std::vector<mvPair<long>>& projected,
+                      const std::vector<std::int16_t>& weights,
+                      mvPelBuffer<std::int16_t>& accumulator);
+
+/// Inserts the accumulator's peaks of at least minScore into store, in row order, with
+/// offset window origin + cell, and the given scale and rotation. A peak is strictly
+/// greater than its left, upper-left, upper and lower-left neighbours and at least equal
+/// to its right, upper-right, lower and lower-right ones (neighbours off the accumulator
+/// are ignored), so a plateau's first cell in row order wins. Nothing is collected when
+/// the store's capacity is below 2 or the accumulator is smaller than 2 x 2.
+void collectPeaks(const mvPelBuffer_const<std::int16_t>& accumulator, long minScore,
+                  const mvPelRect& window, double scale, const mvDegree& rotation,
+                  HypothesisStore& store);
+
+/// Everything a vote at one scale and rotation needs, with its reusable buffers.
+struct Voter {
+  Voter(const std::vector<mvVector<2>>& modelPoints, const mvXform<2>& dataToGrid,
+        const mvVector<2>& modelCenter, const mvPelBuffer_const<unsigned char>& occupancy,
+        const mvPelRect& window, std::vector<std::int16_t> weights);
+
+  /// Projects the model at scale and rotation, raises minScore to the store's lowest
+  /// score + 1 when the store is full, votes, and inserts the peaks into store.
+  void voteAndCollect(double scale, const mvDegree& rotation, long& minScore,
+                      HypothesisStore& store);
+
+  const std::vector<mvVector<2>>& modelPoints;
+  const mvXform<2> dataToGrid;
+  const mvVector<2> modelCenter;
+  const mvPelBuffer_const<unsigned char> occupancy;
+  const mvPelRect window;
+  /// Quantised weights; empty for an unweighted model.
+  const std::vector<std::int16_t> weights;
+  /// Votes per model-centre offset of the window.
+  mvPelBuffer<std::int16_t> accumulator;
+  /// Cells of the projected model points.
+  std::vector<mvPair<long>> projected;
+};
+
+}  // namespace detail
+}  // namespace ptmatch

@@ -1,0 +1,154 @@
+// Building the mapping's context: input checks, the staggered rewrite of the grid vectors,
+// the tolerances and directions derived from them, and the bucket grid of point records.
+#include <cmath>
+#include <sstream>
+
+#include "ptgdmap/context.h"
+
+namespace ptmatch {
+namespace detail {
+namespace {
+
+/// Buckets beyond this count are refused rather than allocated (512 MiB of list heads).
+constexpr double kMaxBuckets = 134217728.0;  // 2^27
+/// Angle tolerance ends beyond this many degrees (100 turns) are refused.
+constexpr double kMaxToleranceDegrees = 36000.0;
+
+bool isFinite(const mvVector<2>& v) { return std::isfinite(v.x()) && std::isfinite(v.y()); }
+
+[[noreturn]] void rejectInput(const std::wstring& message) {
+  throw mvPtToGridMapDefs::BadInput(message);
+}
+
+/// Degrees of an angle, through the base library's conversion.
+double degrees(const mvRadian& r) { return mvDegree(r).toDouble(); }
+
+/// Direction of a grid vector in degrees, in [0, 360); 0 for a null vector.
+double directionDegrees(const mvVector<2>& v) {
+  if (v.isNull()) return 0.0;
+  double a = degrees(v.angle());
+  if (a < 0.0) a += 360.0;
+  return a;
+}
+
+/// Snap tolerance: snapSize, or 0.2 of the shorter non-zero pitch when that is 0 or less.
+double snapTolerance(const GridMapContext& ctx, double snapSize) {
+  if (snapSize > 0.0) return snapSize;
+  double lx = ctx.xv.len();
+  double ly = ctx.yv.len();
+  if (lx == 0.0) lx = ly;
+  if (ly == 0.0) ly = lx;
+  return 0.2 * (lx < ly ? lx : ly);
+}
+
+/// Angular snap tolerance in degrees, at least 1.5.
+double angularTolerance(const GridMapContext& ctx) {
+  double tx = ctx.xv.isNull() ? 0.0 : std::atan2(ctx.snap, ctx.xv.len()) * 180.0 / kGridMapPi;
+  double ty = ctx.yv.isNull() ? 0.0 : std::atan2(ctx.snap, ctx.yv.len()) * 180.0 / kGridMapPi;
+  if (tx == 0.0) tx = ty;
+  if (ty == 0.0) ty = tx;
+  double tau = tx < ty ? tx : ty;
+  return tau < 1.5 ? 1.5 : tau;
+}
+
+/// Bucket count along one axis for a span of the points; throws BadInput when it cannot
+/// be held.
+long bucketCount(double span, double snap) {
+  const double cells = span / snap + 0.5;
+  if (!(cells < kMaxBuckets)) {
+    rejectInput(L"The points spread over too many buckets of the snap size.");
+  }
+  return static_cast<long>(cells) + 1;
+}
+
+}  // namespace
+
+void checkGridMapInput(const std::vector<mvVector<2>>& points,
+                       const mvPtToGridMapRunParams& params) {
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    if (!isFinite(points[i])) {
+      std::wostringstream os;
+      os << L"Point " << i << L" is not finite.";
+      rejectInput(os.str());
+    }
+  }
+  if (!isFinite(params.xv()) || !isFinite(params.yv())) {
+    rejectInput(L"A grid vector is not finite.");
+  }
+  if (!std::isfinite(params.snapSize())) rejectInput(L"The snap size is not finite.");
+  const mvAngleRange& angles = params.angleTol();
+  if (angles.range() != mvRangeDefs::eEmpty) {
+    const double lo = degrees(angles.start());
+    const double hi = degrees(angles.end());
+    if (!(std::fabs(lo) <= kMaxToleranceDegrees && std::fabs(hi) <= kMaxToleranceDegrees)) {
+      rejectInput(L"The angle tolerance is not finite or spans more than 100 turns.");
+    }
+  }
+}
+
+void setGridVectors(const mvPtToGridMapRunParams& params, GridMapContext& ctx) {
+  ctx.xv = params.xv();
+  ctx.yv = params.yv();
+  if (params.staggered()) {
+    // The search runs on the ordinary grid spanned by the staggered grid's diagonals.
+    ctx.xv = params.xv() + params.yv();
+    ctx.yv = params.yv() - params.xv();
+  }
+}
+
+bool buildBuckets(const std::vector<mvVector<2>>& points, const mvPtToGridMapRunParams& params,
+                  GridMapContext& ctx) {
+  ctx.snap = snapTolerance(ctx, params.snapSize());
+  if (!(ctx.snap > 0.0)) return false;
+
+  ctx.sizeTol = params.sizeTol().range() == mvRangeDefs::eEmpty ? mvRange(0.8, 1.2)
+                                                                : params.sizeTol();
+  ctx.angleTol = params.angleTol().range() == mvRangeDefs::eEmpty
+                     ? mvAngleRange(mvRadian(mvDegree(-20.0)), mvRadian(mvDegree(20.0)), false)
+                     : params.angleTol();
+  ctx.alphaX = directionDegrees(ctx.xv);
+  ctx.alphaY = directionDegrees(ctx.yv);
+  ctx.longestPitch = ctx.xv.len();
+  if (ctx.yv.len() > ctx.longestPitch) ctx.longestPitch = ctx.yv.len();
+  ctx.tau = angularTolerance(ctx);
+  ctx.tauComplement = 360.0 - ctx.tau;
+
+  double minX = points[0].x(), maxX = minX;
+  double minY = points[0].y(), maxY = minY;
+  for (const mvVector<2>& p : points) {
+    if (p.x() >= minX) {
+      if (p.x() > maxX) maxX = p.x();
+    } else {
+      minX = p.x();
+    }
+    if (p.y() >= minY) {
+      if (p.y() > maxY) maxY = p.y();
+    } else {
+      minY = p.y();
+    }
+  }
+
+  ctx.columns = bucketCount(maxX - minX, ctx.snap);
+  ctx.rows = bucketCount(maxY - minY, ctx.snap);
+  if (static_cast<double>(ctx.columns) * static_cast<double>(ctx.rows) > kMaxBuckets) {
+    rejectInput(L"The points spread over too many buckets of the snap size.");
+  }
+  ctx.heads.assign(static_cast<std::size_t>(ctx.columns * ctx.rows), kNoRecord);
+
+  ctx.records.resize(points.size());
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    GridMapRecord& rec = ctx.records[i];
+    rec.point = points[i];
+    rec.index = static_cast<long>(i);
+    // Monotone in the coordinate, so never beyond the last column or row.
+    rec.column = static_cast<long>((rec.point.x() - minX) / ctx.snap + 0.5);
+    rec.row = static_cast<long>((rec.point.y() - minY) / ctx.snap + 0.5);
+    long& headOfBucket = ctx.heads[static_cast<std::size_t>(rec.row * ctx.columns + rec.column)];
+    rec.next = headOfBucket;
+    headOfBucket = rec.index;
+  }
+  return true;
+}
+
+}  // namespace detail
+}  // namespace ptmatch

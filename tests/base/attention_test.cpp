@@ -1,0 +1,83 @@
+// Interruption: a request from any thread makes the next check() throw, once.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#include "mvbase/attention.h"
+
+namespace {
+
+// Every test starts and ends with nothing pending and no poll function.
+class Attention : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    mvAttention::clear();
+    mvAttention::setPoll(nullptr);
+  }
+  void TearDown() override { SetUp(); }
+};
+
+std::atomic<int> pollCalls{0};
+bool pollRequestsOnThirdCall() { return ++pollCalls == 3; }
+
+}  // namespace
+
+TEST_F(Attention, CheckReturnsWhenNothingIsPending) {
+  EXPECT_FALSE(mvAttention::isRequested());
+  EXPECT_NO_THROW(mvAttention::check());
+}
+
+TEST_F(Attention, ARequestIsConsumedByOneCheck) {
+  mvAttention::requestInterruption();
+  EXPECT_TRUE(mvAttention::isRequested());
+  EXPECT_THROW(mvAttention::check(), mvAttention::Interrupted);
+  EXPECT_FALSE(mvAttention::isRequested());
+  EXPECT_NO_THROW(mvAttention::check());
+}
+
+TEST_F(Attention, ClearWithdrawsARequest) {
+  mvAttention::requestInterruption();
+  mvAttention::clear();
+  EXPECT_NO_THROW(mvAttention::check());
+}
+
+TEST_F(Attention, InterruptedIsAnMvException) {
+  mvAttention::requestInterruption();
+  EXPECT_THROW(mvAttention::check(), mvException);
+}
+
+TEST_F(Attention, RequestFromAnotherThreadStopsARunningLoop) {
+  std::atomic<bool> running{false};
+  std::atomic<bool> interrupted{false};
+  std::thread worker([&] {
+    // A long search checking once per step; the deadline only guards against a hang.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    try {
+      while (std::chrono::steady_clock::now() < deadline) {
+        running = true;
+        mvAttention::check();
+      }
+    } catch (const mvAttention::Interrupted&) {
+      interrupted = true;
+    }
+  });
+  while (!running) std::this_thread::yield();
+  std::thread requester([] { mvAttention::requestInterruption(); });
+  requester.join();
+  worker.join();
+  EXPECT_TRUE(interrupted);
+  EXPECT_FALSE(mvAttention::isRequested());
+}
+
+TEST_F(Attention, PollFunctionIsAskedOnEveryCheck) {
+  pollCalls = 0;
+  EXPECT_EQ(mvAttention::setPoll(&pollRequestsOnThirdCall), nullptr);
+  EXPECT_NO_THROW(mvAttention::check());
+  EXPECT_NO_THROW(mvAttention::check());
+  EXPECT_THROW(mvAttention::check(), mvAttention::Interrupted);
+  EXPECT_NO_THROW(mvAttention::check());
+  EXPECT_EQ(pollCalls, 4);
+  EXPECT_EQ(mvAttention::setPoll(nullptr), &pollRequestsOnThirdCall);
+}

@@ -1,0 +1,278 @@
+// mfPtToGridMap on small grids whose outcome is worked out by hand, and its edge cases.
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "base/bytes_helpers.h"
+#include "ptmatch/ptgdmap.h"
+
+using namespace testing_bytes;
+
+namespace {
+
+constexpr long kU = mvPtToGridMapResult::kUnassigned;
+/// Transforms fitted to exact grids agree with the hand values to rounding.
+constexpr double kFitTolerance = 1e-9;
+
+const mvVector<2> kX10(10.0, 0.0);
+const mvVector<2> kY10(0.0, 10.0);
+
+/// Dots at (10 i, 10 j) + origin for 0 <= i < columns, 0 <= j < rows, row by row; for a
+/// staggered grid only where i + j is even.
+std::vector<mvVector<2>> lattice(long columns, long rows, bool staggered = false,
+                                 mvVector<2> origin = mvVector<2>(0.0, 0.0)) {
+  std::vector<mvVector<2>> points;
+  for (long j = 0; j < rows; ++j) {
+    for (long i = 0; i < columns; ++i) {
+      if (staggered && (i + j) % 2 != 0) continue;
+      points.push_back(origin + mvVector<2>(10.0 * static_cast<double>(i), 10.0 * static_cast<double>(j)));
+    }
+  }
+  return points;
+}
+
+/// A result loaded from hand-written bytes: valid true, time -1 (so a call that sets the
+/// time shows), grid2point (1 2; 3 4) + (5, 6), map {(7, 8)}.
+mvPtToGridMapResult preparedResult() {
+  constexpr std::uint64_t kMinusOne = 0xBFF0000000000000ull;
+  constexpr std::uint64_t kSeven = 0x401C000000000000ull;
+  (void)kSeven;
+  const Bytes bytes = cat({le32(1100), {1}, le64(kMinusOne), le64(kOne), le64(kTwo),
+                           le64(kThree), le64(kFour), le64(kFive), le64(kSix), {0}, le32(1),
+                           {0}, le32(7), le32(8)});
+  return load<mvPtToGridMapResult>(bytes);
+}
+
+const mvXform<2> kPreparedXform(mvMatrix<2>(1.0, 2.0, 3.0, 4.0), mvVector<2>(5.0, 6.0));
+
+void expectXformNear(const mvXform<2>& got, const mvXform<2>& want, double tol) {
+  for (long r = 0; r < 2; ++r) {
+    for (long c = 0; c < 2; ++c) {
+      EXPECT_NEAR(got.matrix().element(r, c), want.matrix().element(r, c), tol)
+          << "element " << r << c;
+    }
+  }
+  EXPECT_NEAR(got.trans().x(), want.trans().x(), tol);
+  EXPECT_NEAR(got.trans().y(), want.trans().y(), tol);
+}
+
+}  // namespace
+
+// --- the ordinary path, worked out by hand ---
+
+// A 3 x 3 lattice with snap size 10: every dot lies in its own bucket, links run to the
+// right, down, left and up; the first dot's chain of rightward and downward links reaches
+// all 8 others, so it is the seed, its own trial fits exactly and node (0, 0) is its dot.
+TEST(GridMap, ExactLatticeMapsEachDotToItsNodeFromTheSeed) {
+  const std::vector<mvVector<2>> points = lattice(3, 3);
+  mvPtToGridMapResult result;
+  const long count = mfPtToGridMap(points, mvPtToGridMapRunParams(kX10, kY10, false, 10.0), result);
+  EXPECT_EQ(count, 9);
+  EXPECT_TRUE(result.valid());
+  ASSERT_EQ(result.map().size(), 9u);
+  for (long k = 0; k < 9; ++k) EXPECT_EQ(result.map()[k], mvPair<long>(k % 3, k / 3)) << k;
+  expectXformNear(result.grid2point(), mvXform<2>(mvMatrix<2>(10.0, 0.0, 0.0, 10.0), mvVector<2>()),
+                  kFitTolerance);
+  EXPECT_GE(result.time(), 0.0);
+}
+
+// The same lattice away from the origin and with the dots in another order maps every dot
+// to the same nodes relative to the seed's dot.
+TEST(GridMap, IndicesFollowTheGivenAxesWhateverTheInputOrder) {
+  std::vector<mvVector<2>> points = lattice(4, 3, false, mvVector<2>(-35.0, 120.0));
+  std::swap(points[0], points[11]);
+  std::swap(points[3], points[7]);
+  mvPtToGridMapResult result;
+  ASSERT_EQ(mfPtToGridMap(points, mvPtToGridMapRunParams(kX10, kY10, false, 10.0), result), 12);
+  for (std::size_t k = 0; k < points.size(); ++k) {
+    // grid2point takes each node back onto its dot: node differences follow xv and yv.
+    const mvVector<2> back = result.grid2point() * mvVector<2>(result.map()[k]);
+    EXPECT_NEAR(back.x(), points[k].x(), kFitTolerance);
+    EXPECT_NEAR(back.y(), points[k].y(), kFitTolerance);
+  }
+  EXPECT_NEAR(result.grid2point().matrix().element(0, 0), 10.0, kFitTolerance);
+  EXPECT_NEAR(result.grid2point().matrix().element(1, 1), 10.0, kFitTolerance);
+}
+
+// --- edge cases ---
+
+TEST(GridMap, EmptyPointListReturnsZeroAndLeavesTheRestAlone) {
+  mvPtToGridMapResult result = preparedResult();
+  EXPECT_EQ(mfPtToGridMap({}, mvPtToGridMapRunParams(kX10, kY10, false, 10.0), result), 0);
+  EXPECT_FALSE(result.valid());
+  EXPECT_GE(result.time(), 0.0);
+  EXPECT_EQ(result.grid2point(), kPreparedXform);
+  ASSERT_EQ(result.map().size(), 1u);
+  EXPECT_EQ(result.map()[0], mvPair<long>(7, 8));
+}
+
+TEST(GridMap, SinglePointReturnsZero) {
+  mvPtToGridMapResult result = preparedResult();
+  EXPECT_EQ(mfPtToGridMap({mvVector<2>(3.0, 4.0)}, mvPtToGridMapRunParams(kX10, kY10), result),
+            0);
+  EXPECT_FALSE(result.valid());
+  EXPECT_EQ(result.map().size(), 1u);
+}
+
+TEST(GridMap, TwoNullGridVectorsReturnZero) {
+  const std::vector<mvVector<2>> points = lattice(3, 3);
+  mvPtToGridMapResult result = preparedResult();
+  EXPECT_EQ(mfPtToGridMap(points, mvPtToGridMapRunParams(), result), 0);
+  EXPECT_FALSE(result.valid());
+  EXPECT_EQ(mfPtToGridMap(points, mvPtToGridMapRunParams(mvVector<2>(), mvVector<2>(), false, 5.0),
+                          result),
+            0);
+  EXPECT_FALSE(result.valid());
+  EXPECT_EQ(result.map()[0], mvPair<long>(7, 8));
+}
+
+// A staggered grid whose diagonals cancel (xv = -yv) keeps one diagonal: not an error.
+TEST(GridMap, StaggeredGridWithOppositeVectorsIsNotAnError) {
+  mvPtToGridMapResult result;
+  EXPECT_NO_THROW(mfPtToGridMap(lattice(3, 3), mvPtToGridMapRunParams(kX10, -kX10, true, 10.0),
+                                result));
+}
+
+// The default snap size, 0.2 of the pitch, makes buckets of 2: a neighbour 10 away lies 5
+// buckets off, outside the 3 x 3 buckets searched, so no dot gets a link, there is no
+// seed, nothing is assigned and the map is not touched.
+TEST(GridMap, DefaultSnapSizeFindsNoNeighboursAndAssignsNothing) {
+  const std::vector<mvVector<2>> points = lattice(10, 10);
+  mvPtToGridMapResult result = preparedResult();
+  EXPECT_EQ(mfPtToGridMap(points, mvPtToGridMapRunParams(kX10, kY10), result), 0);
+  EXPECT_FALSE(result.valid());
+  ASSERT_EQ(result.map().size(), 1u);
+  EXPECT_EQ(result.map()[0], mvPair<long>(7, 8));
+  EXPECT_EQ(result.grid2point(), kPreparedXform);
+
+  // The same grid with a snap size of one pitch maps every dot.
+  EXPECT_EQ(mfPtToGridMap(points, mvPtToGridMapRunParams(kX10, kY10, false, 10.0), result), 100);
+  EXPECT_TRUE(result.valid());
+}
+
+// Two dots one pitch apart: the first links to the second, so it is a seed; both snap, but
+// 2 assignments are too few: not valid, grid2point untouched, the map holds both nodes.
+TEST(GridMap, FewerThanThreeAssignedIsNotValidAndKeepsTheTransform) {
+  mvPtToGridMapResult result = preparedResult();
+  const long count = mfPtToGridMap({mvVector<2>(0.0, 0.0), mvVector<2>(10.0, 0.0)},
+                                   mvPtToGridMapRunParams(kX10, kY10, false, 10.0), result);
+  EXPECT_EQ(count, 2);
+  EXPECT_FALSE(result.valid());
+  EXPECT_EQ(result.grid2point(), kPreparedXform);
+  ASSERT_EQ(result.map().size(), 2u);
+  EXPECT_EQ(result.map()[0], mvPair<long>(0, 0));
+  EXPECT_EQ(result.map()[1], mvPair<long>(1, 0));
+}
+
+// Dots on one grid row are collinear nodes: the final fit is a similarity (4 degrees of
+// freedom) although both grid vectors are given; an affine fit could not be made at all.
+TEST(GridMap, PointsOnOneGridLineGetASimilarityFit) {
+  const std::vector<mvVector<2>> points = lattice(6, 1, false, mvVector<2>(50.0, 20.0));
+  mvPtToGridMapResult result;
+  EXPECT_EQ(mfPtToGridMap(points, mvPtToGridMapRunParams(kX10, kY10, false, 10.0), result), 6);
+  EXPECT_TRUE(result.valid());
+  for (long k = 0; k < 6; ++k) EXPECT_EQ(result.map()[k], mvPair<long>(k, 0));
+  // The similarity carries the second axis perpendicular to the first at the same scale.
+  expectXformNear(result.grid2point(),
+                  mvXform<2>(mvMatrix<2>(10.0, 0.0, 0.0, 10.0), mvVector<2>(50.0, 20.0)),
+                  kFitTolerance);
+}
+
+// With one grid vector the final fit is a similarity too.
+TEST(GridMap, OneGridVectorMapsARowWithASimilarity) {
+  const std::vector<mvVector<2>> points = lattice(5, 1);
+  mvPtToGridMapResult result;
+  EXPECT_EQ(mfPtToGridMap(points, mvPtToGridMapRunParams(kX10, mvVector<2>(), false, 10.0), result),
+            5);
+  EXPECT_TRUE(result.valid());
+  for (long k = 0; k < 5; ++k) EXPECT_EQ(result.map()[k].x(), k);
+  EXPECT_NEAR(result.grid2point().matrix().element(0, 0), 10.0, kFitTolerance);
+  EXPECT_NEAR(result.grid2point().matrix().element(1, 0), 0.0, kFitTolerance);
+}
+
+// A staggered lattice: the search runs on the diagonals (10, 10) and (-10, 10); its nodes
+// (u, v) come back as (u - v, u + v), here exactly the dots' own (i, j), all of even sum.
+TEST(GridMap, StaggeredNodesComeBackInTheGridsOwnAxesWithEvenSums) {
+  const std::vector<mvVector<2>> points = lattice(5, 5, true);
+  mvPtToGridMapResult result;
+  EXPECT_EQ(mfPtToGridMap(points, mvPtToGridMapRunParams(kX10, kY10, true, 10.0), result), 13);
+  EXPECT_TRUE(result.valid());
+  for (std::size_t k = 0; k < points.size(); ++k) {
+    const mvPair<long>& n = result.map()[k];
+    EXPECT_EQ((n.x() + n.y()) % 2, 0) << k;
+    EXPECT_EQ(n, mvPair<long>(static_cast<long>(points[k].x() / 10.0),
+                              static_cast<long>(points[k].y() / 10.0)))
+        << k;
+  }
+  expectXformNear(result.grid2point(), mvXform<2>(mvMatrix<2>(10.0, 0.0, 0.0, 10.0), mvVector<2>()),
+                  kFitTolerance);
+}
+
+// With snap size 6 a point in the middle of a cell lies 7.07 from every node: it is tested
+// and not assigned, and keeps the marker. (Buckets of 6 still hold some neighbours one
+// pitch apart side by side, so a seed is found.)
+TEST(GridMap, UnassignedPointKeepsTheMarker) {
+  std::vector<mvVector<2>> points = lattice(5, 5);
+  points.insert(points.begin() + 7, mvVector<2>(15.0, 15.0));
+  mvPtToGridMapResult result;
+  EXPECT_EQ(mfPtToGridMap(points, mvPtToGridMapRunParams(kX10, kY10, false, 6.0), result), 25);
+  EXPECT_TRUE(result.valid());
+  EXPECT_EQ(result.map()[7], mvPair<long>(kU, kU));
+  const mvPair<long> shift = result.map()[0];
+  for (std::size_t k = 0; k < points.size(); ++k) {
+    if (k == 7) continue;
+    const mvPair<long> truth(static_cast<long>(points[k].x() / 10.0),
+                             static_cast<long>(points[k].y() / 10.0));
+    EXPECT_EQ(result.map()[k] - truth, shift) << k;
+  }
+}
+
+// The same after the staggered conversion: a point on an empty (odd) position lies 10 from
+// the nearest dot's node and keeps the marker untouched by the conversion.
+TEST(GridMap, UnassignedPointKeepsTheMarkerThroughTheStaggeredConversion) {
+  std::vector<mvVector<2>> points = lattice(6, 6, true);
+  points.push_back(mvVector<2>(30.0, 20.0));  // (3, 2): odd index sum, no dot there
+  mvPtToGridMapResult result;
+  const long count = mfPtToGridMap(points, mvPtToGridMapRunParams(kX10, kY10, true, 6.0), result);
+  EXPECT_EQ(count, 18);
+  EXPECT_TRUE(result.valid());
+  EXPECT_EQ(result.map().back(), mvPair<long>(kU, kU));
+  for (std::size_t k = 0; k + 1 < points.size(); ++k) {
+    const mvPair<long>& n = result.map()[k];
+    EXPECT_EQ((n.x() + n.y()) % 2, 0) << k;
+  }
+}
+
+// --- timing and failures ---
+
+TEST(GridMap, EveryReturnSetsTheTime) {
+  mvPtToGridMapResult result = preparedResult();
+  ASSERT_EQ(result.time(), -1.0);
+  mfPtToGridMap(lattice(3, 3), mvPtToGridMapRunParams(kX10, kY10), result);  // no seed
+  EXPECT_GE(result.time(), 0.0);
+}
+
+TEST(GridMap, NonFinitePointThrowsBadInputAfterSettingTheTime) {
+  mvPtToGridMapResult result = preparedResult();
+  std::vector<mvVector<2>> points = lattice(3, 3);
+  points[4] = mvVector<2>(std::numeric_limits<double>::quiet_NaN(), 0.0);
+  try {
+    mfPtToGridMap(points, mvPtToGridMapRunParams(kX10, kY10, false, 10.0), result);
+    FAIL() << "a NaN point was accepted";
+  } catch (const mvPtToGridMapDefs::BadInput& e) {
+    EXPECT_EQ(e.message(), L"Point 4 is not finite.");
+  }
+  EXPECT_GE(result.time(), 0.0);
+  EXPECT_FALSE(result.valid());
+  EXPECT_EQ(result.map().size(), 1u);
+}
+
+// Parallel grid vectors make the first trial transform singular: the base library's
+// mvMathError passes out unchanged, and the time is set.
+TEST(GridMap, ExceptionsOfTheTransformPassThroughAfterSettingTheTime) {
+  mvPtToGridMapResult result = preparedResult();
+  EXPECT_THROW(mfPtToGridMap(lattice(5, 1), mvPtToGridMapRunParams(kX10, kX10 * 2.0, false, 10.0),
+                             result),
+               mvMathError);
+  EXPECT_GE(result.time(), 0.0);
+}

@@ -1,0 +1,104 @@
+#include "cli.h"
+
+#include <algorithm>
+#include <exception>
+#include <new>
+#include <typeinfo>
+
+#include "commands.h"
+#include "errors.h"
+#include "mvbase/exception.h"
+
+#ifndef PTMATCH_VERSION_STRING
+#define PTMATCH_VERSION_STRING "unknown"
+#endif
+
+namespace ptmatch::cli {
+
+namespace {
+
+// A message on one line: the library's messages end in a newline, some span several.
+std::string oneLine(const std::string& text) {
+  std::string line = trimmed(text);
+  std::replace(line.begin(), line.end(), '\n', ' ');
+  std::replace(line.begin(), line.end(), '\r', ' ');
+  return line;
+}
+
+bool asksForHelp(const std::vector<std::string>& args) {
+  return std::any_of(args.begin(), args.end(),
+                     [](const std::string& a) { return a == "--help" || a == "-h"; });
+}
+
+int dispatch(const std::vector<std::string>& args, std::ostream& out) {
+  if (args.empty()) {
+    throw UsageError("missing command (demo, match, grid or pattern; see 'ptmatch --help')");
+  }
+  const std::string& command = args.front();
+  const std::vector<std::string> rest(args.begin() + 1, args.end());
+  if (command == "--help" || command == "-h" || command == "help") {
+    const std::string topic = rest.empty() ? "" : rest.front();
+    if (!topic.empty() && helpText(topic).empty()) {
+      throw UsageError("no help on '" + topic + "' (commands: demo, match, grid, pattern)");
+    }
+    out << helpText(topic);
+    return kExitOk;
+  }
+  if (command == "--version" || command == "version") {
+    out << "ptmatch " << versionString() << "\n";
+    return kExitOk;
+  }
+  using Command = int (*)(const std::vector<std::string>&, std::ostream&);
+  Command run = nullptr;
+  if (command == "demo") run = runDemo;
+  if (command == "match") run = runMatch;
+  if (command == "grid") run = runGrid;
+  if (command == "pattern") run = runPattern;
+  if (run == nullptr) {
+    throw UsageError("unknown command '" + command +
+                     "' (commands: demo, match, grid, pattern; see 'ptmatch --help')");
+  }
+  if (asksForHelp(rest)) {
+    out << helpText(command);
+    return kExitOk;
+  }
+  return run(rest, out);
+}
+
+}  // namespace
+
+const char* versionString() { return PTMATCH_VERSION_STRING; }
+
+int runCommandLine(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
+  try {
+    return dispatch(args, out);
+  } catch (const UsageError& e) {
+    err << "ptmatch: " << oneLine(e.what()) << "\n";
+    return kExitUsage;
+  } catch (const InputError& e) {
+    err << "ptmatch: " << oneLine(e.what()) << "\n";
+    return kExitUsage;
+  } catch (const mvAssertionError& e) {
+    err << "ptmatch: internal error: " << oneLine(e.what()) << "\n";
+    return kExitFailure;
+  } catch (const mvException& e) {
+    // The library refused what it was given (too few model points, a bad parameter, a
+    // singular pose): an input error.
+    std::string message = oneLine(e.what());
+    if (message.empty()) message = mv_Instantiator::nameOf(typeid(e));
+    if (message.empty()) message = "no reason given";
+    err << "ptmatch: the input was refused: " << message << "\n";
+    return kExitUsage;
+  } catch (const std::bad_alloc&) {
+    err << "ptmatch: out of memory\n";
+    return kExitFailure;
+  } catch (const std::exception& e) {
+    err << "ptmatch: internal error: " << oneLine(e.what()) << "\n";
+    return kExitFailure;
+  } catch (...) {
+    err << "ptmatch: internal error\n";
+    return kExitFailure;
+  }
+}
+
+}  // namespace ptmatch::cli
