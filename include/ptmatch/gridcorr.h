@@ -3,13 +3,12 @@
 // set and, for the boundary feature types, empty pels around them that must be clear); a
 // run slides the probes over the observed nodes and reports the best translations.
 //
-// Reading notes for users:
+// Notes for users:
 // - A pattern rectangle spans its corner nodes: its width is maxX - minX and its height
 //   maxY - minY (a single row of nodes has height 0).
 // - The probe order, the ring pass's read position and the early exit of the probe count
 //   are part of the behaviour: they decide which empty pels become probes and which
-//   positions are reported at the threshold. They are kept exactly as documented at the
-//   functions that implement them.
+//   positions are reported at the threshold; the functions that implement them say how.
 // - A run checks its preconditions with mvAssert (mvAssertionError): the corresponder
 //   must be trained, maxNumResults must be at least 1 and accept must lie in 0..1.
 // - A run on an empty node list reports nothing and returns false, as for a single node.
@@ -210,7 +209,8 @@ class PTMATCH_API mv_PointToGridCorresponder {
 
   /// Finds the pattern among observed grid positions. Fills results best first and
   /// returns true when at least one was reported; results are always cleared and timed.
-  bool run(const std::vector<mvPair<long>>& nodes, const mv_PointToGridCorresponderRunParams& params,
+  bool run(const std::vector<mvPair<long>>& nodes,
+           const mv_PointToGridCorresponderRunParams& params,
            mv_PointToGridCorresponderResultSet& results) const;
   /// Finds the pattern in an image holding 1 at each observed node and 0 elsewhere.
   bool run(const mvPelBuffer_const<unsigned char>& image,

@@ -14,10 +14,10 @@ constexpr const char* kModule = "ptmatch/gridcorr";
 constexpr unsigned long kArchiveVersion = 1100;
 
 /// Pel values of the work image that training builds.
-constexpr unsigned char kEmpty = 0;       ///< an empty pel
-constexpr unsigned char kNode = 1;        ///< a model node
-constexpr unsigned char kRingProbe = 2;   ///< an empty pel to be probed as 0
-constexpr unsigned char kNodeProbe = 3;   ///< a node to be probed as 1
+constexpr unsigned char kEmpty = 0;      ///< an empty pel
+constexpr unsigned char kNode = 1;       ///< a model node
+constexpr unsigned char kRingProbe = 2;  ///< an empty pel to be probed as 0
+constexpr unsigned char kNodeProbe = 3;  ///< a node to be probed as 1
 /// The row alignment passed to every image the corresponder makes.
 constexpr long kAlignment = 32;
 

@@ -88,9 +88,8 @@ void Defs::InsufficientMemory::suicideAndRethrow() {
 }
 
 void Defs::InsufficientMemory::dispatchSerialize(mvArchive& ar) {
-  dispatchVersioned(ar, this, sizeof(InsufficientMemory), [&](unsigned char version) {
-    InsufficientMemory::serialize_(ar, version);
-  });
+  dispatchVersioned(ar, this, sizeof(InsufficientMemory),
+                    [&](unsigned char version) { InsufficientMemory::serialize_(ar, version); });
 }
 
 void Defs::InsufficientMemory::serialize_(mvArchive& ar, unsigned char version) {

@@ -109,8 +109,8 @@ bool mv_PointToGridCorresponder::run_(const mvPelBuffer<unsigned char>& padded,
   // pels and gives writable row pointers, which probing never writes through.
   mvPelBuffer<unsigned char> pels = padded;
   const long height = pels.height();
-  std::unique_ptr<unsigned char*[]> rows(new (std::nothrow)
-                                             unsigned char*[static_cast<std::size_t>(height)]);
+  std::unique_ptr<unsigned char*[]> rows(
+      new (std::nothrow) unsigned char*[static_cast<std::size_t>(height)]);
   if (!rows) throw Defs::InsufficientMemory(L"");
 
   const long n = static_cast<long>(probes_.size());
@@ -162,8 +162,8 @@ bool mv_PointToGridCorresponder::run_(const mvPelBuffer<unsigned char>& padded,
       std::size_t next = 0;
       for (long score = store->first(position); score >= 1 && next < out.size();
            score = store->next(position)) {
-        out[next++] = mv_PointToGridCorresponderResult(static_cast<double>(score) * scale,
-                                                       position + offset);
+        out[next++] =
+            mv_PointToGridCorresponderResult(static_cast<double>(score) * scale, position + offset);
       }
     } else {
       out.clear();

@@ -131,7 +131,8 @@ void markRing(mvPelBuffer<unsigned char>& work, bool staggered, bool thick) {
 // Writes value at each node's pel of an image whose pel (0, 0) is the node at origin.
 void drawNodes(mvPelBuffer<unsigned char>& image, const std::vector<mvPair<long>>& nodes,
                const mvPair<long>& origin, unsigned char value) {
-  for (const mvPair<long>& p : nodes) image.pointToRow(p.y() - origin.y())[p.x() - origin.x()] = value;
+  for (const mvPair<long>& p : nodes)
+    image.pointToRow(p.y() - origin.y())[p.x() - origin.x()] = value;
 }
 
 // The set pels of an image, row by row, as positions in the image's own frame.

@@ -41,7 +41,8 @@ constexpr int kMaxNesting = 64;
 void archiveRecordVersion(mvArchive& ar, int unknownVersionLine) {
   unsigned long version = kPpmatchVersion;
   ar || version;
-  if (version > kPpmatchVersion) throw mvArchive::UnknownVersion(kPpmatchModule, unknownVersionLine);
+  if (version > kPpmatchVersion)
+    throw mvArchive::UnknownVersion(kPpmatchModule, unknownVersionLine);
 }
 
 // Persists a run mode as an unsigned long; loading accepts only the four modes.

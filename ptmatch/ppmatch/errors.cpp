@@ -150,8 +150,7 @@ mvPersistent* mvPointMatcherDefs::InsufficientModelPoints::make() {
   return new InsufficientModelPoints(L"");
 }
 
-void mvPointMatcherDefs::InsufficientModelPoints::serialize_(mvArchive& ar,
-                                                             unsigned char version) {
+void mvPointMatcherDefs::InsufficientModelPoints::serialize_(mvArchive& ar, unsigned char version) {
   checkClassVersion(version, kInsufficientModelPointsName);
   Errors::dispatchSerialize(ar);
 }

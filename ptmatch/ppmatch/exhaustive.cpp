@@ -188,8 +188,7 @@ void mvPointMatcher::runExhaustive_(const std::vector<mvVector<2>>& dataPoints,
 
   const mvPointMatcherRunParams resolved = resolveSizes(params, model.defaultGridSize);
   const double captureRange2 = resolved.captureRange() * resolved.captureRange();
-  const int dof =
-      resolved.scaleUncertainty() == mvRange(0.0, 0.0) ? kRigidDof : kSimilarityDof;
+  const int dof = resolved.scaleUncertainty() == mvRange(0.0, 0.0) ? kRigidDof : kSimilarityDof;
   const std::size_t maxResults =
       static_cast<std::size_t>(std::max<long>(resolved.maxNumResults(), 0));
 
@@ -233,9 +232,8 @@ void mvPointMatcher::runExhaustive_(const std::vector<mvVector<2>>& dataPoints,
     result.setModelToDataMap_(score.modelToDataMap);
     result.setCoverage_(coverage);
     result.setFitError_(fitError);
-    const auto at = std::find_if(results.begin(), results.end(), [&](const auto& r) {
-      return goesBefore(coverage, fitError, r);
-    });
+    const auto at = std::find_if(results.begin(), results.end(),
+                                 [&](const auto& r) { return goesBefore(coverage, fitError, r); });
     results.insert(at, std::move(result));
     if (results.size() > maxResults) results.pop_back();
   }

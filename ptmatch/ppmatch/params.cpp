@@ -35,11 +35,13 @@ mvPointMatcherRunParams::mvPointMatcherRunParams()
       captureRange_(0.0),
       maxNumResults_(1) {}
 
-mvPointMatcherRunParams::mvPointMatcherRunParams(
-    double minCoverage, const mvXform<2>& startPose, const mvRange& xTranslationUncertainty,
-    const mvRange& yTranslationUncertainty, const mvAngleRange& rotationUncertainty,
-    const mvRange& scaleUncertainty, bool autoGridSize, double gridSize, bool autoCaptureRange,
-    double captureRange, long maxNumResults)
+mvPointMatcherRunParams::mvPointMatcherRunParams(double minCoverage, const mvXform<2>& startPose,
+                                                 const mvRange& xTranslationUncertainty,
+                                                 const mvRange& yTranslationUncertainty,
+                                                 const mvAngleRange& rotationUncertainty,
+                                                 const mvRange& scaleUncertainty, bool autoGridSize,
+                                                 double gridSize, bool autoCaptureRange,
+                                                 double captureRange, long maxNumResults)
     : minCoverage_(0.0),
       startPose_(),
       rotationUncertainty_(),
@@ -127,8 +129,8 @@ void mvPointMatcherRunParams::maxNumResults(long v) {
 }
 
 bool mvPointMatcherRunParams::operator==(const mvPointMatcherRunParams& o) const {
-  return mfRealEq(minCoverage_, o.minCoverage_, kEqualityTolerance) &&
-         startPose_ == o.startPose_ && xTranslationUncertainty_ == o.xTranslationUncertainty_ &&
+  return mfRealEq(minCoverage_, o.minCoverage_, kEqualityTolerance) && startPose_ == o.startPose_ &&
+         xTranslationUncertainty_ == o.xTranslationUncertainty_ &&
          yTranslationUncertainty_ == o.yTranslationUncertainty_ &&
          scaleUncertainty_ == o.scaleUncertainty_ &&
          rotationUncertainty_ == o.rotationUncertainty_ && autoGridSize_ == o.autoGridSize_ &&

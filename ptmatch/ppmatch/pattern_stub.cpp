@@ -10,7 +10,8 @@ namespace {
 }  // namespace
 
 void mvPointMatcher::train(const mvPelBuffer_const<unsigned char>& /*image*/) {
-  throw mvPointMatcherDefs::BadParams(L"mvPointMatcher: training from an image is not available yet\n");
+  throw mvPointMatcherDefs::BadParams(
+      L"mvPointMatcher: training from an image is not available yet\n");
 }
 
 const mvPelBuffer_const<unsigned char>& mvPointMatcher::pattern() const {

@@ -47,8 +47,7 @@ const wchar_t* const kWeightCountMessage =
 
 void checkPointCount(const std::vector<mvVector<2>>& points) {
   if (points.size() < kMinModelPoints) {
-    throw mvPointMatcherDefs::InsufficientModelPoints(
-        L"The number of model points must be >= 3\n");
+    throw mvPointMatcherDefs::InsufficientModelPoints(L"The number of model points must be >= 3\n");
   }
 }
 
@@ -124,7 +123,8 @@ Spacing measureSpacing(const std::vector<mvVector<2>>& points) {
     if (smallest2 != 0.0 && smallest2 != infinity) {
       s.minSpacing = std::min(s.minSpacing, std::sqrt(smallest2));
     }
-    if (largest2 != 0.0 && largest2 != infinity) s.maxSpan = std::max(s.maxSpan, std::sqrt(largest2));
+    if (largest2 != 0.0 && largest2 != infinity)
+      s.maxSpan = std::max(s.maxSpan, std::sqrt(largest2));
   }
   return s;
 }

@@ -99,7 +99,8 @@ TEST(Instantiator, CreatesEveryBaseExceptionByName) {
 TEST(Instantiator, CreatesTheExactClassByType) {
   std::unique_ptr<mvPersistent> p(mv_Instantiator::create(typeid(mvArchive::EndOfData)));
   ASSERT_NE(p, nullptr);
-  EXPECT_EQ(typeid(*p), typeid(mvArchive::EndOfData));
+  const mvPersistent& object = *p;
+  EXPECT_EQ(typeid(object), typeid(mvArchive::EndOfData));
 }
 
 TEST(Instantiator, NamesTheRegisteredClasses) {

@@ -103,9 +103,9 @@ inline Probes probesOf(const mv_PointToGridCorresponder& corresponder) {
 }
 
 /// A corresponder trained from a picture with the given features.
-inline mv_PointToGridCorresponder trainedOn(
-    std::initializer_list<const char*> rows, mv_PointToGridCorresponderDefs::FeatureType feature,
-    bool staggered = false) {
+inline mv_PointToGridCorresponder trainedOn(std::initializer_list<const char*> rows,
+                                            mv_PointToGridCorresponderDefs::FeatureType feature,
+                                            bool staggered = false) {
   mv_PointToGridCorresponder corresponder;
   corresponder.train(nodesOf(rows), mv_PointToGridCorresponderTrainParams(staggered, feature),
                      mvXform<2>::I);

@@ -31,7 +31,8 @@ TEST(GridCorrRecords, ErrorsCarryTheirNumbers) {
 }
 
 TEST(GridCorrRecords, ErrorsAreRegisteredUnderTheirClassNames) {
-  EXPECT_EQ(mv_Instantiator::nameOf(typeid(Defs::Errors)), "mv_PointToGridCorresponderDefs::Errors");
+  EXPECT_EQ(mv_Instantiator::nameOf(typeid(Defs::Errors)),
+            "mv_PointToGridCorresponderDefs::Errors");
   EXPECT_EQ(mv_Instantiator::nameOf(typeid(Defs::InsufficientModelPoints)),
             "mv_PointToGridCorresponderDefs::InsufficientModelPoints");
   EXPECT_EQ(mv_Instantiator::nameOf(typeid(Defs::InsufficientMemory)),

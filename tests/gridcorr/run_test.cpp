@@ -47,8 +47,8 @@ TEST(GridCorrRun, ShiftedObservedNodesGiveTheShift) {
        {Defs::ePointFeatures, Defs::eBoundaryFeatures, Defs::eThickBoundaryFeatures}) {
     const auto corresponder = trainedOn(kModel, feature);
     ResultSet results;
-    EXPECT_TRUE(corresponder.run(shifted(nodesOf(kModel), mvPair<long>(7, -3)), RunParams(),
-                                 results));
+    EXPECT_TRUE(
+        corresponder.run(shifted(nodesOf(kModel), mvPair<long>(7, -3)), RunParams(), results));
     ASSERT_EQ(results.results().size(), 1u);
     EXPECT_EQ(results.results()[0].position(), mvPair<long>(7, -3));
     EXPECT_DOUBLE_EQ(results.results()[0].score(), 1.0);
@@ -101,8 +101,7 @@ TEST(GridCorrRun, CapacityOneKeepsTheFirstOfEqualBestScoresBySmallerY) {
 TEST(GridCorrRun, CapacityOneKeepsTheFirstOfEqualBestScoresInARowBySmallerX) {
   const auto corresponder = trainedOn({"###"}, Defs::ePointFeatures);
   ResultSet results;
-  EXPECT_TRUE(corresponder.run(nodesOf({"###.....###"}, mvPair<long>(0, 3)), RunParams(),
-                               results));
+  EXPECT_TRUE(corresponder.run(nodesOf({"###.....###"}, mvPair<long>(0, 3)), RunParams(), results));
   ASSERT_EQ(results.results().size(), 1u);
   EXPECT_EQ(results.results()[0].position(), mvPair<long>(0, 3));
 }
@@ -136,8 +135,7 @@ TEST(GridCorrRun, ObservedSetNoWiderThanThePatternAfterPaddingFindsNothing) {
 
 TEST(GridCorrRun, ObservedSetNoTallerThanThePatternAfterPaddingFindsNothing) {
   // Pattern 6 high: observed height 1 + 5 does not exceed it, whatever the width.
-  const auto corresponder =
-      trainedOn({"#", ".", ".", ".", ".", ".", "#"}, Defs::ePointFeatures);
+  const auto corresponder = trainedOn({"#", ".", ".", ".", ".", ".", "#"}, Defs::ePointFeatures);
   ResultSet results;
   EXPECT_FALSE(corresponder.run({{0, 0}, {20, 1}}, RunParams(0.0, 1.0, 1), results));
   EXPECT_TRUE(results.results().empty());
@@ -317,7 +315,8 @@ const std::initializer_list<const char*> kTenByTen = {
 
 // The pattern moved to `at` with three nodes dropped, in a 100 x 100 grid with clutter
 // that keeps one empty pel around the pattern.
-std::vector<mvPair<long>> clutteredGrid(mvPair<long> at, const std::set<std::pair<long, long>>& drop) {
+std::vector<mvPair<long>> clutteredGrid(mvPair<long> at,
+                                        const std::set<std::pair<long, long>>& drop) {
   std::vector<mvPair<long>> nodes;
   for (const mvPair<long>& n : nodesOf(kTenByTen)) {
     if (drop.count({n.x(), n.y()}) == 0) nodes.push_back(n + at);

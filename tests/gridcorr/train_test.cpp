@@ -35,7 +35,8 @@ TEST(GridCorrTrain, ImageWithTwoSetPelsThrowsInsufficientModelPoints) {
 
 TEST(GridCorrTrain, FailedImageTrainingReplacesOnlyTheTrainParams) {
   mv_PointToGridCorresponder corresponder;
-  corresponder.train(nodesOf({"##", "#."}), TrainParams(false, Defs::ePointFeatures), mvXform<2>::I);
+  corresponder.train(nodesOf({"##", "#."}), TrainParams(false, Defs::ePointFeatures),
+                     mvXform<2>::I);
   const Archived before = archivedFields(corresponder);
 
   const TrainParams staggeredThick(true, Defs::eThickBoundaryFeatures);
@@ -106,14 +107,14 @@ TEST(GridCorrTrain, EmptyNodeListIsAnAssertionFailure) {
 TEST(GridCorrTrain, PointFeaturesOnA3x3BlockGiveNineNodeProbes) {
   const auto corresponder = trainedOn({"###", "###", "###"}, Defs::ePointFeatures);
   EXPECT_EQ(probesOf(corresponder), (Probes{{0, 0, 1},
-                                             {1, 0, 1},
-                                             {2, 0, 1},
-                                             {0, 1, 1},
-                                             {1, 1, 1},
-                                             {2, 1, 1},
-                                             {0, 2, 1},
-                                             {1, 2, 1},
-                                             {2, 2, 1}}));
+                                            {1, 0, 1},
+                                            {2, 0, 1},
+                                            {0, 1, 1},
+                                            {1, 1, 1},
+                                            {2, 1, 1},
+                                            {0, 2, 1},
+                                            {1, 2, 1},
+                                            {2, 2, 1}}));
 }
 
 TEST(GridCorrTrain, UnknownFeatureValuesBehaveLikePointFeatures) {
@@ -137,41 +138,28 @@ TEST(GridCorrTrain, SingleNodeGivesOneProbe) {
 TEST(GridCorrTrain, BoundaryFeaturesOnAFilled3x3BlockProbeTheEightOuterNodes) {
   // The centre has no empty side neighbour; there is no empty pel for background probes.
   const auto corresponder = trainedOn({"###", "###", "###"}, Defs::eBoundaryFeatures);
-  EXPECT_EQ(probesOf(corresponder), (Probes{{0, 0, 1},
-                                             {1, 0, 1},
-                                             {2, 0, 1},
-                                             {0, 1, 1},
-                                             {2, 1, 1},
-                                             {0, 2, 1},
-                                             {1, 2, 1},
-                                             {2, 2, 1}}));
+  EXPECT_EQ(
+      probesOf(corresponder),
+      (Probes{
+          {0, 0, 1}, {1, 0, 1}, {2, 0, 1}, {0, 1, 1}, {2, 1, 1}, {0, 2, 1}, {1, 2, 1}, {2, 2, 1}}));
 }
 
 TEST(GridCorrTrain, ProbesFollowRowMajorOrderWithBothKindsInterleaved) {
   // Row 1: (0, 1) is marked, the read position then passes it and the centre node, and
   // the column counter runs out before (2, 1) is read: it is never examined.
   const auto corresponder = trainedOn({"#.#", ".#.", "#.#"}, Defs::eBoundaryFeatures);
-  EXPECT_EQ(probesOf(corresponder), (Probes{{0, 0, 1},
-                                             {1, 0, 0},
-                                             {2, 0, 1},
-                                             {0, 1, 0},
-                                             {1, 1, 1},
-                                             {0, 2, 1},
-                                             {1, 2, 0},
-                                             {2, 2, 1}}));
+  EXPECT_EQ(
+      probesOf(corresponder),
+      (Probes{
+          {0, 0, 1}, {1, 0, 0}, {2, 0, 1}, {0, 1, 0}, {1, 1, 1}, {0, 2, 1}, {1, 2, 0}, {2, 2, 1}}));
 }
 
 TEST(GridCorrTrain, RingPassReadPositionLagsBehindTheColumnCounter) {
   // Row 0: (0, 0) and (1, 0) are marked; each mark costs a column, so the counter runs
   // out before (2, 0), next to two node probes, is read.
   const auto corresponder = trainedOn({"...#", "####"}, Defs::eBoundaryFeatures);
-  EXPECT_EQ(probesOf(corresponder), (Probes{{0, 0, 0},
-                                             {1, 0, 0},
-                                             {3, 0, 1},
-                                             {0, 1, 1},
-                                             {1, 1, 1},
-                                             {2, 1, 1},
-                                             {3, 1, 1}}));
+  EXPECT_EQ(probesOf(corresponder),
+            (Probes{{0, 0, 0}, {1, 0, 0}, {3, 0, 1}, {0, 1, 1}, {1, 1, 1}, {2, 1, 1}, {3, 1, 1}}));
 }
 
 TEST(GridCorrTrain, UnmarkedEmptyPelHoldsTheReadPositionForTheRestOfTheRow) {
@@ -195,13 +183,9 @@ TEST(GridCorrTrain, LeftTestAtTheFirstPelReadsTheByteBeforeTheRow) {
   // A 32-pel row has no padding at alignment 32, so the byte before row 1 is the last pel
   // of row 0, a node probe. (0, 1) has no node-probe neighbour at column 0, but from
   // column 1 on its left test reads that byte, and it is marked.
-  EXPECT_EQ(probesOf(trainedOnWideRows(31)), (Probes{{31, 0, 1},
-                                                     {0, 1, 0},
-                                                     {10, 1, 1},
-                                                     {31, 1, 1},
-                                                     {0, 2, 0},
-                                                     {0, 3, 1},
-                                                     {1, 3, 0}}));
+  EXPECT_EQ(
+      probesOf(trainedOnWideRows(31)),
+      (Probes{{31, 0, 1}, {0, 1, 0}, {10, 1, 1}, {31, 1, 1}, {0, 2, 0}, {0, 3, 1}, {1, 3, 0}}));
 }
 
 TEST(GridCorrTrain, ByteBeforeAPaddedRowIsPaddingAndMarksNothing) {
@@ -231,8 +215,8 @@ TEST(GridCorrTrain, StaggeredRingProbesAreDiagonalNeighboursOfNodeProbes) {
 
 TEST(GridCorrTrain, ThickBoundaryOnA5x5BlockProbesTwoLayersOfNodes) {
   // Every node but the centre: the edge and the layer next to it.
-  const auto corresponder = trainedOn({"#####", "#####", "#####", "#####", "#####"},
-                                      Defs::eThickBoundaryFeatures);
+  const auto corresponder =
+      trainedOn({"#####", "#####", "#####", "#####", "#####"}, Defs::eThickBoundaryFeatures);
   Probes expected;
   for (long y = 0; y < 5; ++y) {
     for (long x = 0; x < 5; ++x) {
@@ -251,26 +235,16 @@ TEST(GridCorrTrain, ThinBoundaryLeavesTheCentreOfAPlusUnprobed) {
 TEST(GridCorrTrain, ThickBoundaryProbesTheCentreOfAPlus) {
   // The top node marks its lower neighbour, the centre, as a node probe.
   const auto corresponder = trainedOn({".#.", "###", ".#."}, Defs::eThickBoundaryFeatures);
-  EXPECT_EQ(probesOf(corresponder), (Probes{{0, 0, 0},
-                                             {1, 0, 1},
-                                             {0, 1, 1},
-                                             {1, 1, 1},
-                                             {2, 1, 1},
-                                             {0, 2, 0},
-                                             {1, 2, 1}}));
+  EXPECT_EQ(probesOf(corresponder),
+            (Probes{{0, 0, 0}, {1, 0, 1}, {0, 1, 1}, {1, 1, 1}, {2, 1, 1}, {0, 2, 0}, {1, 2, 1}}));
 }
 
 TEST(GridCorrTrain, ThickRingMarksTheEmptySideNeighboursOfARingProbe) {
   // (0, 1) sits above a node probe and is marked; being thick, its empty neighbours above
   // (0, 0), already passed, and to the right (1, 1) are marked too.
   const auto corresponder = trainedOn({"..#", "...", "###"}, Defs::eThickBoundaryFeatures);
-  EXPECT_EQ(probesOf(corresponder), (Probes{{0, 0, 0},
-                                             {2, 0, 1},
-                                             {0, 1, 0},
-                                             {1, 1, 0},
-                                             {0, 2, 1},
-                                             {1, 2, 1},
-                                             {2, 2, 1}}));
+  EXPECT_EQ(probesOf(corresponder),
+            (Probes{{0, 0, 0}, {2, 0, 1}, {0, 1, 0}, {1, 1, 0}, {0, 2, 1}, {1, 2, 1}, {2, 2, 1}}));
 }
 
 TEST(GridCorrTrain, ThinRingOfTheSameModelLeavesThePassedPelAboveUnmarked) {
@@ -320,7 +294,8 @@ TEST(GridCorrTrain, CopyAndAssignmentCarryEveryField) {
   const mv_PointToGridCorresponder copy(original);
   mv_PointToGridCorresponder assigned;
   assigned = original;
-  for (const mv_PointToGridCorresponder* c : {&copy, static_cast<const mv_PointToGridCorresponder*>(&assigned)}) {
+  for (const mv_PointToGridCorresponder* c :
+       {&copy, static_cast<const mv_PointToGridCorresponder*>(&assigned)}) {
     EXPECT_TRUE(c->isTrained());
     EXPECT_EQ(c->trainParams(), original.trainParams());
     const Archived fields = archivedFields(*c);

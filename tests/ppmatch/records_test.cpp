@@ -21,14 +21,14 @@ using Defs = mvPointMatcherDefs;
 const double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 // Expects statement to throw E whose message is exactly `message`.
-#define EXPECT_THROW_MESSAGE(statement, E, message)       \
-  do {                                                    \
-    try {                                                 \
-      statement;                                          \
-      ADD_FAILURE() << "no exception from " #statement;   \
-    } catch (const E& e) {                                \
-      EXPECT_EQ(e.message(), std::wstring(message));      \
-    }                                                     \
+#define EXPECT_THROW_MESSAGE(statement, E, message)     \
+  do {                                                  \
+    try {                                               \
+      statement;                                        \
+      ADD_FAILURE() << "no exception from " #statement; \
+    } catch (const E& e) {                              \
+      EXPECT_EQ(e.message(), std::wstring(message));    \
+    }                                                   \
   } while (false)
 
 template <typename T>
@@ -76,16 +76,15 @@ std::unique_ptr<E> created(const std::string& name) {
 
 // The run parameters used by the layout tests: every field differs from its default.
 mvPointMatcherRunParams sampleParams() {
-  return mvPointMatcherRunParams(0.75, mvXform<2>(mvMatrix<2>(2, 0, 0, 2), mvVector<2>(5, 6)),
-                                 mvRange(1, 2), mvRange(3, 4),
-                                 mvAngleRange(mvRadian(-0.5), mvRadian(0.5)), mvRange(-0.5, 2),
-                                 false, 2.0, true, -2.5, 7);
+  return mvPointMatcherRunParams(
+      0.75, mvXform<2>(mvMatrix<2>(2, 0, 0, 2), mvVector<2>(5, 6)), mvRange(1, 2), mvRange(3, 4),
+      mvAngleRange(mvRadian(-0.5), mvRadian(0.5)), mvRange(-0.5, 2), false, 2.0, true, -2.5, 7);
 }
 
 Bytes sampleParamsBytes(std::uint32_t version = kVersion) {
   return cat({le32(version), f64(0.75), xform(2, 0, 0, 2, 5, 6), range(0, -0.5, 0.5),
-              range(0, 1, 2), range(0, 3, 4), range(0, -0.5, 2), u8(0), f64(2.0), u8(1),
-              f64(-2.5), s32(7)});
+              range(0, 1, 2), range(0, 3, 4), range(0, -0.5, 2), u8(0), f64(2.0), u8(1), f64(-2.5),
+              s32(7)});
 }
 
 }  // namespace
@@ -355,35 +354,34 @@ TEST(RunParams, ConstructorSizeChecksSeeTheNewAutomaticFlags) {
 
 TEST(RunParams, ConstructorReportsTheFirstRejectedSetterInItsOrder) {
   // minCoverage, x, y, rotation, scale, grid size, capture range, count: all bad.
-  EXPECT_THROW_MESSAGE(mvPointMatcherRunParams(2.0, mvXform<2>::I, mvRange(), mvRange(),
-                                               mvAngleRange(), mvRange(), false, 0.0, false,
-                                               -1.0, 0),
-                       Defs::BadParams, L"minCoverage must be in [0.0, 1.0]\n");
-  EXPECT_THROW_MESSAGE(mvPointMatcherRunParams(0.5, mvXform<2>::I, mvRange(), mvRange(),
-                                               mvAngleRange(), mvRange(), false, 0.0, false,
-                                               -1.0, 0),
-                       Defs::BadParams, L"xTranslationUncertainty range must not be empty\n");
-  EXPECT_THROW_MESSAGE(mvPointMatcherRunParams(0.5, mvXform<2>::I, mvRange(0, 1), mvRange(),
-                                               mvAngleRange(), mvRange(), false, 0.0, false,
-                                               -1.0, 0),
-                       Defs::BadParams, L"yTranslationUncertainty range must not be empty\n");
-  EXPECT_THROW_MESSAGE(mvPointMatcherRunParams(0.5, mvXform<2>::I, mvRange(0, 1), mvRange(0, 1),
-                                               mvAngleRange(), mvRange(), false, 0.0, false,
-                                               -1.0, 0),
-                       Defs::BadParams, L"angleUncertainty range must not be empty\n");
-  EXPECT_THROW_MESSAGE(mvPointMatcherRunParams(0.5, mvXform<2>::I, mvRange(0, 1), mvRange(0, 1),
-                                               mvAngleRange::FullRange(), mvRange(), false, 0.0,
-                                               false, -1.0, 0),
-                       Defs::BadParams, L"scaleUncertainty range must not be empty\n");
-  EXPECT_THROW_MESSAGE(mvPointMatcherRunParams(0.5, mvXform<2>::I, mvRange(0, 1), mvRange(0, 1),
-                                               mvAngleRange::FullRange(), mvRange(0, 0), true,
-                                               0.0, false, -1.0, 0),
-                       Defs::BadParams,
-                       L"if autoCaptureRange==false, captureRange must be >= 0.0\n");
-  EXPECT_THROW_MESSAGE(mvPointMatcherRunParams(0.5, mvXform<2>::I, mvRange(0, 1), mvRange(0, 1),
-                                               mvAngleRange::FullRange(), mvRange(0, 0), true,
-                                               0.0, true, -1.0, 0),
-                       Defs::BadParams, L"maxNumResults must be >= 1\n");
+  EXPECT_THROW_MESSAGE(
+      mvPointMatcherRunParams(2.0, mvXform<2>::I, mvRange(), mvRange(), mvAngleRange(), mvRange(),
+                              false, 0.0, false, -1.0, 0),
+      Defs::BadParams, L"minCoverage must be in [0.0, 1.0]\n");
+  EXPECT_THROW_MESSAGE(
+      mvPointMatcherRunParams(0.5, mvXform<2>::I, mvRange(), mvRange(), mvAngleRange(), mvRange(),
+                              false, 0.0, false, -1.0, 0),
+      Defs::BadParams, L"xTranslationUncertainty range must not be empty\n");
+  EXPECT_THROW_MESSAGE(
+      mvPointMatcherRunParams(0.5, mvXform<2>::I, mvRange(0, 1), mvRange(), mvAngleRange(),
+                              mvRange(), false, 0.0, false, -1.0, 0),
+      Defs::BadParams, L"yTranslationUncertainty range must not be empty\n");
+  EXPECT_THROW_MESSAGE(
+      mvPointMatcherRunParams(0.5, mvXform<2>::I, mvRange(0, 1), mvRange(0, 1), mvAngleRange(),
+                              mvRange(), false, 0.0, false, -1.0, 0),
+      Defs::BadParams, L"angleUncertainty range must not be empty\n");
+  EXPECT_THROW_MESSAGE(
+      mvPointMatcherRunParams(0.5, mvXform<2>::I, mvRange(0, 1), mvRange(0, 1),
+                              mvAngleRange::FullRange(), mvRange(), false, 0.0, false, -1.0, 0),
+      Defs::BadParams, L"scaleUncertainty range must not be empty\n");
+  EXPECT_THROW_MESSAGE(
+      mvPointMatcherRunParams(0.5, mvXform<2>::I, mvRange(0, 1), mvRange(0, 1),
+                              mvAngleRange::FullRange(), mvRange(0, 0), true, 0.0, false, -1.0, 0),
+      Defs::BadParams, L"if autoCaptureRange==false, captureRange must be >= 0.0\n");
+  EXPECT_THROW_MESSAGE(
+      mvPointMatcherRunParams(0.5, mvXform<2>::I, mvRange(0, 1), mvRange(0, 1),
+                              mvAngleRange::FullRange(), mvRange(0, 0), true, 0.0, true, -1.0, 0),
+      Defs::BadParams, L"maxNumResults must be >= 1\n");
 }
 
 TEST(RunParams, CopiesCompareEqual) {
@@ -483,8 +481,8 @@ Bytes exhaustiveResultBytes(std::uint32_t version = kVersion) {
 
 // A 2 x 1 label image at offset (3, 4) holding 7 and 9.
 Bytes gridResultBytes() {
-  return cat({le32(kVersion), le32(2), identity(), longs({}), f64(1.0), f64(0.25), le32(2),
-              le32(1), pair(3, 4), identity(), s32(7), s32(9)});
+  return cat({le32(kVersion), le32(2), identity(), longs({}), f64(1.0), f64(0.25), le32(2), le32(1),
+              pair(3, 4), identity(), s32(7), s32(9)});
 }
 }  // namespace
 
@@ -496,8 +494,7 @@ TEST(Result, ExhaustiveResultRoundTripsByteForByte) {
   EXPECT_EQ(r.coverage(), 0.75);
   EXPECT_EQ(r.fitError(), 0.5);
   EXPECT_EQ(stored(r), exhaustiveResultBytes());
-  EXPECT_EQ(stored(loaded<mvPointMatcherResult>(exhaustiveResultBytes(7))),
-            exhaustiveResultBytes())
+  EXPECT_EQ(stored(loaded<mvPointMatcherResult>(exhaustiveResultBytes(7))), exhaustiveResultBytes())
       << "an older version is read with the same layout and written as the current one";
 }
 
@@ -561,7 +558,8 @@ TEST(ResultSet, DefaultIsEmptyWithTimeZero) {
 
 namespace {
 Bytes resultSetBytes(std::uint32_t version = kVersion) {
-  return cat({le32(version), f64(1.5), vectorHeader(2), exhaustiveResultBytes(), gridResultBytes()});
+  return cat(
+      {le32(version), f64(1.5), vectorHeader(2), exhaustiveResultBytes(), gridResultBytes()});
 }
 }  // namespace
 

@@ -31,7 +31,8 @@ const double kInf = std::numeric_limits<double>::infinity();
   } while (false)
 
 const wchar_t* const kNotTrained = L"mvPointMatcher tool is not trained\n";
-const wchar_t* const kNotTrainedPtToPt = L"mvPointMatcher tool is not trained in mode ePointToPoint\n";
+const wchar_t* const kNotTrainedPtToPt =
+    L"mvPointMatcher tool is not trained in mode ePointToPoint\n";
 const wchar_t* const kBadMode =
     L"mode must be either mvPointMatcherDefs::eExhaustiveMode or mvPointMatcherDefs::eAutoDetect";
 
@@ -52,8 +53,8 @@ void load(const Bytes& bytes, mvPointMatcher& m) {
 // The bytes of a point model: version, trained, default grid size, bounding box (upper
 // left, lower right), centre, points, radius, and for version 1 the weights and total.
 Bytes modelBytes(std::uint32_t version, bool trained, double gridSize, double x0, double y0,
-                 double x1, double y1, double cx, double cy, const Bytes& pointBytes,
-                 double radius, const Bytes& weightBytes, std::int32_t totalWeight) {
+                 double x1, double y1, double cx, double cy, const Bytes& pointBytes, double radius,
+                 const Bytes& weightBytes, std::int32_t totalWeight) {
   Bytes b = cat({le32(version), u8(trained ? 1 : 0), f64s({gridSize, x0, y0, x1, y1, cx, cy}),
                  pointBytes, f64(radius)});
   if (version == 1) b = cat({b, weightBytes, s32(totalWeight)});
@@ -105,9 +106,9 @@ TEST(Training, CoincidentPointsGiveAnInfiniteGridSize) {
   mvPointMatcher m;
   m.train(Points{{2, 3}, {2, 3}, {2, 3}}, Defs::eAutoDetect);
   EXPECT_TRUE(m.isTrained());
-  EXPECT_EQ(stored(m), matcherWithModel(modelBytes(1, true, kInf, 2, 3, 2, 3, 2, 3,
-                                                   points({{2, 3}, {2, 3}, {2, 3}}), 0.0,
-                                                   longs({}), 3)));
+  EXPECT_EQ(stored(m),
+            matcherWithModel(modelBytes(1, true, kInf, 2, 3, 2, 3, 2, 3,
+                                        points({{2, 3}, {2, 3}, {2, 3}}), 0.0, longs({}), 3)));
 }
 
 TEST(Training, ACoincidentPairAddsNothingToTheSpacing) {
@@ -219,9 +220,9 @@ TEST(Training, WeightsMustBe32BitNumbers) {
 
 TEST(Training, PositiveWeightsMustAddUpToA32BitNumber) {
   mvPointMatcher m;
-  EXPECT_THROW_MESSAGE(
-      m.train(kTriangle, std::vector<long>{2147483647L, 1, -5}, Defs::eAutoDetect),
-      Defs::BadParams, L"the positive weights must add up to at most 2147483647\n");
+  EXPECT_THROW_MESSAGE(m.train(kTriangle, std::vector<long>{2147483647L, 1, -5}, Defs::eAutoDetect),
+                       Defs::BadParams,
+                       L"the positive weights must add up to at most 2147483647\n");
   m.train(kTriangle, std::vector<long>{2147483646L, 1, -2147483647L - 1}, Defs::eAutoDetect);
   EXPECT_TRUE(m.isTrained());
 }
@@ -388,16 +389,15 @@ TEST(MatcherArchive, AZeroFlagLeavesTheExistingModelUntouched) {
 
 TEST(MatcherArchive, LoadingAModelReplacesTheExistingOne) {
   mvPointMatcher m;
-  m.train(Points{{0, 0}, {1, 0}, {0, 1}, {1, 1}}, std::vector<long>{1, 2, 3, 4},
-          Defs::eAutoDetect);
+  m.train(Points{{0, 0}, {1, 0}, {0, 1}, {1, 1}}, std::vector<long>{1, 2, 3, 4}, Defs::eAutoDetect);
   load(matcherWithModel(triangleModel(longs({}), 3)), m);
   EXPECT_EQ(m.modelPoints(), kTriangle);
   EXPECT_EQ(m.weights(), (std::vector<long>{1, 1, 1}));
 }
 
 TEST(MatcherArchive, PatternStateIsPersisted) {
-  const Bytes bytes = cat({le32(kVersion), s32(0), s32(0), s32(0), xform(2, 0, 0, 2, 1, -1),
-                           s32(2), vectorHeader(2), pair(1, 2), pair(-3, 4)});
+  const Bytes bytes = cat({le32(kVersion), s32(0), s32(0), s32(0), xform(2, 0, 0, 2, 1, -1), s32(2),
+                           vectorHeader(2), pair(1, 2), pair(-3, 4)});
   mvPointMatcher m;
   load(bytes, m);
   EXPECT_FALSE(m.isTrained());
@@ -429,8 +429,8 @@ TEST(MatcherArchive, ANestedMatcherIsPersistedAndCopiedWithItsOwner) {
 TEST(MatcherArchive, MatchersNestedTooDeeplyAreBadData) {
   Bytes bytes = untrainedMatcher();
   for (int i = 0; i < 70; ++i) {
-    bytes = cat({le32(kVersion), s32(0), s32(0), s32(1), bytes, identity(), s32(0),
-                 vectorHeader(0)});
+    bytes =
+        cat({le32(kVersion), s32(0), s32(0), s32(1), bytes, identity(), s32(0), vectorHeader(0)});
   }
   mvPointMatcher m;
   mvMemoryArchive in(bytes);

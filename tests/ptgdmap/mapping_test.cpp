@@ -1,6 +1,9 @@
 // mfPtToGridMap on small grids whose outcome is worked out by hand, and its edge cases.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <limits>
+#include <utility>
 #include <vector>
 
 #include "base/bytes_helpers.h"
@@ -35,8 +38,6 @@ std::vector<mvVector<2>> lattice(long columns, long rows, bool staggered = false
 /// time shows), grid2point (1 2; 3 4) + (5, 6), map {(7, 8)}.
 mvPtToGridMapResult preparedResult() {
   constexpr std::uint64_t kMinusOne = 0xBFF0000000000000ull;
-  constexpr std::uint64_t kSeven = 0x401C000000000000ull;
-  (void)kSeven;
   const Bytes bytes = cat({le32(1100), {1}, le64(kMinusOne), le64(kOne), le64(kTwo),
                            le64(kThree), le64(kFour), le64(kFive), le64(kSix), {0}, le32(1),
                            {0}, le32(7), le32(8)});
@@ -62,16 +63,26 @@ void expectXformNear(const mvXform<2>& got, const mvXform<2>& want, double tol) 
 
 // A 3 x 3 lattice with snap size 10: every dot lies in its own bucket, links run to the
 // right, down, left and up; the first dot's chain of rightward and downward links reaches
-// all 8 others, so it is the seed, its own trial fits exactly and node (0, 0) is its dot.
-TEST(GridMap, ExactLatticeMapsEachDotToItsNodeFromTheSeed) {
+// all 8 others, so it is the seed. Node (0, 0) goes to the dot whose trial fits best among
+// the seed, its used neighbours (1, 0) and (0, 1), and theirs (2, 0), (1, 1) and (0, 2):
+// on an exact lattice they all fit to rounding, so any of them may win; the nodes of all
+// dots then follow from that one by the lattice.
+TEST(GridMap, ExactLatticeMapsEachDotToItsNodeFromATrialDot) {
   const std::vector<mvVector<2>> points = lattice(3, 3);
   mvPtToGridMapResult result;
   const long count = mfPtToGridMap(points, mvPtToGridMapRunParams(kX10, kY10, false, 10.0), result);
   EXPECT_EQ(count, 9);
   EXPECT_TRUE(result.valid());
   ASSERT_EQ(result.map().size(), 9u);
-  for (long k = 0; k < 9; ++k) EXPECT_EQ(result.map()[k], mvPair<long>(k % 3, k / 3)) << k;
-  expectXformNear(result.grid2point(), mvXform<2>(mvMatrix<2>(10.0, 0.0, 0.0, 10.0), mvVector<2>()),
+  const mvPair<long> origin = mvPair<long>(0, 0) - result.map()[0];  // dot of node (0, 0)
+  const std::vector<mvPair<long>> trialDots = {{0, 0}, {1, 0}, {0, 1}, {2, 0}, {1, 1}, {0, 2}};
+  EXPECT_NE(std::find(trialDots.begin(), trialDots.end(), origin), trialDots.end());
+  for (long k = 0; k < 9; ++k) {
+    EXPECT_EQ(result.map()[k], mvPair<long>(k % 3, k / 3) - origin) << k;
+  }
+  const mvVector<2> originPoint(10.0 * static_cast<double>(origin.x()),
+                                10.0 * static_cast<double>(origin.y()));
+  expectXformNear(result.grid2point(), mvXform<2>(mvMatrix<2>(10.0, 0.0, 0.0, 10.0), originPoint),
                   kFitTolerance);
   EXPECT_GE(result.time(), 0.0);
 }
@@ -171,10 +182,14 @@ TEST(GridMap, PointsOnOneGridLineGetASimilarityFit) {
   mvPtToGridMapResult result;
   EXPECT_EQ(mfPtToGridMap(points, mvPtToGridMapRunParams(kX10, kY10, false, 10.0), result), 6);
   EXPECT_TRUE(result.valid());
-  for (long k = 0; k < 6; ++k) EXPECT_EQ(result.map()[k], mvPair<long>(k, 0));
+  // Node (0, 0) is the first dot, its right neighbour or the one after (the trials).
+  const long origin = -result.map()[0].x();
+  EXPECT_TRUE(origin >= 0 && origin <= 2) << origin;
+  for (long k = 0; k < 6; ++k) EXPECT_EQ(result.map()[k], mvPair<long>(k - origin, 0));
   // The similarity carries the second axis perpendicular to the first at the same scale.
   expectXformNear(result.grid2point(),
-                  mvXform<2>(mvMatrix<2>(10.0, 0.0, 0.0, 10.0), mvVector<2>(50.0, 20.0)),
+                  mvXform<2>(mvMatrix<2>(10.0, 0.0, 0.0, 10.0),
+                             mvVector<2>(50.0 + 10.0 * static_cast<double>(origin), 20.0)),
                   kFitTolerance);
 }
 
@@ -185,26 +200,32 @@ TEST(GridMap, OneGridVectorMapsARowWithASimilarity) {
   EXPECT_EQ(mfPtToGridMap(points, mvPtToGridMapRunParams(kX10, mvVector<2>(), false, 10.0), result),
             5);
   EXPECT_TRUE(result.valid());
-  for (long k = 0; k < 5; ++k) EXPECT_EQ(result.map()[k].x(), k);
+  for (long k = 0; k < 5; ++k) EXPECT_EQ(result.map()[k].x() - result.map()[0].x(), k);
   EXPECT_NEAR(result.grid2point().matrix().element(0, 0), 10.0, kFitTolerance);
   EXPECT_NEAR(result.grid2point().matrix().element(1, 0), 0.0, kFitTolerance);
 }
 
 // A staggered lattice: the search runs on the diagonals (10, 10) and (-10, 10); its nodes
-// (u, v) come back as (u - v, u + v), here exactly the dots' own (i, j), all of even sum.
+// (u, v) come back as (u - v, u + v): the dots' own (i, j) less the (i, j) of the dot that
+// became node (0, 0), all of even index sum.
 TEST(GridMap, StaggeredNodesComeBackInTheGridsOwnAxesWithEvenSums) {
   const std::vector<mvVector<2>> points = lattice(5, 5, true);
   mvPtToGridMapResult result;
   EXPECT_EQ(mfPtToGridMap(points, mvPtToGridMapRunParams(kX10, kY10, true, 10.0), result), 13);
   EXPECT_TRUE(result.valid());
+  ASSERT_EQ(points[0], mvVector<2>(0.0, 0.0));
+  const mvPair<long> origin = mvPair<long>(0, 0) - result.map()[0];
+  EXPECT_EQ((origin.x() + origin.y()) % 2, 0);
   for (std::size_t k = 0; k < points.size(); ++k) {
     const mvPair<long>& n = result.map()[k];
     EXPECT_EQ((n.x() + n.y()) % 2, 0) << k;
-    EXPECT_EQ(n, mvPair<long>(static_cast<long>(points[k].x() / 10.0),
-                              static_cast<long>(points[k].y() / 10.0)))
-        << k;
+    const mvPair<long> dot(static_cast<long>(points[k].x() / 10.0),
+                           static_cast<long>(points[k].y() / 10.0));
+    EXPECT_EQ(n, dot - origin) << k;
   }
-  expectXformNear(result.grid2point(), mvXform<2>(mvMatrix<2>(10.0, 0.0, 0.0, 10.0), mvVector<2>()),
+  const mvVector<2> originPoint(10.0 * static_cast<double>(origin.x()),
+                                10.0 * static_cast<double>(origin.y()));
+  expectXformNear(result.grid2point(), mvXform<2>(mvMatrix<2>(10.0, 0.0, 0.0, 10.0), originPoint),
                   kFitTolerance);
 }
 

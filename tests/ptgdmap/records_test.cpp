@@ -212,12 +212,18 @@ TEST(GridMapResult, NonZeroPairVersionThrowsWithoutFileOrLine) {
   }
 }
 
-TEST(GridMapResult, TruncatedDataThrowsEndOfData) {
+TEST(GridMapResult, TruncatedDataThrowsTheArchivesError) {
   Bytes bytes = storedResultWithMap();
-  bytes.resize(bytes.size() - 1);
+  bytes.resize(10);  // inside the time
   mvPtToGridMapResult target;
   mvMemoryArchive in(bytes);
   EXPECT_THROW(in || target, mvArchive::EndOfData);
+
+  // Inside the map, the base library's count check or end of data reports it.
+  Bytes shortMap = storedResultWithMap();
+  shortMap.pop_back();
+  mvMemoryArchive inMap(shortMap);
+  EXPECT_THROW(inMap || target, mvArchive::Errors);
 }
 
 // --- error class ---
