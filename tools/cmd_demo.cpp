@@ -138,7 +138,7 @@ void printFiducial(std::ostream& out, const FiducialOutcome& o) {
       << fixed(o.poseDifference, 3) << " px\n";
   out << "   coverage " << fixed(best.coverage, 4) << " (" << matchedCount(best.map) << " of "
       << s.model.size() << " model points), fit error " << fixed(best.fitError, 3) << " px, time "
-      << fixed(o.report.time, 3) << " s\n";
+      << milliseconds(o.report.time) << "\n";
   out << "   correspondences: " << o.agreeing << " of " << (s.model.size() - static_cast<std::size_t>(s.missing))
       << " present model points matched to their own data point, " << o.matchedClutter
       << " matched to clutter\n";
@@ -172,7 +172,7 @@ void printGrid(std::ostream& out, const GridOutcome& o) {
       << fixed(o.gridDifference, 3) << " px\n";
   out << "   coverage " << fixed(static_cast<double>(o.report.count) / static_cast<double>(s.points.size()), 4)
       << " (" << o.report.count << " of " << s.points.size() << " dots on a node), fit error "
-      << fixed(gridFitError(o.report), 3) << " px, time " << fixed(o.report.time, 3) << " s\n";
+      << fixed(gridFitError(o.report), 3) << " px, time " << milliseconds(o.report.time) << "\n";
   out << "   nodes: " << o.agreeing << " of " << s.points.size()
       << " dots on their true node\n";
 }

@@ -1,6 +1,7 @@
 // `ptmatch match`: trains a matcher with the model file and runs it on the data file.
 
 #include <algorithm>
+#include <cmath>
 
 #include "commands.h"
 #include "errors.h"
@@ -107,6 +108,23 @@ void trainFromPoints(mvPointMatcher& matcher, const PointFile& model, const std:
   }
 }
 
+// The exhaustive search tries (larger set + 1) ^ (smaller set) assignments without
+// pruning; beyond this many a run would not end in any useful time.
+constexpr double kMostExhaustiveAssignments = 1e8;
+
+void checkExhaustiveSize(std::size_t modelCount, std::size_t dataCount) {
+  const double smaller = static_cast<double>(std::min(modelCount, dataCount));
+  const double larger = static_cast<double>(std::max(modelCount, dataCount));
+  const double log10Assignments = smaller * std::log10(larger + 1.0);
+  if (log10Assignments > std::log10(kMostExhaustiveAssignments)) {
+    throw UsageError("--exhaustive would try about 10^" +
+                     std::to_string(static_cast<long>(std::ceil(log10Assignments))) +
+                     " assignments for " + std::to_string(modelCount) + " model and " +
+                     std::to_string(dataCount) +
+                     " data points (at most 10^8 are allowed); leave it out for larger sets");
+  }
+}
+
 }  // namespace
 
 int runMatch(const std::vector<std::string>& args, std::ostream& out) {
@@ -121,6 +139,8 @@ int runMatch(const std::vector<std::string>& args, std::ostream& out) {
   const PointFile model = readPointFile(modelPath);
   const std::vector<long> weights = modelWeights(model, modelPath, options);
   const PointFile data = readDataPoints(dataPath);
+
+  if (options.has("--exhaustive")) checkExhaustiveSize(model.points.size(), data.points.size());
 
   mvPointMatcher matcher;
   trainFromPoints(matcher, model, modelPath, weights, options.has("--exhaustive"));

@@ -98,7 +98,8 @@ Input:
   --weights FILE        the model's weights, one whole number a line (or a JSON array),
                         for a model file without a weight column
   --exhaustive          try every pairing of model and data points instead of the
-                        hypothesis search (for small point sets)
+                        hypothesis search: (larger set + 1) ^ (smaller set) assignments,
+                        so only for a few points (refused beyond 10^8 assignments)
 
 )";
 

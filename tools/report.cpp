@@ -113,10 +113,12 @@ std::string poseText(const mvXform<2>& pose, int decimals) {
          fixed(pose.trans().x(), decimals) + ", " + fixed(pose.trans().y(), decimals) + ")";
 }
 
+std::string milliseconds(double seconds) { return fixed(seconds * 1000.0, 3) + " ms"; }
+
 void printMatchTable(std::ostream& out, const MatchReport& report) {
   char line[256];
   out << report.results.size() << (report.results.size() == 1 ? " result" : " results")
-      << " in " << fixed(report.time, 4) << " s (mode " << report.mode << ", "
+      << " in " << milliseconds(report.time) << " (mode " << report.mode << ", "
       << report.model.size() << " model points, " << report.data.size() << " data points)\n";
   if (report.results.empty()) return;
   out << "   #  coverage  matched  fit error  rotation(deg)   scale          tx          ty\n";
@@ -132,8 +134,8 @@ void printMatchTable(std::ostream& out, const MatchReport& report) {
 
 void printGridTable(std::ostream& out, const GridReport& report) {
   out << (report.valid ? "valid" : "not valid") << ": " << report.count << " of "
-      << report.points.size() << " points assigned to grid nodes in " << fixed(report.time, 4)
-      << " s\n";
+      << report.points.size() << " points assigned to grid nodes in " << milliseconds(report.time)
+      << "\n";
   if (report.valid) {
     out << "grid to point: " << poseText(report.grid2point, 6) << "\n";
     out << "fit error (rms distance from the fitted nodes): " << fixed(gridFitError(report), 4)

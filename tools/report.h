@@ -76,6 +76,8 @@ JsonValue gridJson(const GridReport& report);
 
 /// The pose as "a00 a01 / a10 a11 | tx ty" with the given decimals.
 std::string poseText(const mvXform<2>& pose, int decimals = 4);
+/// Seconds as "12.345 ms".
+std::string milliseconds(double seconds);
 /// The results as a table, one row per result, then the best pose's matrix.
 void printMatchTable(std::ostream& out, const MatchReport& report);
 /// The grid mapping as a summary and one row per point.

@@ -227,7 +227,8 @@ class PTMATCH_API mvPointMatcher {
  public:
   /// Untrained.
   mvPointMatcher();
-  /// Deep copy of the trained state; the train mode travels only through training.
+  /// Deep copy of the trained state; the train mode travels only through training, so the
+  /// copy starts in ePointToPoint (a copy of an exhaustive-mode matcher runs point to point).
   mvPointMatcher(const mvPointMatcher& other);
   /// Deep copy of the trained state; the target keeps its own train mode.
   mvPointMatcher& operator=(const mvPointMatcher& other);

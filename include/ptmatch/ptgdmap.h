@@ -13,30 +13,40 @@
 // snapped points passes 3, 5, 8, 13, 21, ... Finally the node indices of all snapped
 // points are fitted to the points to give grid2point.
 //
-// Choosing the snap size (read this before calling). The snap size does two jobs: it is
-// the tolerance of the snapping test, and it is the side of the buckets in which
+// Choosing the snap size (read this before calling). The snap size s does two jobs: it
+// is the tolerance of the snapping test, and it is the side of the buckets in which
 // neighbours are searched. Neighbours are looked for only in a point's own bucket and the
-// 8 around it, so a neighbour is found only when it lies within about one snap size along
-// each axis. With snapSize 0 the snap size defaults to 0.2 of the shorter pitch: a
-// neighbour one pitch away then lies about five buckets off, no point gets a link, there
-// is no seed, and the call returns 0 with valid() false. For a useful mapping give a snap
-// size of at least the longest accepted neighbour distance, that is the longer pitch
-// times sizeTol's end (1.2 by default), plus the noise of the points: 1.25 times the
-// pitch serves a grid of unknown scale within +-20 %. Such a snap size lets the snapping
-// test accept every point within s of a node, which for s above about 0.71 pitch is every
-// point inside the grid's extent: clutter points are then assigned to their nearest node
-// as well (two points may share one node). Remove clutter beforehand, or check the
-// residuals of the assigned points against grid2point afterwards, when that matters.
-// The snap size also sets the angular tolerance of the forward links, atan2(s, pitch),
-// which is about 50 degrees at s = 1.2 pitch.
+// 8 around it, so a neighbour is found for certain only when it lies within s along each
+// axis, and for some of the points when it lies within 2 s.
+// - The default (snapSize 0 or less: 0.2 of the shorter pitch) is not useful: a neighbour
+//   one pitch away lies about five buckets off, no point gets a link, there is no seed,
+//   and the call returns 0 with valid() false, the map untouched.
+// - Every accepted neighbour is found once s is at least the longest accepted neighbour
+//   distance (the longer pitch times sizeTol's end, 1.2 by default, plus the noise). But
+//   the snapping test then accepts every point within s of a node, and from about 0.71
+//   pitch that is every point inside the grid's extent: clutter is assigned to its
+//   nearest node (two points may share a node), and nothing pulls a wrong index back,
+//   so a scale error of the running fit can settle in (rows or columns merged).
+// - In practice s between about 0.8 and 1.0 of the pitch works best: most neighbours still
+//   fall into adjacent buckets and the fit stays tight. On 30 x 25 grids rotated up to +-20
+//   degrees and scaled 0.8 to 1.2 every dot came back at its node at s = 0.8 ... 1.1 (a few
+//   grids failed at 0.7 and from 1.2 on, a quarter at 0.6). With noise of 0.1 pitch, a fifth
+//   of the dots missing and clutter of a fifth all at once, about one grid in eight got a
+//   wrong scale along one axis at s = 0.9. Remove clutter beforehand, or check the residuals
+//   of the assigned points against grid2point afterwards, when that matters.
+// The snap size also sets the angular tolerance of the forward links, atan2(s, pitch):
+// about 42 degrees at s = 0.9 pitch.
 //
 // What the indices mean. Node (0, 0) is the point from which the growth transform was
-// started (the seed or one of its linked neighbours), so the index origin depends on the
-// data; the first index grows along xv and the second along yv (after the rotation found
-// within the angle tolerance), so there is no swap or sign change of the axes as long as
-// the grid's true rotation lies within the tolerance. In the staggered case the indices
-// are those of the staggered grid's own axes xv and yv, every assigned node has an even
-// index sum, and the unknown origin is a shift with an even index sum.
+// started (the seed or a linked neighbour, whichever trial fitted best), so the index
+// origin depends on the data. The first index grows along xv and the second along yv,
+// turned by the rotation found within the angle tolerance, so the axes are not swapped or
+// reversed as long as the grid's true rotation lies within the tolerance and the tolerance
+// is narrower than 45 degrees to either side; a wider one (a full range, say) may find the
+// rotation on another axis, and the indices then come out turned by a quarter turn or
+// more. In the staggered case the indices are those of the staggered grid's own axes xv
+// and yv, every assigned node has an even index sum, and the unknown origin is a shift
+// with an even index sum.
 //
 // Choices of this implementation beyond the behaviour described above:
 // - A non-finite point, grid vector or snap size, or an angle tolerance (not of kind
@@ -115,12 +125,12 @@ class PTMATCH_API mvPtToGridMapRunParams {
   friend PTMATCH_API mvArchive& operator||(mvArchive& ar, mvPtToGridMapRunParams& p);
 
  private:
-  mvVector<2> xv_;        ///< grid vector along the first axis
-  mvVector<2> yv_;        ///< grid vector along the second axis
-  bool staggered_;        ///< alternate rows offset by half a pitch
-  double snapSize_;       ///< snapping tolerance and bucket size; <= 0 for the default
-  mvRange sizeTol_;       ///< accepted relative pitch lengths
-  mvAngleRange angleTol_; ///< accepted grid rotations
+  mvVector<2> xv_;         ///< grid vector along the first axis
+  mvVector<2> yv_;         ///< grid vector along the second axis
+  bool staggered_;         ///< alternate rows offset by half a pitch
+  double snapSize_;        ///< snapping tolerance and bucket size; <= 0 for the default
+  mvRange sizeTol_;        ///< accepted relative pitch lengths
+  mvAngleRange angleTol_;  ///< accepted grid rotations
 };
 
 /// The outcome of mfPtToGridMap: whether it succeeded, the seconds it took, the fitted
@@ -149,10 +159,10 @@ class PTMATCH_API mvPtToGridMapResult {
                                         mvPtToGridMapResult& result);
 
  private:
-  bool valid_;                      ///< the mapping succeeded
-  double time_;                     ///< seconds spent by the call
-  mvXform<2> grid2point_;           ///< node indices to point coordinates
-  std::vector<mvPair<long>> map_;   ///< node of each input point
+  bool valid_;                     ///< the mapping succeeded
+  double time_;                    ///< seconds spent by the call
+  mvXform<2> grid2point_;          ///< node indices to point coordinates
+  std::vector<mvPair<long>> map_;  ///< node of each input point
 };
 
 /// Persists the grid-map run parameters.
@@ -167,5 +177,4 @@ PTMATCH_API mvArchive& operator||(mvArchive& ar, mvPtToGridMapResult& r);
 /// non-finite input; exceptions of the fitter and the transforms pass through. The
 /// result's time is set on every exit.
 PTMATCH_API long mfPtToGridMap(const std::vector<mvVector<2>>& points,
-                               const mvPtToGridMapRunParams& params,
-                               mvPtToGridMapResult& result);
+                               const mvPtToGridMapRunParams& params, mvPtToGridMapResult& result);

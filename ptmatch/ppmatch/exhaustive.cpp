@@ -8,7 +8,13 @@
 // pruned, so the work grows as (size(B) + 1) ^ size(A); the search polls mvAttention every
 // kAttentionInterval pairings so that a caller can always interrupt it.
 //
+// The results stay sorted as they come: a new result goes in after every result it does
+// not go before, and the list is cut to maxNumResults. Results equal in coverage and fit
+// error may come in any order (the order is not a stable one), and different pairings
+// that give the same pose each give a result.
+//
 // With no data points there is nothing to pair: the run reports no results and its time.
+// A start pose that cannot be inverted fails with mvMathError once a pose needs testing.
 #include <algorithm>
 #include <cmath>
 #include <cstdint>

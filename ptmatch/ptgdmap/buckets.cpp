@@ -101,8 +101,8 @@ bool buildBuckets(const std::vector<mvVector<2>>& points, const mvPtToGridMapRun
   ctx.snap = snapTolerance(ctx, params.snapSize());
   if (!(ctx.snap > 0.0)) return false;
 
-  ctx.sizeTol = params.sizeTol().range() == mvRangeDefs::eEmpty ? mvRange(0.8, 1.2)
-                                                                : params.sizeTol();
+  ctx.sizeTol =
+      params.sizeTol().range() == mvRangeDefs::eEmpty ? mvRange(0.8, 1.2) : params.sizeTol();
   ctx.angleTol = params.angleTol().range() == mvRangeDefs::eEmpty
                      ? mvAngleRange(mvRadian(mvDegree(-20.0)), mvRadian(mvDegree(20.0)), false)
                      : params.angleTol();

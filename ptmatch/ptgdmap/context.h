@@ -9,8 +9,6 @@
 #include "mvbase/geometry.h"
 #include "ptmatch/ptgdmap.h"
 
-class mv2PtMatchTm;
-
 namespace ptmatch {
 namespace detail {
 
@@ -27,41 +25,41 @@ constexpr long kDirectionBins = 360;
 
 /// A one-directional link from a record to a neighbour at an accepted distance.
 struct GridMapLink {
-  double direction = 0.0;  ///< degrees from the record's point to the neighbour's, [0, 360)
-  double distance2 = 0.0;  ///< squared distance to the neighbour
-  bool used = false;       ///< followed by the neighbour score
+  double direction = 0.0;      ///< degrees from the record's point to the neighbour's, [0, 360)
+  double distance2 = 0.0;      ///< squared distance to the neighbour
+  bool used = false;           ///< followed by the neighbour score
   long neighbour = kNoRecord;  ///< the neighbour's record (its input index)
 };
 
 /// One input point in the bucket grid.
 struct GridMapRecord {
-  long column = 0;             ///< bucket column
-  long row = 0;                ///< bucket row
-  mvVector<2> point;           ///< the point
-  long index = 0;              ///< index in the input list
-  long numLinks = 0;           ///< links filled, at most kMaxLinks
+  long column = 0;               ///< bucket column
+  long row = 0;                  ///< bucket row
+  mvVector<2> point;             ///< the point
+  long index = 0;                ///< index in the input list
+  long numLinks = 0;             ///< links filled, at most kMaxLinks
   GridMapLink links[kMaxLinks];  ///< neighbour links in the order found
-  bool visited = false;        ///< reached by the neighbour scores
-  long score = 0;              ///< neighbour score
-  long next = kNoRecord;       ///< next record of the same bucket (older input)
+  bool visited = false;          ///< reached by the neighbour scores
+  long score = 0;                ///< neighbour score
+  long next = kNoRecord;         ///< next record of the same bucket (older input)
 };
 
 /// Everything one call works on. Records are stored by input index; bucket lists run
 /// newest (highest index) first.
 struct GridMapContext {
-  mvVector<2> xv;        ///< first grid vector (the first diagonal when staggered)
-  mvVector<2> yv;        ///< second grid vector (the second diagonal when staggered)
-  double snap = 0.0;     ///< snap tolerance s, also the bucket size
-  mvRange sizeTol;       ///< accepted relative pitch lengths
-  mvAngleRange angleTol; ///< accepted grid rotations
-  double alphaX = 0.0;   ///< direction of xv in degrees; the estimated rotation is added
-  double alphaY = 0.0;   ///< direction of yv in degrees; the estimated rotation is added
-  double longestPitch = 0.0;  ///< the longer of |xv| and |yv|
-  double tau = 0.0;           ///< angular snap tolerance in degrees
-  double tauComplement = 0.0; ///< 360 - tau
-  long columns = 0;           ///< bucket columns
-  long rows = 0;              ///< bucket rows
-  std::vector<long> heads;    ///< head record of each bucket, row by row
+  mvVector<2> xv;              ///< first grid vector (the first diagonal when staggered)
+  mvVector<2> yv;              ///< second grid vector (the second diagonal when staggered)
+  double snap = 0.0;           ///< snap tolerance s, also the bucket size
+  mvRange sizeTol;             ///< accepted relative pitch lengths
+  mvAngleRange angleTol;       ///< accepted grid rotations
+  double alphaX = 0.0;         ///< direction of xv in degrees; the estimated rotation is added
+  double alphaY = 0.0;         ///< direction of yv in degrees; the estimated rotation is added
+  double longestPitch = 0.0;   ///< the longer of |xv| and |yv|
+  double tau = 0.0;            ///< angular snap tolerance in degrees
+  double tauComplement = 0.0;  ///< 360 - tau
+  long columns = 0;            ///< bucket columns
+  long rows = 0;               ///< bucket rows
+  std::vector<long> heads;     ///< head record of each bucket, row by row
   std::vector<GridMapRecord> records;  ///< one per input point, by input index
   std::vector<long> histogram;         ///< link directions, one bin per whole degree
 

@@ -7,9 +7,6 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#ifdef GRIDMAP_DEBUG
-#include <cstdio>
-#endif
 
 #include "ptgdmap/context.h"
 #include "ptmatch/tm.h"
@@ -23,9 +20,7 @@ constexpr double kMaxNodeIndex = 1073741824.0;  // 2^30
 
 /// Degrees of freedom of every fit of the growth: affine with both grid vectors,
 /// similarity with one.
-long growthDof(const GridMapContext& ctx) {
-  return !ctx.xv.isNull() && !ctx.yv.isNull() ? 6 : 4;
-}
+long growthDof(const GridMapContext& ctx) { return !ctx.xv.isNull() && !ctx.yv.isNull() ? 6 : 4; }
 
 /// The node nearest to grid position g.
 mvVector<2> nearestNode(const mvVector<2>& g) {
@@ -82,8 +77,7 @@ double trialError(const GridMapContext& ctx, long q, const mv2PtMatchTm& trial) 
 /// Makes the trial for the seed, then, depth first, for each used neighbour of the seed
 /// and each used neighbour of that neighbour; a trial of strictly smaller error replaces
 /// tm (its three pairs included). Returns the record of the kept trial.
-long initialEstimate(const GridMapContext& ctx, long seed, double thetaDegrees,
-                     mv2PtMatchTm& tm) {
+long initialEstimate(const GridMapContext& ctx, long seed, double thetaDegrees, mv2PtMatchTm& tm) {
   const RotatedAxes axes = rotatedAxes(ctx, thetaDegrees);
   tm = trialTransform(ctx, seed, axes);
   double bestError = trialError(ctx, seed, tm);
@@ -182,9 +176,6 @@ class GrowthPass {
   void refitIfDue() {
     if (count_ < mark_) return;
     tm_.fit(dof_);
-#ifdef GRIDMAP_DEBUG
-    { const mvXform<2>& x = tm_.a2bXform(); fprintf(stderr, "refit pass%d count %ld mark %ld: %g %g %g %g t %g %g\n", map_ ? 2 : 1, count_, mark_, x.matrix().element(0,0), x.matrix().element(0,1), x.matrix().element(1,0), x.matrix().element(1,1), x.trans().x(), x.trans().y()); }
-#endif
     while (mark_ <= count_) {
       const long next = mark_ + step_;
       step_ = mark_;

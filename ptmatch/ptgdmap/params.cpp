@@ -59,8 +59,7 @@ mvPersistent* mvPtToGridMapDefs::BadInput::make() { return makeBadInput(); }
 
 mvPtToGridMapRunParams::mvPtToGridMapRunParams(const mvVector<2>& xv, const mvVector<2>& yv,
                                                bool staggered, double snapSize,
-                                               const mvRange& sizeTol,
-                                               const mvAngleRange& angleTol)
+                                               const mvRange& sizeTol, const mvAngleRange& angleTol)
     : xv_(xv),
       yv_(yv),
       staggered_(staggered),

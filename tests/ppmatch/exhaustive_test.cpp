@@ -287,18 +287,20 @@ TEST(Exhaustive, EqualDistancesKeepTheLowerDataIndex) {
 }
 
 TEST(Exhaustive, RangesApplyToThePoseRelativeToTheStartPose) {
-  // True pose: rotate by 90 degrees, then move by (100, 0). Start pose: the same rotation,
-  // moved by (95, 0). Relative to the start the pose is a pure move by (5, 0).
+  // A triangle without two equal sides, so that no rotation by a right angle maps two of
+  // its points onto two others. True pose: rotate by 90 degrees, then move by (100, 0). Start pose:
+  // the same rotation, moved by (95, 0). Relative to the start the pose is a pure move by (5, 0).
   const mvXform<2> truth(mvVector<2>(100, 0), mvRadian(mvDegree(90.0)), mvRadian(mvDegree(90.0)),
                          1.0, 1.0);
   const mvXform<2> start(mvVector<2>(95, 0), mvRadian(mvDegree(90.0)), mvRadian(mvDegree(90.0)),
                          1.0, 1.0);
+  const Points model = {{0, 0}, {10, 0}, {0, 4}};
   Points data;
-  for (const auto& p : kTriangle) data.push_back(truth * p);
+  for (const auto& p : model) data.push_back(truth * p);
 
   auto params = ranges(mvRange(4, 6), mvRange(-1, 1), 1.0, mvRange(-0.01, 0.01));
   params.startPose(start);
-  const auto results = run(exhaustive(kTriangle), data, params);
+  const auto results = run(exhaustive(model), data, params);
   ASSERT_FALSE(results.empty());
   EXPECT_DOUBLE_EQ(results[0].coverage(), 1.0);
   EXPECT_EQ(results[0].modelToDataMap(), (std::vector<long>{0, 1, 2}));
@@ -308,13 +310,13 @@ TEST(Exhaustive, RangesApplyToThePoseRelativeToTheStartPose) {
   // (0, -5) would be the move for the other order of composition: nothing there.
   params.xTranslationUncertainty(mvRange(-1, 1));
   params.yTranslationUncertainty(mvRange(-6, -4));
-  EXPECT_TRUE(run(exhaustive(kTriangle), data, params).empty());
+  EXPECT_TRUE(run(exhaustive(model), data, params).empty());
 
   // Around the identity the same pose is 90 degrees off.
   params = ranges(mvRange(99, 101), mvRange(-1, 1), 1.0, mvRange(-0.01, 0.01));
-  EXPECT_TRUE(run(exhaustive(kTriangle), data, params).empty());
+  EXPECT_TRUE(run(exhaustive(model), data, params).empty());
   params.rotationUncertainty(degrees(89, 91));
-  EXPECT_FALSE(run(exhaustive(kTriangle), data, params).empty());
+  EXPECT_FALSE(run(exhaustive(model), data, params).empty());
 }
 
 TEST(Exhaustive, ScaleRangeZeroToZeroFitsRigidly) {

@@ -21,13 +21,13 @@ using Defs = mvPointMatcherDefs;
 const double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 // Expects statement to throw E whose message is exactly `message`.
-#define EXPECT_THROW_MESSAGE(statement, E, message)     \
+#define EXPECT_THROW_MESSAGE(statement, E, expected)    \
   do {                                                  \
     try {                                               \
       statement;                                        \
       ADD_FAILURE() << "no exception from " #statement; \
     } catch (const E& e) {                              \
-      EXPECT_EQ(e.message(), std::wstring(message));    \
+      EXPECT_EQ(e.message(), std::wstring(expected));   \
     }                                                   \
   } while (false)
 

@@ -122,7 +122,9 @@ void expectRecovered(const Scene& s, const mvPointMatcherResultSet& results) {
   const std::vector<long>& map = best.modelToDataMap();
   ASSERT_EQ(map.size(), s.model.size());
   for (std::size_t i = 0; i < s.model.size(); ++i) {
-    if (s.partner[i] >= 0) EXPECT_EQ(map[i], s.partner[i]) << "model point " << i;
+    if (s.partner[i] >= 0) {
+      EXPECT_EQ(map[i], s.partner[i]) << "model point " << i;
+    }
   }
   EXPECT_LT(largestDisplacement(best.modelToDataXform(), s.pose, s.model), kPoseTolerance);
   std::set<std::vector<long>> maps;
@@ -130,8 +132,7 @@ void expectRecovered(const Scene& s, const mvPointMatcherResultSet& results) {
   EXPECT_EQ(maps.size(), results.results().size()) << "two results share a map";
 }
 
-void runScenes(unsigned seed, int count, const Ranges& ranges,
-               const std::vector<long>& negativeWeights = {}) {
+void runScenes(unsigned seed, int count, const Ranges& ranges) {
   std::mt19937 rng(seed);
   for (int trial = 0; trial < count; ++trial) {
     SCOPED_TRACE(::testing::Message() << "seed " << seed << " trial " << trial);
@@ -180,7 +181,9 @@ TEST(Recovery, RandomPosesUnderAStartPose) {
     ASSERT_FALSE(results.results().empty());
     const std::vector<long>& map = results.results()[0].modelToDataMap();
     for (std::size_t i = 0; i < s.model.size(); ++i) {
-      if (s.partner[i] >= 0) EXPECT_EQ(map[i], s.partner[i]) << "model point " << i;
+      if (s.partner[i] >= 0) {
+      EXPECT_EQ(map[i], s.partner[i]) << "model point " << i;
+    }
     }
     EXPECT_LT(largestDisplacement(results.results()[0].modelToDataXform(), s.pose, s.model),
               1.5 * kPoseTolerance);

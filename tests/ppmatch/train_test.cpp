@@ -20,13 +20,13 @@ using Points = std::vector<mvVector<2>>;
 
 const double kInf = std::numeric_limits<double>::infinity();
 
-#define EXPECT_THROW_MESSAGE(statement, E, message)     \
+#define EXPECT_THROW_MESSAGE(statement, E, expected)    \
   do {                                                  \
     try {                                               \
       statement;                                        \
       ADD_FAILURE() << "no exception from " #statement; \
     } catch (const E& e) {                              \
-      EXPECT_EQ(e.message(), std::wstring(message));    \
+      EXPECT_EQ(e.message(), std::wstring(expected));   \
     }                                                   \
   } while (false)
 

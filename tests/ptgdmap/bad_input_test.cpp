@@ -100,11 +100,20 @@ TEST(GridMapBadInput, GridVectorsOfUnderflowingLengthGiveZero) {
   EXPECT_FALSE(result.valid());
 }
 
-// Wide or odd tolerances stay inside the histogram.
-TEST(GridMapBadInput, FullAngleToleranceStillMaps) {
+// A full tolerance reads the profile from 0 to 360 degrees; the peak search starts one
+// entry in, so the first of the equal peaks at 90, 180 and 270 wins: the rotation is 90
+// degrees and the index axes come out a quarter turn round (first index along +y, second
+// along -x). Still a complete mapping of the lattice.
+TEST(GridMapBadInput, FullAngleToleranceTurnsTheAxesAQuarterTurn) {
   mvPtToGridMapRunParams params = goodParams();
   params.angleTol(mvAngleRange::FullRange());
-  EXPECT_EQ(run(goodPoints(), params), 16);
+  mvPtToGridMapResult result;
+  EXPECT_EQ(mfPtToGridMap(goodPoints(), params, result), 16);
+  for (long k = 0; k < 16; ++k) {
+    const long i = k % 4;
+    const long j = k / 4;
+    EXPECT_EQ(result.map()[k] - result.map()[0], mvPair<long>(j, -i)) << k;
+  }
 }
 
 TEST(GridMapBadInput, ToleranceOfSeveralTurnsStaysInsideTheHistogram) {

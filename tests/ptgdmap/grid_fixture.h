@@ -169,9 +169,8 @@ inline void expectMatchesTruth(const GridSpec& spec, const Grid& grid,
         << "clutter point " << k << " was snapped to a far node";
   }
   EXPECT_TRUE(result.valid());
-  for (const mvVector<2>& corner :
-       {at(0, 0), at(spec.columns - 1, 0), at(0, spec.rows - 1),
-        at(spec.columns - 1, spec.rows - 1)}) {
+  for (const mvVector<2>& corner : {at(0, 0), at(spec.columns - 1, 0), at(0, spec.rows - 1),
+                                    at(spec.columns - 1, spec.rows - 1)}) {
     const mvVector<2> fitted = result.grid2point() * (corner + mvVector<2>(check.shift));
     EXPECT_LE((fitted - grid.trueGrid2point * corner).len(), fitTolerance * spec.pitch)
         << "grid2point is off at corner (" << corner.x() << ", " << corner.y() << ")";

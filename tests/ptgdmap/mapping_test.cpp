@@ -28,7 +28,8 @@ std::vector<mvVector<2>> lattice(long columns, long rows, bool staggered = false
   for (long j = 0; j < rows; ++j) {
     for (long i = 0; i < columns; ++i) {
       if (staggered && (i + j) % 2 != 0) continue;
-      points.push_back(origin + mvVector<2>(10.0 * static_cast<double>(i), 10.0 * static_cast<double>(j)));
+      points.push_back(origin +
+                       mvVector<2>(10.0 * static_cast<double>(i), 10.0 * static_cast<double>(j)));
     }
   }
   return points;
@@ -38,9 +39,20 @@ std::vector<mvVector<2>> lattice(long columns, long rows, bool staggered = false
 /// time shows), grid2point (1 2; 3 4) + (5, 6), map {(7, 8)}.
 mvPtToGridMapResult preparedResult() {
   constexpr std::uint64_t kMinusOne = 0xBFF0000000000000ull;
-  const Bytes bytes = cat({le32(1100), {1}, le64(kMinusOne), le64(kOne), le64(kTwo),
-                           le64(kThree), le64(kFour), le64(kFive), le64(kSix), {0}, le32(1),
-                           {0}, le32(7), le32(8)});
+  const Bytes bytes = cat({le32(1100),
+                           {1},
+                           le64(kMinusOne),
+                           le64(kOne),
+                           le64(kTwo),
+                           le64(kThree),
+                           le64(kFour),
+                           le64(kFive),
+                           le64(kSix),
+                           {0},
+                           le32(1),
+                           {0},
+                           le32(7),
+                           le32(8)});
   return load<mvPtToGridMapResult>(bytes);
 }
 
@@ -119,8 +131,7 @@ TEST(GridMap, EmptyPointListReturnsZeroAndLeavesTheRestAlone) {
 
 TEST(GridMap, SinglePointReturnsZero) {
   mvPtToGridMapResult result = preparedResult();
-  EXPECT_EQ(mfPtToGridMap({mvVector<2>(3.0, 4.0)}, mvPtToGridMapRunParams(kX10, kY10), result),
-            0);
+  EXPECT_EQ(mfPtToGridMap({mvVector<2>(3.0, 4.0)}, mvPtToGridMapRunParams(kX10, kY10), result), 0);
   EXPECT_FALSE(result.valid());
   EXPECT_EQ(result.map().size(), 1u);
 }
@@ -140,8 +151,8 @@ TEST(GridMap, TwoNullGridVectorsReturnZero) {
 // A staggered grid whose diagonals cancel (xv = -yv) keeps one diagonal: not an error.
 TEST(GridMap, StaggeredGridWithOppositeVectorsIsNotAnError) {
   mvPtToGridMapResult result;
-  EXPECT_NO_THROW(mfPtToGridMap(lattice(3, 3), mvPtToGridMapRunParams(kX10, -kX10, true, 10.0),
-                                result));
+  EXPECT_NO_THROW(
+      mfPtToGridMap(lattice(3, 3), mvPtToGridMapRunParams(kX10, -kX10, true, 10.0), result));
 }
 
 // The default snap size, 0.2 of the pitch, makes buckets of 2: a neighbour 10 away lies 5
@@ -292,8 +303,8 @@ TEST(GridMap, NonFinitePointThrowsBadInputAfterSettingTheTime) {
 // mvMathError passes out unchanged, and the time is set.
 TEST(GridMap, ExceptionsOfTheTransformPassThroughAfterSettingTheTime) {
   mvPtToGridMapResult result = preparedResult();
-  EXPECT_THROW(mfPtToGridMap(lattice(5, 1), mvPtToGridMapRunParams(kX10, kX10 * 2.0, false, 10.0),
-                             result),
-               mvMathError);
+  EXPECT_THROW(
+      mfPtToGridMap(lattice(5, 1), mvPtToGridMapRunParams(kX10, kX10 * 2.0, false, 10.0), result),
+      mvMathError);
   EXPECT_GE(result.time(), 0.0);
 }

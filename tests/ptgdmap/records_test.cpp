@@ -32,9 +32,23 @@ void expectSameParams(const mvPtToGridMapRunParams& a, const mvPtToGridMapRunPar
 /// A stored result with valid true, time 2, grid2point (1 2; 3 4) + (5, 6) and the map
 /// {(3, -1), unassigned}, written by hand.
 Bytes storedResultWithMap() {
-  return cat({version1100(), {1}, le64(kTwo), le64(kOne), le64(kTwo), le64(kThree), le64(kFour),
-              le64(kFive), le64(kSix), {0}, le32(2), {0}, le32(3), le32(0xFFFFFFFFu), {0},
-              le32(0x7FFFFFFFu), le32(0x7FFFFFFFu)});
+  return cat({version1100(),
+              {1},
+              le64(kTwo),
+              le64(kOne),
+              le64(kTwo),
+              le64(kThree),
+              le64(kFour),
+              le64(kFive),
+              le64(kSix),
+              {0},
+              le32(2),
+              {0},
+              le32(3),
+              le32(0xFFFFFFFFu),
+              {0},
+              le32(0x7FFFFFFFu),
+              le32(0x7FFFFFFFu)});
 }
 
 }  // namespace
@@ -90,13 +104,19 @@ TEST(GridMapRunParams, CopiesAreIndependent) {
 }
 
 TEST(GridMapRunParams, DefaultRecordArchivesAsVersionZerosAndEmptyRanges) {
-  const Bytes expected =
-      cat({version1100(), le64(kZero), le64(kZero),  // xv
-           le64(kZero), le64(kZero),                  // yv
-           {0},                                       // staggered
-           le64(kZero),                               // snapSize
-           emptyKind(), le64(kZero), le64(kZero),     // sizeTol
-           emptyKind(), le64(kZero), le64(kZero)});   // angleTol
+  const Bytes expected = cat({version1100(),
+                              le64(kZero),
+                              le64(kZero),  // xv
+                              le64(kZero),
+                              le64(kZero),  // yv
+                              {0},          // staggered
+                              le64(kZero),  // snapSize
+                              emptyKind(),
+                              le64(kZero),
+                              le64(kZero),  // sizeTol
+                              emptyKind(),
+                              le64(kZero),
+                              le64(kZero)});  // angleTol
   EXPECT_EQ(store(mvPtToGridMapRunParams()), expected);
   EXPECT_EQ(expected.size(), 85u);
 }
@@ -104,10 +124,19 @@ TEST(GridMapRunParams, DefaultRecordArchivesAsVersionZerosAndEmptyRanges) {
 TEST(GridMapRunParams, FieldsArchiveInDeclarationOrder) {
   const mvPtToGridMapRunParams p(mvVector<2>(1.0, 2.0), mvVector<2>(-2.5, 3.0), true, 4.0,
                                  mvRange(5.0, 6.0), mvAngleRange(mvRadian(1.0), mvRadian(2.0)));
-  const Bytes expected =
-      cat({version1100(), le64(kOne), le64(kTwo), le64(kMinusTwoAndHalf), le64(kThree), {1},
-           le64(kFour), normalKind(), le64(kFive), le64(kSix), normalKind(), le64(kOne),
-           le64(kTwo)});
+  const Bytes expected = cat({version1100(),
+                              le64(kOne),
+                              le64(kTwo),
+                              le64(kMinusTwoAndHalf),
+                              le64(kThree),
+                              {1},
+                              le64(kFour),
+                              normalKind(),
+                              le64(kFive),
+                              le64(kSix),
+                              normalKind(),
+                              le64(kOne),
+                              le64(kTwo)});
   EXPECT_EQ(store(p), expected);
 }
 
@@ -117,8 +146,8 @@ TEST(GridMapRunParams, DefaultRecordReloadsEqual) {
 }
 
 TEST(GridMapRunParams, FilledRecordReloadsEqual) {
-  const mvPtToGridMapRunParams original(mvVector<2>(0.25, -8.0), mvVector<2>(3.5, 1e-3), true,
-                                        1.75, mvRange(0.9, 1.1),
+  const mvPtToGridMapRunParams original(mvVector<2>(0.25, -8.0), mvVector<2>(3.5, 1e-3), true, 1.75,
+                                        mvRange(0.9, 1.1),
                                         mvAngleRange(mvRadian(-0.3), mvRadian(0.4)));
   expectSameParams(load<mvPtToGridMapRunParams>(store(original)), original);
 }
@@ -154,8 +183,7 @@ TEST(GridMapResult, UnassignedMarkerIsTheLargest32BitValue) {
 }
 
 TEST(GridMapResult, EmptyMapArchivesAsVersionFieldsZeroByteAndZeroCount) {
-  const Bytes expected =
-      cat({version1100(), {0}, le64(kZero), identityXform(), {0}, le32(0)});
+  const Bytes expected = cat({version1100(), {0}, le64(kZero), identityXform(), {0}, le32(0)});
   EXPECT_EQ(store(mvPtToGridMapResult()), expected);
 }
 
@@ -166,8 +194,8 @@ TEST(GridMapResult, MapEntriesArchiveAsVersionedPairs) {
   EXPECT_EQ(r.grid2point(), mvXform<2>(mvMatrix<2>(1.0, 2.0, 3.0, 4.0), mvVector<2>(5.0, 6.0)));
   ASSERT_EQ(r.map().size(), 2u);
   EXPECT_EQ(r.map()[0], mvPair<long>(3, -1));
-  EXPECT_EQ(r.map()[1], mvPair<long>(mvPtToGridMapResult::kUnassigned,
-                                     mvPtToGridMapResult::kUnassigned));
+  EXPECT_EQ(r.map()[1],
+            mvPair<long>(mvPtToGridMapResult::kUnassigned, mvPtToGridMapResult::kUnassigned));
   EXPECT_EQ(store(r), storedResultWithMap());
 }
 

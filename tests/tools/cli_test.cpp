@@ -170,3 +170,13 @@ TEST(Cli, GridVectorsMustNotBothBeZero) {
 TEST(Cli, DemoPictureOptionsExcludeEachOther) {
   expectRefused({"demo", "--svg", "a.svg", "--no-svg"}, "--svg and --no-svg exclude each other");
 }
+
+TEST(Cli, AnExhaustiveSearchThatCouldNotEndIsRefused) {
+  Files files;
+  std::string points;
+  for (int i = 0; i < 12; ++i) points += std::to_string(i * 7 % 11) + " " + std::to_string(i * 3) + "\n";
+  const std::string model = files.write("m.txt", points);
+  // 12 model and 12 data points: 13^12, about 10^14 assignments.
+  expectRefused({"match", "--model", model, "--data", model, "--exhaustive"},
+                "--exhaustive would try about 10^14 assignments for 12 model and 12 data points");
+}

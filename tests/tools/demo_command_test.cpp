@@ -68,7 +68,8 @@ TEST(DemoCommand, ItsPointFilesFeedMatchAndGrid) {
                           files.path("fiducial-data.txt"), "--scale", "-0.1:0.1", "--json"});
   ASSERT_EQ(match.status, 0) << match.err;
   const ptmatch::cli::FiducialScenario s = ptmatch::cli::makeFiducialScenario();
-  const JsonValue& pose = json(match)["results"][0]["pose"];
+  const JsonValue matched = json(match);
+  const JsonValue& pose = matched["results"][0]["pose"];
   const mvXform<2> found(mvMatrix<2>(pose["a00"].asNumber(), pose["a01"].asNumber(),
                                      pose["a10"].asNumber(), pose["a11"].asNumber()),
                          mvVector<2>(pose["tx"].asNumber(), pose["ty"].asNumber()));

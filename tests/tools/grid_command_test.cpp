@@ -104,9 +104,11 @@ TEST(GridCommand, AFarPointIsLeftWithoutANode) {
   for (long v = 0; v < 3; ++v) {
     for (long u = 0; u < 4; ++u) points.emplace_back(10.0 * u, 10.0 * v);
   }
-  points.emplace_back(500.0, 500.0);
+  // 7.07 from the nearest nodes: beyond a snap of 7. (With the default snap, 12.5, every
+  // point within the grid's extent finds a node.)
+  points.emplace_back(15.0, 5.0);
   const auto o = run({"grid", "--points", files.write("p.txt", pointText(points)), "--xv", "10,0",
-                      "--yv", "0,10", "--snap", "12", "--json"});
+                      "--yv", "0,10", "--snap", "7", "--json"});
   ASSERT_EQ(o.status, 0) << o.err;
   const JsonValue j = json(o);
   EXPECT_EQ(j["count"].asNumber(), 12);

@@ -100,10 +100,10 @@ TEST(MatchCommand, WeightsCountInTheCoverage) {
   Files files;
   const mvXform<2> truth = similarity(10.0, 1.0, 5.0, 5.0);
   std::string model;
-  // Weight 4 on the last model point, which the data leave out; 1 on the others.
+  // Weight 4 on the first model point, 1 on the others; the data leave out the last one.
   for (std::size_t i = 0; i < kModel.size(); ++i) {
     model += std::to_string(kModel[i].x()) + " " + std::to_string(kModel[i].y()) + " " +
-             (i + 1 == kModel.size() ? "4" : "1") + "\n";
+             (i == 0 ? "4" : "1") + "\n";
   }
   const std::string modelPath = files.write("model.txt", model);
   const std::string data = files.write("data.txt", pointText(dataUnder(truth, 1)));
@@ -111,7 +111,9 @@ TEST(MatchCommand, WeightsCountInTheCoverage) {
   ASSERT_EQ(o.status, 0) << o.err;
   const JsonValue j = json(o);
   ASSERT_EQ(j["results"].size(), 1u);
-  EXPECT_NEAR(j["results"][0]["coverage"].asNumber(), 9.0 / 13.0, 1e-12);
+  // (4 + 8 x 1) of (4 + 9 x 1).
+  EXPECT_NEAR(j["results"][0]["coverage"].asNumber(), 12.0 / 13.0, 1e-12);
+  EXPECT_EQ(j["results"][0]["map"][0].asNumber(), dataIndexOf(0) - 1);
   EXPECT_EQ(j["results"][0]["map"][kModel.size() - 1].asNumber(), -1);
 }
 
@@ -119,11 +121,11 @@ TEST(MatchCommand, AWeightsFileWorksLikeAWeightColumn) {
   Files files;
   const mvXform<2> truth = similarity(10.0, 1.0, 5.0, 5.0);
   const std::string model = files.write("model.txt", pointText(kModel));
-  const std::string weights = files.write("w.json", "[1, 1, 1, 1, 1, 1, 1, 1, 1, 4]");
+  const std::string weights = files.write("w.json", "[4, 1, 1, 1, 1, 1, 1, 1, 1, 1]");
   const std::string data = files.write("data.txt", pointText(dataUnder(truth, 1)));
   const auto o = run({"match", "--model", model, "--data", data, "--weights", weights, "--json"});
   ASSERT_EQ(o.status, 0) << o.err;
-  EXPECT_NEAR(json(o)["results"][0]["coverage"].asNumber(), 9.0 / 13.0, 1e-12);
+  EXPECT_NEAR(json(o)["results"][0]["coverage"].asNumber(), 12.0 / 13.0, 1e-12);
 }
 
 TEST(MatchCommand, ExhaustiveModeFindsASmallModel) {

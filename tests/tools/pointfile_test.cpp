@@ -84,7 +84,7 @@ TEST(PointFile, ColumnCountsMustAgree) {
 }
 
 TEST(PointFile, AnEmptyCommaFieldIsRefused) {
-  EXPECT_NE(parseError("1,,2\n").find("pts.txt:1:"), std::string::npos);
+  EXPECT_NE(parseError("0,0\n1,,2\n").find("pts.txt:2:"), std::string::npos);
 }
 
 TEST(PointFile, NotANumberAndInfinityAreRefused) {

@@ -162,6 +162,7 @@ class MVBASE_API mvRange {
   /// True inside an eNormal range (ends included), always for eFull, never for eEmpty.
   bool isWithin(double v) const;
   mvRangeDefs::Range range() const { return kind_; }
+  /// Equal when kind, start and end all are.
   bool operator==(const mvRange& o) const;
   bool operator!=(const mvRange& o) const { return !(*this == o); }
   /// The range that holds every value.
@@ -192,6 +193,7 @@ class MVBASE_API mvAngleRange {
   /// for eFull and false for eEmpty.
   bool isWithin(const mvRadian& a) const;
   mvRangeDefs::Range range() const { return kind_; }
+  /// Equal when kind, start and end all are.
   bool operator==(const mvAngleRange& o) const;
   bool operator!=(const mvAngleRange& o) const { return !(*this == o); }
   /// The range that holds every angle.

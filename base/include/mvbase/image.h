@@ -43,6 +43,7 @@ class MVBASE_API mv_PelBuffer {
   long height() const { return height_; }
   mvPair<long> size() const { return mvPair<long>(width_, height_); }
   /// Position of the upper-left pel in the coordinates of the image it windows into.
+  /// window() and setEntire() move it with the window, so a pel keeps its coordinates.
   const mvPair<long>& offset() const { return offset_; }
   void offset(const mvPair<long>& o) { offset_ = o; }
   /// True when the buffer holds an image.
@@ -52,9 +53,9 @@ class MVBASE_API mv_PelBuffer {
   /// accepted for compatibility and has no effect.
   bool window(long x, long y, long width, long height, bool unused = false);
   bool window(const mvPelRect& r) { return window(r.x(), r.y(), r.width(), r.height()); }
-  /// Widens the window back to the whole root image.
+  /// Widens the window back to the whole root image (the offset moves back with it).
   void setEntire();
-  /// Drops the image.
+  /// Drops the image; offset and client-from-image transform return to their defaults.
   void setUnbound();
   /// Distance in pels from one row to the next.
   long rowUpdate() const { return stride_; }
@@ -165,8 +166,9 @@ void mvPelBuffer_const<T>::serializePels_(mvArchive& ar) {
 }
 
 /// Persists an image: width, height, offset, client-from-image transform, then the pels
-/// row by row; an unbound buffer is width 0 and height 0 only. Loading allocates a new
-/// image of the stored size.
+/// of the window row by row; an unbound buffer (or a window of 0 x 0 pels) is width 0 and
+/// height 0 only, and loads as unbound. Loading allocates a new image of the stored size
+/// (alignment 1), so buffers that shared the old pels keep them.
 MVBASE_API mvArchive& operator||(mvArchive& ar, mv_PelBuffer& buffer);
 
 /// Sets every pel to value.
