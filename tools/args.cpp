@@ -52,8 +52,8 @@ ParsedOptions parseOptions(const std::vector<std::string>& args,
   for (std::size_t i = 0; i < args.size(); ++i) {
     const std::string& word = args[i];
     if (word.size() < 3 || word.compare(0, 2, "--") != 0) {
-      throw UsageError("unexpected argument " + quoted(word) + " for 'ptmatch " + command +
-                       "'" + seeHelp);
+      throw UsageError("unexpected argument " + quoted(word) + " for 'ptmatch " + command + "'" +
+                       seeHelp);
     }
     const std::size_t equals = word.find('=');
     const std::string name = word.substr(0, equals);

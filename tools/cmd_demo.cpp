@@ -38,8 +38,8 @@ struct GridOutcome {
   GridScenario scenario;
   GridReport report;
   double snap = 0.0;
-  mvPair<long> shift;        // true node minus found node, the most common one
-  long agreeing = 0;         // assigned points whose node is the true one after the shift
+  mvPair<long> shift;                // true node minus found node, the most common one
+  long agreeing = 0;                 // assigned points whose node is the true one after the shift
   double gridDifference = INFINITY;  // largest displacement of the found grid vs the truth
   bool passed = false;
 };
@@ -106,8 +106,7 @@ GridOutcome runGridScenario() {
     if (o.report.assigned(i)) nodes.emplace_back(o.report.map[i]);
   }
   o.gridDifference = largestDisplacement(o.report.grid2point, truthInFoundNodes, nodes);
-  o.passed = o.gridDifference <= kPoseTolerance &&
-             o.agreeing == static_cast<long>(s.points.size());
+  o.passed = o.gridDifference <= kPoseTolerance && o.agreeing == static_cast<long>(s.points.size());
   return o;
 }
 
@@ -139,15 +138,17 @@ void printFiducial(std::ostream& out, const FiducialOutcome& o) {
   out << "   coverage " << fixed(best.coverage, 4) << " (" << matchedCount(best.map) << " of "
       << s.model.size() << " model points), fit error " << fixed(best.fitError, 3) << " px, time "
       << milliseconds(o.report.time) << "\n";
-  out << "   correspondences: " << o.agreeing << " of " << (s.model.size() - static_cast<std::size_t>(s.missing))
+  out << "   correspondences: " << o.agreeing << " of "
+      << (s.model.size() - static_cast<std::size_t>(s.missing))
       << " present model points matched to their own data point, " << o.matchedClutter
       << " matched to clutter\n";
 }
 
 void printGrid(std::ostream& out, const GridOutcome& o) {
   const GridScenario& s = o.scenario;
-  out << "2. Staggered dot grid: " << s.points.size() << " dots (nodes u + v even), pitch 10 rotated "
-      << fixed(s.rotationDeg, 1) << " deg and scaled " << fixed(s.scale, 3) << ",\n"
+  out << "2. Staggered dot grid: " << s.points.size()
+      << " dots (nodes u + v even), pitch 10 rotated " << fixed(s.rotationDeg, 1)
+      << " deg and scaled " << fixed(s.scale, 3) << ",\n"
       << "   " << fixed(s.noise, 2) << " px noise, " << s.missing << " dots missing; mapped with"
       << " xv 10,0  yv 0,10  staggered, snap " << fixed(o.snap, 2) << "\n";
   out << "                 a00      a01      a10      a11         tx         ty\n";
@@ -156,8 +157,8 @@ void printGrid(std::ostream& out, const GridOutcome& o) {
     char line[200];
     const mvMatrix<2>& m = x.matrix();
     std::snprintf(line, sizeof line, "   %-10s %8.4f %8.4f %8.4f %8.4f %10.3f %10.3f\n", label,
-                  m.element(0, 0), m.element(0, 1), m.element(1, 0), m.element(1, 1),
-                  x.trans().x(), x.trans().y());
+                  m.element(0, 0), m.element(0, 1), m.element(1, 0), m.element(1, 1), x.trans().x(),
+                  x.trans().y());
     out << line;
   };
   row("true grid", s.truth * shiftXform);
@@ -170,11 +171,11 @@ void printGrid(std::ostream& out, const GridOutcome& o) {
       << o.shift.x() << ", " << o.shift.y() << "))\n";
   out << "   largest distance between true and found grid over the assigned nodes: "
       << fixed(o.gridDifference, 3) << " px\n";
-  out << "   coverage " << fixed(static_cast<double>(o.report.count) / static_cast<double>(s.points.size()), 4)
+  out << "   coverage "
+      << fixed(static_cast<double>(o.report.count) / static_cast<double>(s.points.size()), 4)
       << " (" << o.report.count << " of " << s.points.size() << " dots on a node), fit error "
       << fixed(gridFitError(o.report), 3) << " px, time " << milliseconds(o.report.time) << "\n";
-  out << "   nodes: " << o.agreeing << " of " << s.points.size()
-      << " dots on their true node\n";
+  out << "   nodes: " << o.agreeing << " of " << s.points.size() << " dots on their true node\n";
 }
 
 JsonValue fiducialJson(const FiducialOutcome& o) {
@@ -210,10 +211,10 @@ JsonValue gridScenarioJson(const GridOutcome& o) {
 void writeDemoPicture(const std::string& path, const FiducialOutcome& f, const GridOutcome& g) {
   SvgDocument svg(2 * kPanelWidth + 20, kPanelHeight);
   svg.rect(0, 0, 2 * kPanelWidth + 20, kPanelHeight, "fill=\"#ffffff\" stroke=\"none\"");
-  drawMatchPanel(svg, 0, 0, "ptmatch demo 1: fiducial in clutter", f.report,
-                 {"true     rotation " + fixed(f.scenario.rotationDeg, 3) + " deg, scale " +
-                      fixed(f.scenario.scale, 5) + ", found within " +
-                      fixed(f.poseDifference, 3) + " px"});
+  drawMatchPanel(
+      svg, 0, 0, "ptmatch demo 1: fiducial in clutter", f.report,
+      {"true     rotation " + fixed(f.scenario.rotationDeg, 3) + " deg, scale " +
+       fixed(f.scenario.scale, 5) + ", found within " + fixed(f.poseDifference, 3) + " px"});
   drawGridPanel(svg, kPanelWidth + 20, 0, "ptmatch demo 2: staggered dot grid", g.report,
                 {"true grid found within " + fixed(g.gridDifference, 3) + " px; " +
                  std::to_string(g.agreeing) + " of " + std::to_string(g.scenario.points.size()) +
@@ -255,12 +256,14 @@ int runDemo(const std::vector<std::string>& args, std::ostream& out) {
   const GridOutcome grid = runGridScenario();
   const bool passed = fiducial.passed && grid.passed;
   if (!options.has("--no-svg")) writeDemoPicture(svgPath, fiducial, grid);
-  if (options.has("--write-points")) writeScenarioFiles(options.value("--write-points"), fiducial, grid);
+  if (options.has("--write-points"))
+    writeScenarioFiles(options.value("--write-points"), fiducial, grid);
 
   if (options.has("--json")) {
     JsonValue j = JsonValue::object();
     j.set("command", "demo");
-    j.set("scenarios", JsonValue::array().push(fiducialJson(fiducial)).push(gridScenarioJson(grid)));
+    j.set("scenarios",
+          JsonValue::array().push(fiducialJson(fiducial)).push(gridScenarioJson(grid)));
     j.set("passed", passed);
     out << j.dump();
   } else {

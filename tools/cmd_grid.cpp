@@ -36,9 +36,9 @@ GridReport mapPointsToGrid(const std::vector<mvVector<2>>& points,
 
 int runGrid(const std::vector<std::string>& args, std::ostream& out) {
   const std::vector<OptionSpec> specs = {
-      {"--points", true},    {"--xv", true},        {"--yv", true},   {"--staggered", false},
-      {"--snap", true},      {"--size-tol", true},  {"--angle-tol", true},
-      {"--json", false},     {"--svg", true}};
+      {"--points", true},     {"--xv", true},    {"--yv", true},
+      {"--staggered", false}, {"--snap", true},  {"--size-tol", true},
+      {"--angle-tol", true},  {"--json", false}, {"--svg", true}};
   const ParsedOptions options = parseOptions(args, specs, "grid");
   const std::string pointsPath = options.required("--points");
   const mvVector<2> xv = parseVector(options.required("--xv"), "--xv");

@@ -12,10 +12,12 @@
 namespace ptmatch::cli {
 
 std::vector<OptionSpec> searchOptionSpecs() {
-  return {{"--start-pose", true},  {"--x-range", true},      {"--y-range", true},
-          {"--rotation", true},    {"--scale", true},        {"--min-coverage", true},
-          {"--grid-size", true},   {"--capture-range", true}, {"--max-results", true},
-          {"--json", false},       {"--svg", true}};
+  return {{"--start-pose", true},  {"--x-range", true},
+          {"--y-range", true},     {"--rotation", true},
+          {"--scale", true},       {"--min-coverage", true},
+          {"--grid-size", true},   {"--capture-range", true},
+          {"--max-results", true}, {"--json", false},
+          {"--svg", true}};
 }
 
 mvPointMatcherRunParams runParamsFrom(const ParsedOptions& options) {
@@ -129,8 +131,8 @@ void checkExhaustiveSize(std::size_t modelCount, std::size_t dataCount) {
 
 int runMatch(const std::vector<std::string>& args, std::ostream& out) {
   std::vector<OptionSpec> specs = searchOptionSpecs();
-  specs.insert(specs.end(), {{"--model", true}, {"--data", true}, {"--weights", true},
-                             {"--exhaustive", false}});
+  specs.insert(specs.end(),
+               {{"--model", true}, {"--data", true}, {"--weights", true}, {"--exhaustive", false}});
   const ParsedOptions options = parseOptions(args, specs, "match");
   const std::string modelPath = options.required("--model");
   const std::string dataPath = options.required("--data");
@@ -147,7 +149,8 @@ int runMatch(const std::vector<std::string>& args, std::ostream& out) {
   mvPointMatcherResultSet resultSet;
   matcher.run(data.points, params, resultSet);
 
-  const MatchReport report = pointMatchReport("match", matcher, model.points, data.points, resultSet);
+  const MatchReport report =
+      pointMatchReport("match", matcher, model.points, data.points, resultSet);
   writeMatchOutputs(out, options, report, "ptmatch match: " + modelPath + " on " + dataPath);
   return 0;
 }

@@ -107,7 +107,8 @@ int runPattern(const std::vector<std::string>& args, std::ostream& out) {
   }
   const PointFile data = readDataPoints(dataPath);
   const bool staggered = isStaggered(image);
-  if (!options.has("--capture-range") && isDense(image, dots.size(), staggered)) {
+  const bool dense = isDense(image, dots.size(), staggered);
+  if (!options.has("--capture-range") && dense) {
     // The grid mapping snaps within the capture range and searches neighbours in buckets
     // of that size; like `ptmatch grid`, default to 1.25 x the longest step it links
     // along: one pel, or a diagonal of one for a staggered pattern.
@@ -136,6 +137,13 @@ int runPattern(const std::vector<std::string>& args, std::ostream& out) {
     report.results.push_back(found);
   }
   writeMatchOutputs(out, options, report, "ptmatch pattern: " + imagePath + " on " + dataPath);
+  const mvRange scale = params.scaleUncertainty();
+  if (report.results.empty() && dense && scale.start() == 0.0 && scale.end() == 0.0 &&
+      !options.has("--json")) {
+    out << "note: this pattern is matched through a grid mapping, which accepts neighbour\n"
+           "      distances only within 1 + the --scale range; for measured data give a\n"
+           "      range, such as --scale -0.1:0.1\n";
+  }
   return 0;
 }
 

@@ -123,11 +123,14 @@ Input:
   --pitch P             data units between neighbouring pattern pels (default: 1); the
                         data are divided by P for the search and the poses scaled back
 
-Patterns whose dots touch their neighbours are matched through a grid mapping: it
-accepts neighbour distances within 1 + the --scale range, so give a scale range (such as
--0.1:0.1) for measured data, and its snap tolerance is the --capture-range in pels
-(default here: 1.25 times the longest step the mapping links along). The fit error of
-such results is the library's mean squared residual in pels.
+Dense patterns (10 or more dots, some dot with two or more neighbouring dots) are matched
+through a grid mapping: it accepts neighbour distances only within 1 + the --scale range,
+so give a scale range (such as -0.1:0.1) for measured data, and its snap tolerance is the
+--capture-range in pels (default here: 1.25 times the longest step the mapping links
+along, one pel or, when no two dots touch edge to edge, a diagonal). The fit error of
+such results is the library's mean squared residual in pels; sparse patterns report the
+rms distance of the matched pairs in pels. The pattern search is free in translation and
+starts from the identity: --start-pose, --x-range and --y-range have no effect on it.
 
 )";
 

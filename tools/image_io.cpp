@@ -34,7 +34,8 @@ class PgmHeader {
     bool any = false;
     while (pos_ < bytes_.size() && std::isdigit(static_cast<unsigned char>(bytes_[pos_]))) {
       v = v * 10 + (bytes_[pos_] - '0');
-      if (v > kLargestSide * kLargestSide) badImage(name_, std::string("PGM ") + what + " too large");
+      if (v > kLargestSide * kLargestSide)
+        badImage(name_, std::string("PGM ") + what + " too large");
       ++pos_;
       any = true;
     }
@@ -96,7 +97,8 @@ mvPelBuffer<unsigned char> parsePng(const std::string& bytes, const std::string&
   mvPelBuffer<unsigned char> image;
   if (info == nullptr || setjmp(png_jmpbuf(png))) {
     png_destroy_read_struct(&png, info != nullptr ? &info : nullptr, nullptr);
-    badImage(name, "not a readable PNG (" + (error.empty() ? std::string("out of memory") : error) + ")");
+    badImage(name,
+             "not a readable PNG (" + (error.empty() ? std::string("out of memory") : error) + ")");
   }
   png_set_read_fn(png, &state, pngReadBytes);
   png_read_info(png, info);
@@ -143,7 +145,8 @@ mvPelBuffer<unsigned char> parsePgm(const std::string& bytes, const std::string&
   const long height = header.number("height");
   const long maxval = header.number("maximum value");
   if (width < 1 || height < 1 || width > kLargestSide || height > kLargestSide) {
-    badImage(name, "unsupported PGM size " + std::to_string(width) + " x " + std::to_string(height));
+    badImage(name,
+             "unsupported PGM size " + std::to_string(width) + " x " + std::to_string(height));
   }
   if (maxval < 1 || maxval > 255) {
     badImage(name, "only 8-bit PGM images are read (maximum value " + std::to_string(maxval) + ")");

@@ -13,11 +13,21 @@ void appendEscaped(std::string& out, const std::string& s) {
   out += '"';
   for (const char c : s) {
     switch (c) {
-      case '"': out += "\\\""; break;
-      case '\\': out += "\\\\"; break;
-      case '\n': out += "\\n"; break;
-      case '\r': out += "\\r"; break;
-      case '\t': out += "\\t"; break;
+      case '"':
+        out += "\\\"";
+        break;
+      case '\\':
+        out += "\\\\";
+        break;
+      case '\n':
+        out += "\\n";
+        break;
+      case '\r':
+        out += "\\r";
+        break;
+      case '\t':
+        out += "\\t";
+        break;
       default:
         if (static_cast<unsigned char>(c) < 0x20) {
           char buffer[8];
@@ -192,16 +202,36 @@ class JsonReader {
       if (atEnd()) fail("unterminated string");
       const char e = text_[pos_++];
       switch (e) {
-        case '"': out += '"'; break;
-        case '\\': out += '\\'; break;
-        case '/': out += '/'; break;
-        case 'b': out += '\b'; break;
-        case 'f': out += '\f'; break;
-        case 'n': out += '\n'; break;
-        case 'r': out += '\r'; break;
-        case 't': out += '\t'; break;
-        case 'u': appendUtf8(out, hex4()); break;
-        default: --pos_; fail("bad escape in a string");
+        case '"':
+          out += '"';
+          break;
+        case '\\':
+          out += '\\';
+          break;
+        case '/':
+          out += '/';
+          break;
+        case 'b':
+          out += '\b';
+          break;
+        case 'f':
+          out += '\f';
+          break;
+        case 'n':
+          out += '\n';
+          break;
+        case 'r':
+          out += '\r';
+          break;
+        case 't':
+          out += '\t';
+          break;
+        case 'u':
+          appendUtf8(out, hex4());
+          break;
+        default:
+          --pos_;
+          fail("bad escape in a string");
       }
     }
   }
@@ -339,9 +369,7 @@ const JsonValue& JsonValue::operator[](const std::string& key) const {
   throw std::out_of_range("JSON object has no member '" + key + "'");
 }
 
-const JsonValue& JsonValue::operator[](std::size_t index) const {
-  return items().at(index);
-}
+const JsonValue& JsonValue::operator[](std::size_t index) const { return items().at(index); }
 
 bool JsonValue::contains(const std::string& key) const {
   for (const auto& member : members()) {
@@ -383,10 +411,18 @@ std::string JsonValue::dump() const {
 
 void JsonValue::dumpTo(std::string& out, int indent) const {
   switch (kind_) {
-    case Kind::Null: out += "null"; return;
-    case Kind::Bool: out += bool_ ? "true" : "false"; return;
-    case Kind::Number: out += formatJsonNumber(number_); return;
-    case Kind::String: appendEscaped(out, string_); return;
+    case Kind::Null:
+      out += "null";
+      return;
+    case Kind::Bool:
+      out += bool_ ? "true" : "false";
+      return;
+    case Kind::Number:
+      out += formatJsonNumber(number_);
+      return;
+    case Kind::String:
+      appendEscaped(out, string_);
+      return;
     case Kind::Array: {
       const bool flat = isFlat(*this);
       out += '[';
@@ -395,7 +431,8 @@ void JsonValue::dumpTo(std::string& out, int indent) const {
         if (!flat) out += "\n" + std::string(static_cast<std::size_t>(indent + 2), ' ');
         items_[i].dumpTo(out, indent + 2);
       }
-      if (!flat && !items_.empty()) out += "\n" + std::string(static_cast<std::size_t>(indent), ' ');
+      if (!flat && !items_.empty())
+        out += "\n" + std::string(static_cast<std::size_t>(indent), ' ');
       out += ']';
       return;
     }

@@ -30,7 +30,7 @@ class JsonValue {
 
   /// null.
   JsonValue() = default;
-  JsonValue(bool b) : kind_(Kind::Bool), bool_(b) {}  // NOLINT: JSON literals read naturally
+  JsonValue(bool b) : kind_(Kind::Bool), bool_(b) {}        // NOLINT: JSON literals read naturally
   JsonValue(double v) : kind_(Kind::Number), number_(v) {}  // NOLINT
   JsonValue(int v) : JsonValue(static_cast<double>(v)) {}   // NOLINT
   JsonValue(long v) : JsonValue(static_cast<double>(v)) {}  // NOLINT

@@ -24,8 +24,8 @@ std::string fillOnly(const char* colour) {
 }
 
 std::string strokeOnly(const char* colour, double width) {
-  return std::string("fill=\"none\" stroke=\"") + colour + "\" stroke-width=\"" +
-         fixed(width, 2) + "\"";
+  return std::string("fill=\"none\" stroke=\"") + colour + "\" stroke-width=\"" + fixed(width, 2) +
+         "\"";
 }
 
 // The box that holds every point given.
@@ -130,15 +130,12 @@ void drawMatchPanel(SvgDocument& svg, double left, double top, const std::string
 
   const double lx = left + 16;
   double ly = top + kPlotTop + kPlotSize + 22;
-  legendRow(svg, lx, ly, "data point, matched", [&](double x, double y) {
-    svg.circle(x, y, 3.2, fillOnly(kDataMatched));
-  });
-  legendRow(svg, lx + 190, ly, "data point, unmatched", [&](double x, double y) {
-    svg.circle(x, y, 3.2, strokeOnly(kDataUnmatched, 1.3));
-  });
-  legendRow(svg, lx + 380, ly, "correspondence", [&](double x, double y) {
-    svg.line(x - 6, y, x + 6, y, strokeOnly(kLink, 1.2));
-  });
+  legendRow(svg, lx, ly, "data point, matched",
+            [&](double x, double y) { svg.circle(x, y, 3.2, fillOnly(kDataMatched)); });
+  legendRow(svg, lx + 190, ly, "data point, unmatched",
+            [&](double x, double y) { svg.circle(x, y, 3.2, strokeOnly(kDataUnmatched, 1.3)); });
+  legendRow(svg, lx + 380, ly, "correspondence",
+            [&](double x, double y) { svg.line(x - 6, y, x + 6, y, strokeOnly(kLink, 1.2)); });
   ly += 17;
   legendRow(svg, lx, ly, "model point, matched", [&](double x, double y) {
     svg.plus(x, y, kMarkSize + 1, strokeOnly(kModelMatched, 1.6));
@@ -202,16 +199,14 @@ void drawGridPanel(SvgDocument& svg, double left, double top, const std::string&
 
   const double lx = left + 16;
   double ly = top + kPlotTop + kPlotSize + 22;
-  legendRow(svg, lx, ly, "point on node u,v", [&](double x, double y) {
-    svg.circle(x, y, 3.2, fillOnly(kDataMatched));
-  });
+  legendRow(svg, lx, ly, "point on node u,v",
+            [&](double x, double y) { svg.circle(x, y, 3.2, fillOnly(kDataMatched)); });
   legendRow(svg, lx + 190, ly, "point without a node", [&](double x, double y) {
     svg.circle(x, y, 3.2, strokeOnly(kDataUnmatched, 1.3));
     svg.cross(x, y, kMarkSize + 1, strokeOnly(kModelUnmatched, 1.8));
   });
-  legendRow(svg, lx + 380, ly, "neighbouring nodes", [&](double x, double y) {
-    svg.line(x - 6, y, x + 6, y, strokeOnly("#c7dcef", 1.5));
-  });
+  legendRow(svg, lx + 380, ly, "neighbouring nodes",
+            [&](double x, double y) { svg.line(x - 6, y, x + 6, y, strokeOnly("#c7dcef", 1.5)); });
   ly += 20;
   std::vector<std::string> lines;
   lines.push_back(std::string(report.valid ? "valid" : "not valid") + ": " +

@@ -10,10 +10,14 @@ namespace ptmatch::cli {
 
 std::string modeName(mvPointMatcherDefs::Mode mode) {
   switch (mode) {
-    case mvPointMatcherDefs::ePointToPoint: return "ePointToPoint";
-    case mvPointMatcherDefs::ePointToGrid: return "ePointToGrid";
-    case mvPointMatcherDefs::eExhaustiveMode: return "eExhaustiveMode";
-    case mvPointMatcherDefs::eAutoDetect: return "eAutoDetect";
+    case mvPointMatcherDefs::ePointToPoint:
+      return "ePointToPoint";
+    case mvPointMatcherDefs::ePointToGrid:
+      return "ePointToGrid";
+    case mvPointMatcherDefs::eExhaustiveMode:
+      return "eExhaustiveMode";
+    case mvPointMatcherDefs::eAutoDetect:
+      return "eAutoDetect";
   }
   return "mode " + std::to_string(static_cast<long>(mode));
 }
@@ -117,9 +121,9 @@ std::string milliseconds(double seconds) { return fixed(seconds * 1000.0, 3) + "
 
 void printMatchTable(std::ostream& out, const MatchReport& report) {
   char line[256];
-  out << report.results.size() << (report.results.size() == 1 ? " result" : " results")
-      << " in " << milliseconds(report.time) << " (mode " << report.mode << ", "
-      << report.model.size() << " model points, " << report.data.size() << " data points)\n";
+  out << report.results.size() << (report.results.size() == 1 ? " result" : " results") << " in "
+      << milliseconds(report.time) << " (mode " << report.mode << ", " << report.model.size()
+      << " model points, " << report.data.size() << " data points)\n";
   if (report.results.empty()) return;
   out << "   #  coverage  matched  fit error  rotation(deg)   scale          tx          ty\n";
   for (std::size_t i = 0; i < report.results.size(); ++i) {

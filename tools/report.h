@@ -47,9 +47,7 @@ struct GridReport {
   std::vector<mvPair<long>> map;
 
   /// True when point i was given a node.
-  bool assigned(std::size_t i) const {
-    return i < map.size() && map[i].x() != kUnassignedNode;
-  }
+  bool assigned(std::size_t i) const { return i < map.size() && map[i].x() != kUnassignedNode; }
 };
 
 /// The name of a mode as the library spells it: "ePointToPoint", ...

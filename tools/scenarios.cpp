@@ -83,7 +83,8 @@ FiducialScenario makeFiducialScenario() {
   }
   // Clutter over the model's neighbourhood, kept 4 px away from every true point.
   for (long c = 0; c < s.clutter;) {
-    const mvVector<2> q = s.truth * mvVector<2>(random.uniform(-55.0, 75.0), random.uniform(-55.0, 55.0));
+    const mvVector<2> q =
+        s.truth * mvVector<2>(random.uniform(-55.0, 75.0), random.uniform(-55.0, 55.0));
     bool clear = true;
     for (const mvVector<2>& m : s.model) clear = clear && (s.truth * m - q).len() >= 4.0;
     if (!clear) continue;
@@ -94,7 +95,8 @@ FiducialScenario makeFiducialScenario() {
   s.trueMap.assign(s.model.size(), -1);
   for (std::size_t d = 0; d < tagged.size(); ++d) {
     s.data.push_back(tagged[d].first);
-    if (tagged[d].second >= 0) s.trueMap[static_cast<std::size_t>(tagged[d].second)] = static_cast<long>(d);
+    if (tagged[d].second >= 0)
+      s.trueMap[static_cast<std::size_t>(tagged[d].second)] = static_cast<long>(d);
   }
   return s;
 }

@@ -14,13 +14,13 @@ namespace ptmatch::cli {
 struct FiducialScenario {
   std::vector<mvVector<2>> model;
   std::vector<mvVector<2>> data;
-  mvXform<2> truth;            ///< the model-to-data pose the data was made with
-  double rotationDeg = 0.0;    ///< the truth's rotation
-  double scale = 1.0;          ///< the truth's scale factor
-  double noise = 0.0;          ///< standard deviation of each coordinate's noise
-  long missing = 0;            ///< model points left out of the data
-  long clutter = 0;            ///< data points that belong to no model point
-  std::vector<long> trueMap;   ///< per model point the index of its data point, or -1
+  mvXform<2> truth;           ///< the model-to-data pose the data was made with
+  double rotationDeg = 0.0;   ///< the truth's rotation
+  double scale = 1.0;         ///< the truth's scale factor
+  double noise = 0.0;         ///< standard deviation of each coordinate's noise
+  long missing = 0;           ///< model points left out of the data
+  long clutter = 0;           ///< data points that belong to no model point
+  std::vector<long> trueMap;  ///< per model point the index of its data point, or -1
 };
 
 /// A staggered dot grid: node (u, v), u + v even, lies at truth * (u, v).

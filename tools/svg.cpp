@@ -26,11 +26,21 @@ std::string xmlEscaped(const std::string& text) {
   std::string out;
   for (const char c : text) {
     switch (c) {
-      case '&': out += "&amp;"; break;
-      case '<': out += "&lt;"; break;
-      case '>': out += "&gt;"; break;
-      case '"': out += "&quot;"; break;
-      case '\'': out += "&apos;"; break;
+      case '&':
+        out += "&amp;";
+        break;
+      case '<':
+        out += "&lt;";
+        break;
+      case '>':
+        out += "&gt;";
+        break;
+      case '"':
+        out += "&quot;";
+        break;
+      case '\'':
+        out += "&apos;";
+        break;
       default:
         // Control characters other than tab and newline are not allowed in XML 1.0.
         if (static_cast<unsigned char>(c) >= 0x20 || c == '\t' || c == '\n') out += c;
@@ -116,9 +126,9 @@ void SvgDocument::endGroup() {
 
 std::string SvgDocument::str() const {
   std::string out = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
-  out += "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + fixed(width_, 0) +
-         "\" height=\"" + fixed(height_, 0) + "\" viewBox=\"0 0 " + fixed(width_, 0) + " " +
-         fixed(height_, 0) + "\" font-family=\"DejaVu Sans, Helvetica, Arial, sans-serif\">\n";
+  out += "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + fixed(width_, 0) + "\" height=\"" +
+         fixed(height_, 0) + "\" viewBox=\"0 0 " + fixed(width_, 0) + " " + fixed(height_, 0) +
+         "\" font-family=\"DejaVu Sans, Helvetica, Arial, sans-serif\">\n";
   out += body_;
   for (int i = 0; i < openGroups_; ++i) out += "</g>\n";
   out += "</svg>\n";

@@ -112,7 +112,7 @@ void bindRunParams(py::module_& m) {
           .c_str());
   cls.def(py::init(&makeRunParams), PTMATCH_RUN_PARAM_ARGS);
   cls.def_property(
-      "min_coverage", &mvPointMatcherRunParams::minCoverage,
+      "min_coverage", [](const mvPointMatcherRunParams& p) { return p.minCoverage(); },
       [](mvPointMatcherRunParams& p, double v) { p.minCoverage(v); },
       "Least matched fraction of the model weight, in [0, 1] (minCoverage).");
   cls.def_property(
@@ -173,7 +173,7 @@ void bindRunParams(py::module_& m) {
       },
       "Capture range, or None for automatic (autoCaptureRange, captureRange).");
   cls.def_property(
-      "max_results", &mvPointMatcherRunParams::maxNumResults,
+      "max_results", [](const mvPointMatcherRunParams& p) { return p.maxNumResults(); },
       [](mvPointMatcherRunParams& p, long long v) { p.maxNumResults(toLong32(v, "max_results")); },
       "Most results to return, at least 1 (maxNumResults).");
   cls.def(

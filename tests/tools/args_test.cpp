@@ -24,7 +24,8 @@ std::string usageMessage(const std::vector<std::string>& args) {
 }  // namespace
 
 TEST(Options, ValuedOptionsTakeTheNextWordOrTheTextAfterEquals) {
-  const ParsedOptions o = parseOptions({"--model", "m.txt", "--scale=-0.1:0.1", "--json"}, kSpecs, "match");
+  const ParsedOptions o =
+      parseOptions({"--model", "m.txt", "--scale=-0.1:0.1", "--json"}, kSpecs, "match");
   EXPECT_EQ(o.value("--model"), "m.txt");
   EXPECT_EQ(o.value("--scale"), "-0.1:0.1");
   EXPECT_TRUE(o.has("--json"));

@@ -34,7 +34,8 @@ TEST(Cli, HelpListsTheCommands) {
 }
 
 TEST(Cli, EachCommandHasItsHelp) {
-  EXPECT_NE(run({"match", "--help"}).out.find("--start-pose a00,a01,a10,a11,tx,ty"), std::string::npos);
+  EXPECT_NE(run({"match", "--help"}).out.find("--start-pose a00,a01,a10,a11,tx,ty"),
+            std::string::npos);
   EXPECT_NE(run({"match", "-h"}).out.find("-0.1:0.1 allows 0.9 to 1.1"), std::string::npos);
   EXPECT_NE(run({"pattern", "--help"}).out.find("--image FILE"), std::string::npos);
   EXPECT_NE(run({"demo", "--help"}).out.find("--svg FILE"), std::string::npos);
@@ -65,7 +66,8 @@ TEST(Cli, AnUnknownCommandIsNamed) { expectRefused({"mach"}, "unknown command 'm
 TEST(Cli, HelpOnAnUnknownTopicIsAUsageError) { expectRefused({"help", "nope"}, "'nope'"); }
 
 TEST(Cli, AnUnknownOptionIsNamed) {
-  expectRefused({"match", "--model", "m", "--data", "d", "--rotate", "5"}, "unknown option --rotate");
+  expectRefused({"match", "--model", "m", "--data", "d", "--rotate", "5"},
+                "unknown option --rotate");
 }
 
 TEST(Cli, AMissingRequiredOptionIsNamed) {
@@ -98,9 +100,11 @@ TEST(Cli, OutOfRangeSearchOptionsNameTheOption) {
     args.insert(args.end(), extra.begin(), extra.end());
     return args;
   };
-  expectRefused(with({"--scale", "-0.95:0.1"}), "--scale: start of scaleUncertainty scale must be >= -0.9");
+  expectRefused(with({"--scale", "-0.95:0.1"}),
+                "--scale: start of scaleUncertainty scale must be >= -0.9");
   expectRefused(with({"--scale", "0.1:-0.1"}), "--scale: LO must not exceed HI");
-  expectRefused(with({"--min-coverage", "1.5"}), "--min-coverage: minCoverage must be in [0.0, 1.0]");
+  expectRefused(with({"--min-coverage", "1.5"}),
+                "--min-coverage: minCoverage must be in [0.0, 1.0]");
   expectRefused(with({"--max-results", "0"}), "--max-results: maxNumResults must be >= 1");
   expectRefused(with({"--grid-size", "0"}), "--grid-size:");
   expectRefused(with({"--grid-size", "small"}), "--grid-size: expected a number or 'auto'");
@@ -115,7 +119,8 @@ TEST(Cli, TooFewModelPointsAreRefused) {
   Files files;
   const std::string model = files.write("m.txt", "0 0\n1 1\n");
   const std::string data = files.write("d.txt", kData);
-  expectRefused({"match", "--model", model, "--data", data}, "a model needs at least 3 points, found 2");
+  expectRefused({"match", "--model", model, "--data", data},
+                "a model needs at least 3 points, found 2");
 }
 
 TEST(Cli, WeightsMustLeaveTwoPositive) {
@@ -147,21 +152,25 @@ TEST(Cli, DataPointsTakeNoWeights) {
   Files files;
   const std::string model = files.write("m.txt", kModel);
   const std::string data = files.write("d.txt", "1 1 1\n2 2 1\n");
-  expectRefused({"match", "--model", model, "--data", data}, data + ": these points take no weight column");
+  expectRefused({"match", "--model", model, "--data", data},
+                data + ": these points take no weight column");
 }
 
 TEST(Cli, AnUnwritablePictureIsNamed) {
   Files files;
   const std::string points = files.write("p.txt", "0 0\n10 0\n20 0\n");
-  expectRefused({"grid", "--points", points, "--xv", "10,0", "--yv", "0,10", "--svg", "/nonexistent/g.svg"},
-                "cannot write /nonexistent/g.svg");
+  expectRefused(
+      {"grid", "--points", points, "--xv", "10,0", "--yv", "0,10", "--svg", "/nonexistent/g.svg"},
+      "cannot write /nonexistent/g.svg");
 }
 
 TEST(Cli, GridVectorsMustNotBothBeZero) {
   Files files;
   const std::string points = files.write("p.txt", "0 0\n10 0\n20 0\n");
-  expectRefused({"grid", "--points", points, "--xv", "0,0", "--yv", "0,0"}, "--xv and --yv must not both be 0,0");
-  expectRefused({"grid", "--points", points, "--xv", "10,0", "--yv", "0,10", "--snap", "0"}, "--snap must be above 0");
+  expectRefused({"grid", "--points", points, "--xv", "0,0", "--yv", "0,0"},
+                "--xv and --yv must not both be 0,0");
+  expectRefused({"grid", "--points", points, "--xv", "10,0", "--yv", "0,10", "--snap", "0"},
+                "--snap must be above 0");
   expectRefused({"grid", "--points", points, "--xv", "10,0", "--yv", "0,10", "--size-tol", "0:1.2"},
                 "--size-tol: LO must be above 0");
   expectRefused({"grid", "--points", points, "--xv", "10;0", "--yv", "0,10"}, "--xv: expected X,Y");
@@ -174,7 +183,8 @@ TEST(Cli, DemoPictureOptionsExcludeEachOther) {
 TEST(Cli, AnExhaustiveSearchThatCouldNotEndIsRefused) {
   Files files;
   std::string points;
-  for (int i = 0; i < 12; ++i) points += std::to_string(i * 7 % 11) + " " + std::to_string(i * 3) + "\n";
+  for (int i = 0; i < 12; ++i)
+    points += std::to_string(i * 7 % 11) + " " + std::to_string(i * 3) + "\n";
   const std::string model = files.write("m.txt", points);
   // 12 model and 12 data points: 13^12, about 10^14 assignments.
   expectRefused({"match", "--model", model, "--data", model, "--exhaustive"},

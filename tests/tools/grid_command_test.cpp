@@ -14,7 +14,8 @@ using tool_test::run;
 namespace {
 
 // Checks that the mapped nodes equal the true ones up to one shift, and returns it.
-std::pair<long, long> commonShift(const JsonValue& map, const std::vector<std::pair<long, long>>& truth) {
+std::pair<long, long> commonShift(const JsonValue& map,
+                                  const std::vector<std::pair<long, long>>& truth) {
   EXPECT_EQ(map.size(), truth.size());
   const long du = static_cast<long>(map[0][0].asNumber()) - truth[0].first;
   const long dv = static_cast<long>(map[0][1].asNumber()) - truth[0].second;

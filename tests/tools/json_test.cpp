@@ -59,7 +59,8 @@ TEST(Json, ReportsLineAndColumnOfTheFirstError) {
 }
 
 TEST(Json, RefusesWhatIsNotJson) {
-  for (const char* bad : {"", "[1,]", "[01]", "[1.]", "{\"a\" 1}", "\"open", "[1] 2", "-", "[1e]"}) {
+  for (const char* bad :
+       {"", "[1,]", "[01]", "[1.]", "{\"a\" 1}", "\"open", "[1] 2", "-", "[1e]"}) {
     EXPECT_THROW(JsonValue::parse(bad), JsonParseError) << bad;
   }
 }

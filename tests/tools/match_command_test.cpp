@@ -13,7 +13,7 @@ using tool_test::similarity;
 namespace {
 
 // An asymmetric model: no rotation maps it onto itself.
-const std::vector<mvVector<2>> kModel = {{0, 0},  {20, 0}, {40, 0},  {0, 15}, {0, 30},
+const std::vector<mvVector<2>> kModel = {{0, 0},   {20, 0},  {40, 0},  {0, 15},  {0, 30},
                                          {25, 25}, {10, 40}, {35, 12}, {-12, 8}, {18, -14}};
 
 // The data: the model under `pose`, in reverse order, after two clutter points.
@@ -80,8 +80,8 @@ TEST(MatchCommand, ARotationRangeAroundTheStartPose) {
   const std::string model = files.write("model.txt", pointText(kModel));
   const std::string data = files.write("data.txt", pointText(dataUnder(truth)));
   // Start pose rotated by 90 degrees: the truth lies 10 degrees from it.
-  const std::vector<std::string> base = {"match", "--model", model, "--data", data,
-                                         "--start-pose", "0,-1,1,0,0,0", "--json"};
+  const std::vector<std::string> base = {"match", "--model",      model,          "--data",
+                                         data,    "--start-pose", "0,-1,1,0,0,0", "--json"};
   std::vector<std::string> around = base;
   around.insert(around.end(), {"--rotation", "5:15"});
   const auto found = run(around);
@@ -141,7 +141,8 @@ TEST(MatchCommand, ExhaustiveModeFindsASmallModel) {
   EXPECT_EQ(j["mode"].asString(), "eExhaustiveMode");
   ASSERT_GE(j["results"].size(), 1u);
   expectPose(j["results"][0]["pose"], truth, 1e-6);
-  for (std::size_t i = 0; i < model.size(); ++i) EXPECT_EQ(j["results"][0]["map"][i].asNumber(), i + 1.0);
+  for (std::size_t i = 0; i < model.size(); ++i)
+    EXPECT_EQ(j["results"][0]["map"][i].asNumber(), i + 1.0);
 }
 
 TEST(MatchCommand, MaxResultsBoundsTheResults) {
@@ -152,7 +153,8 @@ TEST(MatchCommand, MaxResultsBoundsTheResults) {
   for (std::size_t i = 0; i + 2 < kModel.size(); ++i) data.push_back(second * kModel[i]);
   const std::string model = files.write("model.txt", pointText(kModel));
   const std::string dataPath = files.write("data.txt", pointText(data));
-  const auto two = run({"match", "--model", model, "--data", dataPath, "--max-results", "2", "--json"});
+  const auto two =
+      run({"match", "--model", model, "--data", dataPath, "--max-results", "2", "--json"});
   ASSERT_EQ(two.status, 0) << two.err;
   const JsonValue j = json(two);
   ASSERT_EQ(j["results"].size(), 2u);
@@ -169,7 +171,8 @@ TEST(MatchCommand, TheTableShowsTheBestPose) {
                       files.write("d.txt", pointText(dataUnder(truth)))});
   ASSERT_EQ(o.status, 0) << o.err;
   EXPECT_NE(o.out.find("1 result in"), std::string::npos) << o.out;
-  EXPECT_NE(o.out.find("(mode ePointToPoint, 10 model points, 12 data points)"), std::string::npos) << o.out;
+  EXPECT_NE(o.out.find("(mode ePointToPoint, 10 model points, 12 data points)"), std::string::npos)
+      << o.out;
   EXPECT_NE(o.out.find("30.000"), std::string::npos) << o.out;
   EXPECT_NE(o.out.find("best pose (model to data): [0.866025 -0.5; 0.5 0.866025] + (50, 20)"),
             std::string::npos)

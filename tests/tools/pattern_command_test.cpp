@@ -16,7 +16,8 @@ namespace {
 
 // A binary PGM of the given size whose listed pels are 255.
 std::string pgm(long width, long height, const std::vector<std::pair<long, long>>& dots) {
-  std::string bytes = "P5\n# dots\n" + std::to_string(width) + " " + std::to_string(height) + "\n255\n";
+  std::string bytes =
+      "P5\n# dots\n" + std::to_string(width) + " " + std::to_string(height) + "\n255\n";
   std::string raster(static_cast<std::size_t>(width * height), '\0');
   for (const auto& d : dots) raster[static_cast<std::size_t>(d.second * width + d.first)] = '\xff';
   return bytes + raster;
@@ -43,7 +44,8 @@ TEST(PgmImage, BinaryPelsLandRowByRow) {
 }
 
 TEST(PgmImage, PlainPelsWithComments) {
-  const mvPelBuffer<unsigned char> image = parsePgm("P2 # plain\n2 2\n9\n0 9\n# row two\n1 0\n", "p.pgm");
+  const mvPelBuffer<unsigned char> image =
+      parsePgm("P2 # plain\n2 2\n9\n0 9\n# row two\n1 0\n", "p.pgm");
   EXPECT_EQ(image.get(1, 0), 9);
   EXPECT_EQ(image.get(0, 1), 1);
 }
@@ -51,7 +53,8 @@ TEST(PgmImage, PlainPelsWithComments) {
 TEST(PgmImage, BadImagesAreNamedWithTheirProblem) {
   EXPECT_EQ(imageError("P6\n1 1\n255\nabc"), "p.pgm: not a PGM image (expected P5 or P2)");
   EXPECT_EQ(imageError("P5\n2 2\n255\nab"), "p.pgm: the PGM raster is truncated");
-  EXPECT_EQ(imageError("P5\n2 2\n65535\n"), "p.pgm: only 8-bit PGM images are read (maximum value 65535)");
+  EXPECT_EQ(imageError("P5\n2 2\n65535\n"),
+            "p.pgm: only 8-bit PGM images are read (maximum value 65535)");
   EXPECT_EQ(imageError("P5\n0 2\n255\n"), "p.pgm: unsupported PGM size 0 x 2");
   EXPECT_EQ(imageError("P5\n2\n"), "p.pgm: PGM header: expected the height");
   EXPECT_EQ(imageError("P2\n2 1\n9\n1 10\n"), "p.pgm: a pel value exceeds the maximum value");
@@ -85,13 +88,15 @@ TEST(PatternCommand, APatternOfTwoDotsIsRefused) {
                       "--data", files.write("d.txt", "0 0\n1 1\n2 2\n")});
   EXPECT_EQ(o.status, 2);
   EXPECT_TRUE(tool_test::isOneLineMessage(o.err)) << o.err;
-  EXPECT_NE(o.err.find("a pattern needs at least 3 nonzero pels, found 2"), std::string::npos) << o.err;
+  EXPECT_NE(o.err.find("a pattern needs at least 3 nonzero pels, found 2"), std::string::npos)
+      << o.err;
 }
 
 TEST(PatternCommand, ABadPitchIsRefused) {
   Files files;
-  const auto o = run({"pattern", "--image", files.write("p.pgm", pgm(4, 4, {{0, 0}, {2, 2}, {0, 2}})),
-                      "--data", files.write("d.txt", "0 0\n"), "--pitch", "0"});
+  const auto o =
+      run({"pattern", "--image", files.write("p.pgm", pgm(4, 4, {{0, 0}, {2, 2}, {0, 2}})),
+           "--data", files.write("d.txt", "0 0\n"), "--pitch", "0"});
   EXPECT_EQ(o.status, 2);
   EXPECT_NE(o.err.find("--pitch must be above 0"), std::string::npos) << o.err;
 }
@@ -132,8 +137,8 @@ TEST(PatternCommand, FindsADensePatternThroughTheGrid) {
   std::vector<mvVector<2>> data;
   for (const auto& d : dots) data.push_back(truth * mvVector<2>(d.first, d.second));
   const auto o = run({"pattern", "--image", files.write("p.pgm", pgm(5, 4, dots)), "--data",
-                      files.write("d.txt", pointText(data)), "--pitch", "10", "--rotation", "-10:10",
-                      "--scale", "-0.1:0.1", "--json"});
+                      files.write("d.txt", pointText(data)), "--pitch", "10", "--rotation",
+                      "-10:10", "--scale", "-0.1:0.1", "--json"});
   ASSERT_EQ(o.status, 0) << o.err;
   const JsonValue j = json(o);
   ASSERT_GE(j["results"].size(), 1u) << o.out;
@@ -143,5 +148,6 @@ TEST(PatternCommand, FindsADensePatternThroughTheGrid) {
   EXPECT_NEAR(r["pose"]["a10"].asNumber(), truth.matrix().element(1, 0), 1e-6);
   EXPECT_NEAR(r["pose"]["tx"].asNumber(), 60.0, 1e-5);
   EXPECT_NEAR(r["pose"]["ty"].asNumber(), 40.0, 1e-5);
-  for (std::size_t k = 0; k < dots.size(); ++k) EXPECT_EQ(r["map"][k].asNumber(), static_cast<double>(k));
+  for (std::size_t k = 0; k < dots.size(); ++k)
+    EXPECT_EQ(r["map"][k].asNumber(), static_cast<double>(k));
 }

@@ -32,8 +32,8 @@ TEST(PointFile, BlankSeparatedPointsInFileOrder) {
 }
 
 TEST(PointFile, CommaSeparatedPointsWithCommentsHeaderAndBlankLines) {
-  const PointFile f = parsePointText(
-      "# measured dots\nx,y\n\n1,2   # first\n 3 , 4\r\n", "pts.txt");
+  const PointFile f =
+      parsePointText("# measured dots\nx,y\n\n1,2   # first\n 3 , 4\r\n", "pts.txt");
   ASSERT_EQ(f.points.size(), 2u);
   EXPECT_EQ(f.points[0], mvVector<2>(1, 2));
   EXPECT_EQ(f.points[1], mvVector<2>(3, 4));
@@ -130,7 +130,8 @@ TEST(PointFile, ReadsFromDisk) {
 }
 
 TEST(WeightsFile, OneWholeNumberALineOrAJsonArray) {
-  EXPECT_EQ(parseWeightsText("weight\n3\n-1 # negative\n\n0\n", "w.txt"), (std::vector<long>{3, -1, 0}));
+  EXPECT_EQ(parseWeightsText("weight\n3\n-1 # negative\n\n0\n", "w.txt"),
+            (std::vector<long>{3, -1, 0}));
   EXPECT_EQ(parseWeightsText("[3, -1, 0]", "w.json"), (std::vector<long>{3, -1, 0}));
 }
 

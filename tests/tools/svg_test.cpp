@@ -14,7 +14,8 @@ namespace {
 // Counts the occurrences of needle in text.
 std::size_t count(const std::string& text, const std::string& needle) {
   std::size_t n = 0;
-  for (std::size_t at = text.find(needle); at != std::string::npos; at = text.find(needle, at + 1)) ++n;
+  for (std::size_t at = text.find(needle); at != std::string::npos; at = text.find(needle, at + 1))
+    ++n;
   return n;
 }
 
@@ -36,7 +37,8 @@ MatchReport smallMatch() {
 }  // namespace
 
 TEST(XmlCheck, AcceptsWellFormedAndRefusesBrokenDocuments) {
-  EXPECT_EQ(xml_check::wellFormedError("<?xml version=\"1.0\"?>\n<a x=\"1\"><b/>t &amp; u</a>\n"), "");
+  EXPECT_EQ(xml_check::wellFormedError("<?xml version=\"1.0\"?>\n<a x=\"1\"><b/>t &amp; u</a>\n"),
+            "");
   EXPECT_NE(xml_check::wellFormedError("<a><b></a></b>"), "");
   EXPECT_NE(xml_check::wellFormedError("<a x=1/>"), "");
   EXPECT_NE(xml_check::wellFormedError("<a x=\"1\" x=\"2\"/>"), "");

@@ -71,9 +71,9 @@ class Checker {
 
   std::string name() {
     const std::size_t start = pos_;
-    while (pos_ < s_.size() && (std::isalnum(static_cast<unsigned char>(s_[pos_])) ||
-                                s_[pos_] == '-' || s_[pos_] == '_' || s_[pos_] == ':' ||
-                                s_[pos_] == '.')) {
+    while (pos_ < s_.size() &&
+           (std::isalnum(static_cast<unsigned char>(s_[pos_])) || s_[pos_] == '-' ||
+            s_[pos_] == '_' || s_[pos_] == ':' || s_[pos_] == '.')) {
       ++pos_;
     }
     if (pos_ == start || std::isdigit(static_cast<unsigned char>(s_[start]))) fail("bad name");

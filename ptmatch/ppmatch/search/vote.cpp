@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "ppmatch/search/grid_space.h"
 
@@ -18,24 +19,104 @@ constexpr double kMaxPositiveSum = 32767.0;
 constexpr double kMaxNegativeSum = 32768.0;
 constexpr double kScaledSum = 16384.0;
 
+// Accumulator rows voted together, so that the rows being summed stay in the first-level
+// cache while every model point adds to them.
+constexpr long kBandRows = 32;
+
+// Unit votes are first counted in 8 bits, which the compiler adds 16 or 32 cells per
+// instruction, and then widened into the accumulator. At most 255 points are counted
+// between two widenings, so no count wraps and the 16-bit sums are exactly those of adding
+// the points one by one.
+constexpr std::size_t kMaxCountedPoints = 255;
+
 // The accumulator holds signed 16-bit pels; it is summed through its unsigned view so that
 // the wrap-around at 16 bits is plain modular arithmetic.
 std::uint16_t* unsignedRow(mvPelBuffer<std::int16_t>& accumulator, long y) {
   return reinterpret_cast<std::uint16_t*>(accumulator.pointToRow(y));
 }
 
-// Adds one occupancy row to one accumulator row. Contiguous, so the compiler vectorises it.
-void addRow(std::uint16_t* acc, const unsigned char* occupancy, long count) {
-  for (long i = 0; i < count; ++i) acc[i] = static_cast<std::uint16_t>(acc[i] + occupancy[i]);
+// Adds one occupancy row to one row of 8-bit counts. Contiguous, so the compiler
+// vectorises it.
+void addCountRow(unsigned char* counts, const unsigned char* occupancy, long n) {
+  for (long i = 0; i < n; ++i) counts[i] = static_cast<unsigned char>(counts[i] + occupancy[i]);
+}
+
+// Adds a row of 8-bit counts to an accumulator row, modulo 2^16.
+void widenCountRow(std::uint16_t* acc, const unsigned char* counts, long n) {
+  for (long i = 0; i < n; ++i) acc[i] = static_cast<std::uint16_t>(acc[i] + counts[i]);
 }
 
 // Adds weight x occupancy (occupancy is 0 or 1) to one accumulator row, modulo 2^16: the
 // net effect of adding or subtracting the row |weight| times.
-void addWeightedRow(std::uint16_t* acc, const unsigned char* occupancy, long count,
+void addWeightedRow(std::uint16_t* acc, const unsigned char* occupancy, long n,
                     std::uint16_t weight) {
-  for (long i = 0; i < count; ++i) {
-    acc[i] = static_cast<std::uint16_t>(acc[i] + occupancy[i] * weight);
+  for (long i = 0; i < n; ++i) acc[i] = static_cast<std::uint16_t>(acc[i] + occupancy[i] * weight);
+}
+
+// The occupancy cells that one projected point adds within accumulator rows first..last:
+// accumulator cell (u, v) takes occupancy cell (x0 + u, y0 + v), for u in uLo..uLo + n - 1
+// and v in vLo..vHi. Empty when the point's window misses the raster.
+struct VoteSpan {
+  long x0, y0, uLo, n, vLo, vHi;
+};
+
+bool clipSpan(const mv_PelBuffer& occupancy, const mvPelRect& window, const mvPair<long>& cell,
+              long accWidth, long first, long last, VoteSpan& span) {
+  span.x0 = window.x() + cell.x();
+  span.y0 = window.y() + cell.y();
+  span.uLo = std::max(0L, -span.x0);
+  const long uHi = std::min(accWidth - 1, occupancy.width() - 1 - span.x0);
+  span.vLo = std::max(first, -span.y0);
+  span.vHi = std::min(last, occupancy.height() - 1 - span.y0);
+  span.n = uHi - span.uLo + 1;
+  return span.n > 0 && span.vLo <= span.vHi;
+}
+
+// Counts the unit votes of points first..last - 1 into the band's 8-bit rows and widens
+// them into the accumulator.
+void voteUnitBatch(const mvPelBuffer_const<unsigned char>& occupancy, const mvPelRect& window,
+                   const std::vector<mvPair<long>>& projected, std::size_t first,
+                   std::size_t last, long bandFirst, long bandLast,
+                   mvPelBuffer<std::int16_t>& accumulator, std::vector<unsigned char>& counts) {
+  const long width = accumulator.width();
+  std::fill(counts.begin(), counts.begin() + (bandLast - bandFirst + 1) * width, 0);
+  for (std::size_t i = first; i < last; ++i) {
+    VoteSpan s;
+    if (!clipSpan(occupancy, window, projected[i], width, bandFirst, bandLast, s)) continue;
+    for (long v = s.vLo; v <= s.vHi; ++v) {
+      addCountRow(counts.data() + (v - bandFirst) * width + s.uLo,
+                  occupancy.pointToRow(s.y0 + v) + s.x0 + s.uLo, s.n);
+    }
   }
+  for (long v = bandFirst; v <= bandLast; ++v) {
+    widenCountRow(unsignedRow(accumulator, v), counts.data() + (v - bandFirst) * width, width);
+  }
+}
+
+// Adds each weighted point's votes to the band's accumulator rows.
+void voteWeightedBand(const mvPelBuffer_const<unsigned char>& occupancy, const mvPelRect& window,
+                      const std::vector<mvPair<long>>& projected,
+                      const std::vector<std::int16_t>& weights, long bandFirst, long bandLast,
+                      mvPelBuffer<std::int16_t>& accumulator) {
+  for (std::size_t i = 0; i < projected.size(); ++i) {
+    if (weights[i] == 0) continue;  // adds nothing
+    VoteSpan s;
+    if (!clipSpan(occupancy, window, projected[i], accumulator.width(), bandFirst, bandLast, s)) {
+      continue;
+    }
+    const std::uint16_t weight = wrapToUint16(weights[i]);
+    for (long v = s.vLo; v <= s.vHi; ++v) {
+      addWeightedRow(unsignedRow(accumulator, v) + s.uLo,
+                     occupancy.pointToRow(s.y0 + v) + s.x0 + s.uLo, s.n, weight);
+    }
+  }
+}
+
+// True when some value of the row reaches minScore; a reduction the compiler vectorises.
+bool rowReaches(const std::int16_t* row, long n, long minScore) {
+  std::int16_t highest = std::numeric_limits<std::int16_t>::min();
+  for (long i = 0; i < n; ++i) highest = std::max(highest, row[i]);
+  return highest >= minScore;
 }
 
 long truncatedScore(double minCoverage, double votes) {
@@ -78,30 +159,22 @@ VoteWeights quantiseWeights(const mv_PointMatcherModel& model, double minCoverag
 void voteTranslations(const mvPelBuffer_const<unsigned char>& occupancy, const mvPelRect& window,
                       const std::vector<mvPair<long>>& projected,
                       const std::vector<std::int16_t>& weights,
-                      mvPelBuffer<std::int16_t>& accumulator) {
+                      mvPelBuffer<std::int16_t>& accumulator, std::vector<unsigned char>& counts) {
   mfPelClear(accumulator);
-  const long lastU = accumulator.width() - 1;
   const long lastV = accumulator.height() - 1;
-  for (std::size_t i = 0; i < projected.size(); ++i) {
-    const long weight = weights.empty() ? 1 : weights[i];
-    if (weight == 0) continue;
-    // Raster cell under accumulator cell (0, 0) for this point, and the clipped span.
-    const long x0 = window.x() + projected[i].x();
-    const long y0 = window.y() + projected[i].y();
-    const long uLo = std::max(0L, -x0);
-    const long uHi = std::min(lastU, occupancy.width() - 1 - x0);
-    const long vLo = std::max(0L, -y0);
-    const long vHi = std::min(lastV, occupancy.height() - 1 - y0);
-    if (uLo > uHi || vLo > vHi) continue;
-    const long count = uHi - uLo + 1;
-    for (long v = vLo; v <= vHi; ++v) {
-      std::uint16_t* acc = unsignedRow(accumulator, v) + uLo;
-      const unsigned char* occ = occupancy.pointToRow(y0 + v) + x0 + uLo;
-      if (weight == 1) {
-        addRow(acc, occ, count);
-      } else {
-        addWeightedRow(acc, occ, count, wrapToUint16(weight));
-      }
+  if (weights.empty()) {
+    counts.resize(static_cast<std::size_t>(kBandRows * accumulator.width()));
+  }
+  for (long band = 0; band <= lastV; band += kBandRows) {
+    const long bandLast = std::min(band + kBandRows - 1, lastV);
+    if (!weights.empty()) {
+      voteWeightedBand(occupancy, window, projected, weights, band, bandLast, accumulator);
+      continue;
+    }
+    for (std::size_t first = 0; first < projected.size(); first += kMaxCountedPoints) {
+      const std::size_t last = std::min(first + kMaxCountedPoints, projected.size());
+      voteUnitBatch(occupancy, window, projected, first, last, band, bandLast, accumulator,
+                    counts);
     }
   }
 }
@@ -115,6 +188,7 @@ void collectPeaks(const mvPelBuffer_const<std::int16_t>& accumulator, long minSc
   for (long v = 0; v < height; ++v) {
     const std::int16_t* up = v > 0 ? accumulator.pointToRow(v - 1) : nullptr;
     const std::int16_t* row = accumulator.pointToRow(v);
+    if (!rowReaches(row, width, minScore)) continue;
     const std::int16_t* down = v + 1 < height ? accumulator.pointToRow(v + 1) : nullptr;
     for (long u = 0; u < width; ++u) {
       const long value = row[u];
@@ -157,7 +231,7 @@ void Voter::voteAndCollect(double scale, const mvDegree& rotation, long& minScor
                            HypothesisStore& store) {
   projectModel(modelPoints, modelToGrid(dataToGrid, modelCenter, scale, rotation), projected);
   if (store.numResults() == store.maxResults()) minScore = store.lowestScore() + 1;
-  voteTranslations(occupancy, window, projected, weights, accumulator);
+  voteTranslations(occupancy, window, projected, weights, accumulator, counts);
   collectPeaks(accumulator, minScore, window, scale, rotation, store);
 }
 

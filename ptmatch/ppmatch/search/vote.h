@@ -42,13 +42,14 @@ inline std::uint16_t wrapToUint16(long v) {
 
 /// Clears the accumulator and adds, for every projected model point q, its weight times
 /// the occupancy raster's cells window origin + q ... window far corner + q (clipped to the
-/// raster) into the matching accumulator cells. Sums wrap at 16 bits. The accumulator is
+/// raster) into the matching accumulator cells; sums wrap at 16 bits. The accumulator is
 /// (window width + 1) x (window height + 1). This is the plain raster-against-raster vote,
-/// one contiguous row addition after another.
+/// done in contiguous row additions, band of rows by band of rows; counts is scratch space
+/// for unit votes (resized as needed).
 void voteTranslations(const mvPelBuffer_const<unsigned char>& occupancy, const mvPelRect& window,
                       const std::vector<mvPair<long>>& projected,
                       const std::vector<std::int16_t>& weights,
-                      mvPelBuffer<std::int16_t>& accumulator);
+                      mvPelBuffer<std::int16_t>& accumulator, std::vector<unsigned char>& counts);
 
 /// Inserts the accumulator's peaks of at least minScore into store, in row order, with
 /// offset window origin + cell, and the given scale and rotation. A peak is strictly
@@ -82,6 +83,8 @@ struct Voter {
   mvPelBuffer<std::int16_t> accumulator;
   /// Cells of the projected model points.
   std::vector<mvPair<long>> projected;
+  /// 8-bit vote counts of one band of accumulator rows.
+  std::vector<unsigned char> counts;
 };
 
 }  // namespace detail
