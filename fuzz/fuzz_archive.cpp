@@ -7,12 +7,17 @@
 // not crash, leak or read out of bounds.
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "fuzz_support.h"
 #include "mvbase/attention.h"
 #include "mvbase/fitter.h"
+#include "mvbase/image.h"
 #include "ptmatch/gridcorr.h"
 #include "ptmatch/matext.h"
 #include "ptmatch/pinv.h"
@@ -124,66 +129,226 @@ void fuzzException(const std::uint8_t* data, std::size_t size) {
   (void)static_cast<mvException*>(again.get())->what();
 }
 
+using Bytes = std::vector<unsigned char>;
 using Fuzzer = void (*)(const std::uint8_t*, std::size_t);
+using Sample = Bytes (*)();
 
-const Fuzzer kFuzzers[] = {
-    // The point matcher and its records.
-    &fuzzValue<mvPointMatcherRunParams>,
-    &fuzzValue<mvPointMatcherResult>,
-    &fuzzValue<mvPointMatcherResultSet>,
-    &fuzzMatcher,
-    // Point-to-grid mapping.
-    &fuzzValue<mvPtToGridMapRunParams>,
-    &fuzzValue<mvPtToGridMapResult>,
-    // Grid correspondence.
-    &fuzzValue<mv_PointToGridCorresponderTrainParams>,
-    &fuzzValue<mv_PointToGridCorresponderRunParams>,
-    &fuzzValue<mv_PointToGridCorresponderResult>,
-    &fuzzValue<mv_PointToGridCorresponderResultSet>,
-    &fuzzCorresponder,
-    // Transforms and numerics.
-    &fuzzValue<mv2PtMatchTm>,
-    &fuzzValue<mv2PTm>,
-    &fuzzValue<mv3PtMatchTm>,
-    &fuzzValue<mvPsuedoInverse>,
-    &fuzzValue<mvMatrixExt>,
-    // Base-library values the classes above are made of.
-    &fuzzValue<mvXform<2>>,
-    &fuzzValue<mvRange>,
-    &fuzzValue<mvAngleRange>,
-    &fuzzValue<std::vector<long>>,
-    &fuzzValue<std::vector<mvVector<2>>>,
-    &fuzzValue<std::vector<mvPair<long>>>,
-    &fuzzImage<unsigned char>,
-    &fuzzImage<long>,
-    &fuzzImage<short>,
-    &fuzzImage<unsigned short>,
-    // Exceptions.
-    &fuzzException<mvPointMatcherDefs::BadParams>,
-    &fuzzException<mvPointMatcherDefs::NotTrained>,
-    &fuzzException<mvPointMatcherDefs::NotRun>,
-    &fuzzException<mvPointMatcherDefs::InsufficientModelPoints>,
-    &fuzzException<mvPtToGridMapDefs::BadInput>,
-    &fuzzException<mv_PointToGridCorresponderDefs::Errors>,
-    &fuzzException<mv_PointToGridCorresponderDefs::InsufficientModelPoints>,
-    &fuzzException<mv_PointToGridCorresponderDefs::InsufficientMemory>,
-    &fuzzException<mv2PtMatchTm::BadArgs>,
-    &fuzzException<mv2PTm::BadArgs>,
-    &fuzzException<mv3PtMatchTm::BadArgs>,
-    &fuzzException<mvMatrixExt::NotSquareMatrix>,
-    &fuzzException<mvMatrixExt::SingularMatrix>,
-    &fuzzException<mvArchive::UnknownVersion>,
-    &fuzzException<mvAssertionError>,
-    &fuzzException<mvAttention::Interrupted>,
-    &fuzzException<mvLSPointToPointFitter::Errors>,
-    &fuzzException<mvMathError>,
+// The stored bytes of a value.
+template <typename T>
+Bytes stored(T value) {
+  mvMemoryArchive out;
+  out || value;
+  return out.bytes();
+}
+
+template <typename T>
+Bytes defaultSample() {
+  return stored(T());
+}
+
+template <typename E>
+Bytes exceptionSample() {
+  std::unique_ptr<mvPersistent> e(E::make());
+  mvMemoryArchive out;
+  e->dispatchSerialize(out);
+  return out.bytes();
+}
+
+template <typename T>
+Bytes imageSample() {
+  mvPelBuffer<T> image(3, 2);
+  image.put(1, 1, static_cast<T>(7));
+  image.offset(mvPair<long>(2, -1));
+  mvMemoryArchive out;
+  out || static_cast<mv_PelBuffer&>(image);
+  return out.bytes();
+}
+
+const std::vector<mvVector<2>> kModel = {{0, 0}, {10, 0}, {0, 10}, {7, 3}};
+
+Bytes runParamsSample() {
+  mvPointMatcherRunParams p;
+  p.maxNumResults(3);
+  p.autoGridSize(false);
+  p.gridSize(2.0);
+  return stored(p);
+}
+
+Bytes resultSetSample() {
+  mvPointMatcher m;
+  m.train(kModel, mvPointMatcherDefs::eAutoDetect);
+  mvPointMatcherResultSet set;
+  m.run({{1, 1}, {11, 1}, {1, 11}, {8, 4}}, mvPointMatcherRunParams(), set);
+  return stored(set);
+}
+
+Bytes resultSample() {
+  mvMemoryArchive in(resultSetSample());
+  mvPointMatcherResultSet set;
+  in || set;
+  return set.results().empty() ? stored(mvPointMatcherResult()) : stored(set.results()[0]);
+}
+
+Bytes weightedMatcherSample() {
+  mvPointMatcher m;
+  m.train(kModel, {2, 1, 0, -1}, mvPointMatcherDefs::eAutoDetect);
+  return stored(m);
+}
+
+Bytes imageMatcherSample() {
+  mvPelBuffer<unsigned char> image(4, 4);
+  for (long k = 0; k < 4; ++k) image.put(k, (3 * k) % 4, 1);
+  mvPointMatcher m;
+  m.train(image);
+  return stored(m);
+}
+
+Bytes gridMapResultSample() {
+  mvPtToGridMapResult r;
+  mfPtToGridMap({{0, 0}, {10, 0}, {0, 10}, {10, 10}, {20, 0}},
+                mvPtToGridMapRunParams(mvVector<2>(10, 0), mvVector<2>(0, 10), false, 9.0), r);
+  return stored(r);
+}
+
+Bytes corresponderSample() {
+  mv_PointToGridCorresponder c;
+  c.train({{0, 0}, {1, 0}, {2, 0}, {0, 1}, {2, 2}}, mv_PointToGridCorresponderTrainParams(),
+          mvXform<2>());
+  return stored(c);
+}
+
+Bytes corresponderResultSetSample() {
+  mvMemoryArchive in(corresponderSample());
+  mv_PointToGridCorresponder c;
+  in || c;
+  mv_PointToGridCorresponderResultSet set;
+  c.run({{3, 3}, {4, 3}, {5, 3}, {3, 4}, {5, 5}}, mv_PointToGridCorresponderRunParams(0.5, 1.0, 2),
+        set);
+  return stored(set);
+}
+
+Bytes fitterSample() {
+  mvPsuedoInverse p(2);
+  p.update({1, 2}, 3);
+  return stored(p);
+}
+
+// One persisted class: its name (for seed files), how to fuzz its loading, and a sample.
+struct ArchivedClass {
+  const char* name;
+  Fuzzer fuzz;
+  Sample sample;
 };
+
+const ArchivedClass kClasses[] = {
+    // The point matcher and its records.
+    {"runparams", &fuzzValue<mvPointMatcherRunParams>, &runParamsSample},
+    {"result", &fuzzValue<mvPointMatcherResult>, &resultSample},
+    {"resultset", &fuzzValue<mvPointMatcherResultSet>, &resultSetSample},
+    {"matcher", &fuzzMatcher, &weightedMatcherSample},
+    {"imagematcher", &fuzzMatcher, &imageMatcherSample},
+    // Point-to-grid mapping.
+    {"gridparams", &fuzzValue<mvPtToGridMapRunParams>, &defaultSample<mvPtToGridMapRunParams>},
+    {"gridresult", &fuzzValue<mvPtToGridMapResult>, &gridMapResultSample},
+    // Grid correspondence.
+    {"corrtrain", &fuzzValue<mv_PointToGridCorresponderTrainParams>,
+     &defaultSample<mv_PointToGridCorresponderTrainParams>},
+    {"corrrun", &fuzzValue<mv_PointToGridCorresponderRunParams>,
+     &defaultSample<mv_PointToGridCorresponderRunParams>},
+    {"corrresult", &fuzzValue<mv_PointToGridCorresponderResult>,
+     &defaultSample<mv_PointToGridCorresponderResult>},
+    {"corrresultset", &fuzzValue<mv_PointToGridCorresponderResultSet>,
+     &corresponderResultSetSample},
+    {"corresponder", &fuzzCorresponder, &corresponderSample},
+    // Transforms and numerics.
+    {"tm2", &fuzzValue<mv2PtMatchTm>, &defaultSample<mv2PtMatchTm>},
+    {"persp", &fuzzValue<mv2PTm>, &defaultSample<mv2PTm>},
+    {"tm3", &fuzzValue<mv3PtMatchTm>, &defaultSample<mv3PtMatchTm>},
+    {"pinv", &fuzzValue<mvPsuedoInverse>, &fitterSample},
+    {"matext", &fuzzValue<mvMatrixExt>, &defaultSample<mvMatrixExt>},
+    // Base-library values the classes above are made of.
+    {"xform", &fuzzValue<mvXform<2>>, &defaultSample<mvXform<2>>},
+    {"range", &fuzzValue<mvRange>, &defaultSample<mvRange>},
+    {"anglerange", &fuzzValue<mvAngleRange>, &defaultSample<mvAngleRange>},
+    {"longs", &fuzzValue<std::vector<long>>, [] { return stored(std::vector<long>{1, -2, 3}); }},
+    {"points", &fuzzValue<std::vector<mvVector<2>>>, [] { return stored(kModel); }},
+    {"pairs", &fuzzValue<std::vector<mvPair<long>>>,
+     [] { return stored(std::vector<mvPair<long>>{{1, 2}, {-3, 4}}); }},
+    {"image8", &fuzzImage<unsigned char>, &imageSample<unsigned char>},
+    {"image32", &fuzzImage<long>, &imageSample<long>},
+    {"image16s", &fuzzImage<short>, &imageSample<short>},
+    {"image16u", &fuzzImage<unsigned short>, &imageSample<unsigned short>},
+    // Exceptions.
+    {"badparams", &fuzzException<mvPointMatcherDefs::BadParams>,
+     &exceptionSample<mvPointMatcherDefs::BadParams>},
+    {"nottrained", &fuzzException<mvPointMatcherDefs::NotTrained>,
+     &exceptionSample<mvPointMatcherDefs::NotTrained>},
+    {"notrun", &fuzzException<mvPointMatcherDefs::NotRun>,
+     &exceptionSample<mvPointMatcherDefs::NotRun>},
+    {"insufficient", &fuzzException<mvPointMatcherDefs::InsufficientModelPoints>,
+     &exceptionSample<mvPointMatcherDefs::InsufficientModelPoints>},
+    {"badinput", &fuzzException<mvPtToGridMapDefs::BadInput>,
+     &exceptionSample<mvPtToGridMapDefs::BadInput>},
+    {"correrrors", &fuzzException<mv_PointToGridCorresponderDefs::Errors>,
+     &exceptionSample<mv_PointToGridCorresponderDefs::Errors>},
+    {"corrinsufficient", &fuzzException<mv_PointToGridCorresponderDefs::InsufficientModelPoints>,
+     &exceptionSample<mv_PointToGridCorresponderDefs::InsufficientModelPoints>},
+    {"corrmemory", &fuzzException<mv_PointToGridCorresponderDefs::InsufficientMemory>,
+     &exceptionSample<mv_PointToGridCorresponderDefs::InsufficientMemory>},
+    {"tm2badargs", &fuzzException<mv2PtMatchTm::BadArgs>, &exceptionSample<mv2PtMatchTm::BadArgs>},
+    {"perspbadargs", &fuzzException<mv2PTm::BadArgs>, &exceptionSample<mv2PTm::BadArgs>},
+    {"tm3badargs", &fuzzException<mv3PtMatchTm::BadArgs>, &exceptionSample<mv3PtMatchTm::BadArgs>},
+    {"notsquare", &fuzzException<mvMatrixExt::NotSquareMatrix>,
+     &exceptionSample<mvMatrixExt::NotSquareMatrix>},
+    {"singular", &fuzzException<mvMatrixExt::SingularMatrix>,
+     &exceptionSample<mvMatrixExt::SingularMatrix>},
+    {"unknownversion", &fuzzException<mvArchive::UnknownVersion>,
+     [] {
+       mvArchive::UnknownVersion e("ptmatch/tm", 12);
+       mvMemoryArchive out;
+       e.dispatchSerialize(out);
+       return out.bytes();
+     }},
+    {"assertion", &fuzzException<mvAssertionError>,
+     [] {
+       mvAssertionError e("x > 0", "ptmatch/matext", 7);
+       mvMemoryArchive out;
+       e.dispatchSerialize(out);
+       return out.bytes();
+     }},
+    {"interrupted", &fuzzException<mvAttention::Interrupted>,
+     &exceptionSample<mvAttention::Interrupted>},
+    {"fittererrors", &fuzzException<mvLSPointToPointFitter::Errors>,
+     &exceptionSample<mvLSPointToPointFitter::Errors>},
+    {"matherror", &fuzzException<mvMathError>, &exceptionSample<mvMathError>},
+};
+
+// Writes one seed per class into dir: the class's index byte, then its sample's bytes.
+void writeSeeds(const std::string& dir) {
+  for (std::size_t i = 0; i < std::size(kClasses); ++i) {
+    Bytes seed = kClasses[i].sample();
+    seed.insert(seed.begin(), static_cast<unsigned char>(i));
+    const std::string path = dir + "/" + std::to_string(i) + "-" + kClasses[i].name;
+    std::ofstream out(path, std::ios::binary);
+    out.write(reinterpret_cast<const char*>(seed.data()), static_cast<std::streamsize>(seed.size()));
+  }
+}
 
 }  // namespace
 
+// With PTMATCH_FUZZ_WRITE_SEEDS=DIR in the environment the target writes its seed corpus
+// into DIR and exits (scripts/fuzz.sh --seeds).
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  if (const char* dir = std::getenv("PTMATCH_FUZZ_WRITE_SEEDS")) {
+    writeSeeds(dir);
+    std::exit(0);
+  }
+  return 0;
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size < 1) return 0;
-  const std::size_t which = data[0] % std::size(kFuzzers);
-  kFuzzers[which](data + 1, size - 1);
+  const std::size_t which = data[0] % std::size(kClasses);
+  kClasses[which].fuzz(data + 1, size - 1);
   return 0;
 }

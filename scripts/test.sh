@@ -13,6 +13,8 @@ set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 # shellcheck source=scripts/packages.sh
 source "$root/scripts/packages.sh"
+# The Python module and its pytest suite (python/, run by ctest) need these as well.
+PTMATCH_PACKAGES+=(python3-dev pybind11-dev python3-numpy python3-pytest)
 
 compiler=gcc
 sanitize=OFF

@@ -119,12 +119,13 @@ std::string poseRow(const char* label, const mvXform<2>& pose) {
 
 void printFiducial(std::ostream& out, const FiducialOutcome& o) {
   const FiducialScenario& s = o.scenario;
-  out << "1. Fiducial: " << s.model.size() << " model points; data = the model rotated "
-      << fixed(s.rotationDeg, 2) << " deg, scaled " << fixed(s.scale, 4) << ", moved by ("
-      << fixed(s.truth.trans().x(), 2) << ", " << fixed(s.truth.trans().y(), 2) << "),\n"
-      << "   " << fixed(s.noise, 2) << " px noise, " << s.missing << " points missing, "
-      << s.clutter << " clutter points (" << s.data.size() << " data points)\n"
-      << "   search: full rotation, scale 0.9 to 1.1, full translation, coverage >= 0.5\n";
+  out << "1. Fiducial in clutter: a model of " << s.model.size()
+      << " points; the data are the model"
+      << " rotated " << fixed(s.rotationDeg, 2) << " deg,\n   scaled " << fixed(s.scale, 4)
+      << " and moved by (" << fixed(s.truth.trans().x(), 2) << ", " << fixed(s.truth.trans().y(), 2)
+      << "), with " << fixed(s.noise, 2) << " px noise, " << s.missing << " points missing\n   and "
+      << s.clutter << " clutter points (" << s.data.size()
+      << " data points). Search: full rotation, scale 0.9 to 1.1.\n";
   out << "                rotation(deg)     scale         tx         ty\n";
   out << poseRow("true pose", s.truth);
   if (o.report.results.empty()) {
@@ -133,24 +134,23 @@ void printFiducial(std::ostream& out, const FiducialOutcome& o) {
   }
   const FoundMatch& best = o.report.results.front();
   out << poseRow("found pose", best.pose);
-  out << "   largest distance between true and found pose over the model: "
-      << fixed(o.poseDifference, 3) << " px\n";
+  out << "   found pose within " << fixed(o.poseDifference, 3)
+      << " px of the true one at every model point\n";
   out << "   coverage " << fixed(best.coverage, 4) << " (" << matchedCount(best.map) << " of "
       << s.model.size() << " model points), fit error " << fixed(best.fitError, 3) << " px, time "
       << milliseconds(o.report.time) << "\n";
-  out << "   correspondences: " << o.agreeing << " of "
-      << (s.model.size() - static_cast<std::size_t>(s.missing))
+  out << "   " << o.agreeing << " of " << (s.model.size() - static_cast<std::size_t>(s.missing))
       << " present model points matched to their own data point, " << o.matchedClutter
-      << " matched to clutter\n";
+      << " to clutter\n";
 }
 
 void printGrid(std::ostream& out, const GridOutcome& o) {
   const GridScenario& s = o.scenario;
-  out << "2. Staggered dot grid: " << s.points.size()
-      << " dots (nodes u + v even), pitch 10 rotated " << fixed(s.rotationDeg, 1)
-      << " deg and scaled " << fixed(s.scale, 3) << ",\n"
-      << "   " << fixed(s.noise, 2) << " px noise, " << s.missing << " dots missing; mapped with"
-      << " xv 10,0  yv 0,10  staggered, snap " << fixed(o.snap, 2) << "\n";
+  out << "2. Staggered dot grid: " << s.points.size() << " dots on nodes u + v even, pitch 10,"
+      << " rotated " << fixed(s.rotationDeg, 1) << " deg,\n   scaled " << fixed(s.scale, 3)
+      << ", with " << fixed(s.noise, 2) << " px noise and " << s.missing
+      << " dots missing. Mapping: xv 10,0, yv 0,10,\n   staggered, snap " << fixed(o.snap, 2)
+      << " (the tool's default).\n";
   out << "                 a00      a01      a10      a11         tx         ty\n";
   const mvXform<2> shiftXform(mvMatrix<2>(), mvVector<2>(o.shift));
   const auto row = [&out](const char* label, const mvXform<2>& x) {
@@ -167,15 +167,17 @@ void printGrid(std::ostream& out, const GridOutcome& o) {
     return;
   }
   row("found grid", o.report.grid2point);
-  out << "   (grid to point; the true grid written in the found node numbers, shifted by ("
-      << o.shift.x() << ", " << o.shift.y() << "))\n";
-  out << "   largest distance between true and found grid over the assigned nodes: "
-      << fixed(o.gridDifference, 3) << " px\n";
+  if (o.shift != mvPair<long>(0, 0)) {
+    out << "   (the found node numbers are the true ones less (" << o.shift.x() << ", "
+        << o.shift.y() << "); the true grid is written in them)\n";
+  }
+  out << "   found grid within " << fixed(o.gridDifference, 3)
+      << " px of the true one at every assigned node\n";
   out << "   coverage "
       << fixed(static_cast<double>(o.report.count) / static_cast<double>(s.points.size()), 4)
       << " (" << o.report.count << " of " << s.points.size() << " dots on a node), fit error "
       << fixed(gridFitError(o.report), 3) << " px, time " << milliseconds(o.report.time) << "\n";
-  out << "   nodes: " << o.agreeing << " of " << s.points.size() << " dots on their true node\n";
+  out << "   " << o.agreeing << " of " << s.points.size() << " dots on their true node\n";
 }
 
 JsonValue fiducialJson(const FiducialOutcome& o) {

@@ -77,6 +77,21 @@ bool allNumbers(const std::vector<std::string>& fields) {
   return true;
 }
 
+// A header names its columns: none of its fields is a number. (A first line such as
+// "1 2x" is a bad point, not a header.)
+bool isHeader(const std::string& line) {
+  double v = 0.0;
+  for (const std::string& f : fieldsOf(line)) {
+    if (toNumber(f, v)) return false;
+  }
+  return true;
+}
+
+// Text without a leading UTF-8 byte-order mark.
+std::string withoutByteOrderMark(const std::string& text) {
+  return text.compare(0, 3, "\xEF\xBB\xBF") == 0 ? text.substr(3) : text;
+}
+
 bool looksLikeJson(const std::string& text) {
   const std::size_t first = text.find_first_not_of(" \t\r\n");
   return first != std::string::npos && text[first] == '[';
@@ -125,7 +140,7 @@ PointFile parseTextPoints(const std::string& text, const std::string& name) {
   for (const ContentLine& line : contentLines(text)) {
     const std::vector<std::string> fields = fieldsOf(line.text);
     const bool numeric = allNumbers(fields);
-    if (first && !numeric) {  // the one optional header line
+    if (first && isHeader(line.text)) {  // the one optional header line
       first = false;
       continue;
     }
@@ -171,7 +186,8 @@ std::string readWholeFile(const std::string& path) {
   return content.str();
 }
 
-PointFile parsePointText(const std::string& text, const std::string& name) {
+PointFile parsePointText(const std::string& rawText, const std::string& name) {
+  const std::string text = withoutByteOrderMark(rawText);
   return looksLikeJson(text) ? parseJsonPoints(text, name) : parseTextPoints(text, name);
 }
 
@@ -179,7 +195,8 @@ PointFile readPointFile(const std::string& path) {
   return parsePointText(readWholeFile(path), path);
 }
 
-std::vector<long> parseWeightsText(const std::string& text, const std::string& name) {
+std::vector<long> parseWeightsText(const std::string& rawText, const std::string& name) {
+  const std::string text = withoutByteOrderMark(rawText);
   std::vector<long> weights;
   if (looksLikeJson(text)) {
     const JsonValue doc = parseJsonDocument(text, name);
@@ -197,7 +214,7 @@ std::vector<long> parseWeightsText(const std::string& text, const std::string& n
   for (const ContentLine& line : contentLines(text)) {
     double v = 0.0;
     const bool numeric = toNumber(line.text, v);
-    if (first && !numeric) {
+    if (first && isHeader(line.text)) {
       first = false;
       continue;
     }

@@ -1,6 +1,6 @@
 // Point files. Plain text, one point per line as `x y` or `x,y`, an optional third column
 // holding a whole-number weight, `#` starting a comment, blank lines ignored and one
-// optional header line (a first line that is not numbers, such as `x,y,weight`); or a JSON
+// optional header line (a first line without numbers, such as `x,y,weight`); or a JSON
 // array of [x, y] (or [x, y, weight]) pairs. Every parse error names the file and the line.
 #pragma once
 

@@ -261,6 +261,17 @@ class PTMATCH_API mvPointMatcher {
   /// point set (A points) with the larger one (B points): the work grows as (B + 1) ^ A,
   /// so keep both sets small. The search polls mvAttention::check() regularly, so a caller
   /// can always interrupt it (mvAttention::requestInterruption()).
+  ///
+  /// A matcher trained from an image runs in one of two ways. A sparse pattern (fewer than
+  /// 10 dots, or no dot with two grid neighbours) is searched point to point by a nested
+  /// matcher; its result poses map pattern pixel positions (not client points) onto the
+  /// data. A dense pattern is found by mapping the data onto the pattern's pixel grid,
+  /// whose snap size is the capture range only when autoCaptureRange() is false and
+  /// captureRange() is above 0; otherwise the mapping snaps within a fifth of the pitch,
+  /// finds no neighbour and the run reports nothing. So give a dense pattern an explicit
+  /// capture range of about a pitch or more (in data units), and a scale uncertainty that
+  /// admits the data's pitch (the mapping accepts pitches of 1 + scaleUncertainty times
+  /// the pattern's).
   void run(const std::vector<mvVector<2>>& dataPoints, const mvPointMatcherRunParams& params,
            mvPointMatcherResultSet& resultSet) const;
 

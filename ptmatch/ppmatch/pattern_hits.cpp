@@ -46,7 +46,9 @@ void PatternHits::trackCollinearity_(const mvVector<2>& pixel) {
   if (haveLine_) collinear_ = line_.distToPoint(pixel) < kCollinearTolerance;
 }
 
-mvXform<2> PatternHits::fit() const { return fitter_.fit(collinear_ ? kSimilarityDof : kAffineDof); }
+mvXform<2> PatternHits::fit() const {
+  return fitter_.fit(collinear_ ? kSimilarityDof : kAffineDof);
+}
 
 }  // namespace detail
 }  // namespace ptmatch

@@ -128,8 +128,8 @@ PatternCells listCells(const SetPixels& pixels, long cellCount, const mvXform<2>
     for (long x = 0; x < pixels.width(); ++x) {
       if (!pixels.isSet(x, y)) continue;
       list.cells.emplace_back(x, y);
-      list.points.push_back(clientFromImage * mvVector<2>(static_cast<double>(x),
-                                                          static_cast<double>(y)));
+      list.points.push_back(clientFromImage *
+                            mvVector<2>(static_cast<double>(x), static_cast<double>(y)));
     }
   }
   return list;

@@ -280,10 +280,8 @@ void bindErrors(py::module_& m) {
 }
 
 void bindAttention(py::module_& m) {
-  gMainThread = py::module_::import("threading")
-                    .attr("main_thread")()
-                    .attr("ident")
-                    .cast<unsigned long>();
+  gMainThread =
+      py::module_::import("threading").attr("main_thread")().attr("ident").cast<unsigned long>();
   gPreviousPoll = mvAttention::setPoll(&pollSignals);
 
   m.def(

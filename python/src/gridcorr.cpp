@@ -28,8 +28,8 @@ Defs::FeatureType toFeatureType(const py::object& obj) {
     if (name == "point") return Defs::ePointFeatures;
     if (name == "boundary") return Defs::eBoundaryFeatures;
     if (name == "thick_boundary") return Defs::eThickBoundaryFeatures;
-    throw py::value_error("feature_type must be \"point\", \"boundary\" or \"thick_boundary\", not \"" +
-                          name + "\"");
+    throw py::value_error(
+        "feature_type must be \"point\", \"boundary\" or \"thick_boundary\", not \"" + name + "\"");
   }
   const long long v = py::int_(obj).cast<long long>();
   if (v < -2147483647LL - 1 || v > 2147483647LL) {
@@ -161,8 +161,9 @@ pt_to_grid_map gives, or the set pels of a binary image. A run releases the GIL.
          const py::object& featureType, const py::object& clientFromImage) {
         self.runs.checkIdle("GridCorresponder");
         const auto model = toPairs(nodes, "nodes");
-        const mvXform<2> transform =
-            clientFromImage.is_none() ? mvXform<2>() : toXform(clientFromImage, "client_from_image");
+        const mvXform<2> transform = clientFromImage.is_none()
+                                         ? mvXform<2>()
+                                         : toXform(clientFromImage, "client_from_image");
         self.corresponder.train(model, makeTrainParams(staggered, featureType), transform);
       },
       py::arg("nodes"), py::arg("staggered") = false, py::arg("feature_type") = "boundary",
@@ -193,7 +194,8 @@ pt_to_grid_map gives, or the set pels of a binary image. A run releases the GIL.
       "is_trained", [](const GridCorresponder& self) { return self.corresponder.isTrained(); },
       "True when training left at least one probe (isTrained).");
   cls.def_property_readonly(
-      "pattern", [](const GridCorresponder& self) { return fromImage(self.corresponder.pattern()); },
+      "pattern",
+      [](const GridCorresponder& self) { return fromImage(self.corresponder.pattern()); },
       "The model nodes as an image, 1 at each node (pattern); rows are y.");
   cls.def_property_readonly(
       "pattern_offset",

@@ -95,7 +95,10 @@ checked: one outside the matrix raises ptmatch.AssertionFailed.)doc");
       },
       py::arg("index"), py::arg("value"), "Stores the element at (row, column) (element).");
   cls.def(
-      "row", [](const mvMatrixExt& matrix, long long r) { return arrayFromDoubles(matrix[toIndex(r, "row")]); },
+      "row",
+      [](const mvMatrixExt& matrix, long long r) {
+        return arrayFromDoubles(matrix[toIndex(r, "row")]);
+      },
       py::arg("r"), "A copy of row r (operator[]).");
   cls.def("to_array", &arrayFromMatrix, "A copy as a (rows, cols) float array.");
   cls.def(
@@ -140,11 +143,11 @@ void bindPseudoInverse(py::module_& m) {
 Incremental least-squares fitter of n parameters (mvPsuedoInverse): add observations one at
 a time with update(row, value), solve with fit() as often as wanted. The matrix it derives
 from holds the accumulated normal matrix A^T A.)doc");
-  cls.def(py::init([](long long n) { return mvPsuedoInverse(toIndex(n, "n")); }),
-          py::arg("n") = 0, "A fitter of n parameters with empty sums.");
+  cls.def(py::init([](long long n) { return mvPsuedoInverse(toIndex(n, "n")); }), py::arg("n") = 0,
+          "A fitter of n parameters with empty sums.");
   cls.def(
-      "resize", [](mvPsuedoInverse& p, long long n) { p.resize(toIndex(n, "n")); },
-      py::arg("n"), "Makes the fitter one of n parameters with empty sums (resize).");
+      "resize", [](mvPsuedoInverse& p, long long n) { p.resize(toIndex(n, "n")); }, py::arg("n"),
+      "Makes the fitter one of n parameters with empty sums (resize).");
   cls.def("reset", &mvPsuedoInverse::reset, "Empties the sums, keeping n (reset).");
   cls.def_property_readonly("num_params", &mvPsuedoInverse::numParams,
                             "Number of parameters (numParams).");

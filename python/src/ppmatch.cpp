@@ -77,11 +77,11 @@ mvPointMatcherRunParams makeRunParams(double minCoverage, const py::object& star
 }
 
 // The keyword arguments shared by RunParams() and PointMatcher.run().
-#define PTMATCH_RUN_PARAM_ARGS                                                             \
-  py::arg("min_coverage") = 0.5, py::arg("start_pose") = py::none(),                       \
-  py::arg("x_range") = py::none(), py::arg("y_range") = py::none(),                        \
-  py::arg("rotation") = py::none(), py::arg("scale") = py::make_tuple(0.0, 0.0),           \
-  py::arg("grid_size") = py::none(), py::arg("capture_range") = py::none(),                \
+#define PTMATCH_RUN_PARAM_ARGS                                                   \
+  py::arg("min_coverage") = 0.5, py::arg("start_pose") = py::none(),             \
+  py::arg("x_range") = py::none(), py::arg("y_range") = py::none(),              \
+  py::arg("rotation") = py::none(), py::arg("scale") = py::make_tuple(0.0, 0.0), \
+  py::arg("grid_size") = py::none(), py::arg("capture_range") = py::none(),      \
   py::arg("max_results") = 1
 
 constexpr const char* kRunParamsDoc = R"doc(
@@ -122,20 +122,24 @@ void bindRunParams(py::module_& m) {
       },
       "Nominal model-to-data pose as a 2x3 array (startPose).");
   cls.def_property(
-      "x_range", [](const mvPointMatcherRunParams& p) { return fromRange(p.xTranslationUncertainty()); },
+      "x_range",
+      [](const mvPointMatcherRunParams& p) { return fromRange(p.xTranslationUncertainty()); },
       [](mvPointMatcherRunParams& p, const py::object& v) {
         p.xTranslationUncertainty(toRange(v, mvRange(), "x_range"));
       },
       "Allowed x translation: (lo, hi) or \"full\" (xTranslationUncertainty).");
   cls.def_property(
-      "y_range", [](const mvPointMatcherRunParams& p) { return fromRange(p.yTranslationUncertainty()); },
+      "y_range",
+      [](const mvPointMatcherRunParams& p) { return fromRange(p.yTranslationUncertainty()); },
       [](mvPointMatcherRunParams& p, const py::object& v) {
         p.yTranslationUncertainty(toRange(v, mvRange(), "y_range"));
       },
       "Allowed y translation: (lo, hi) or \"full\" (yTranslationUncertainty).");
   cls.def_property(
       "rotation",
-      [](const mvPointMatcherRunParams& p) { return fromAngleRangeDegrees(p.rotationUncertainty()); },
+      [](const mvPointMatcherRunParams& p) {
+        return fromAngleRangeDegrees(p.rotationUncertainty());
+      },
       [](mvPointMatcherRunParams& p, const py::object& v) {
         p.rotationUncertainty(toAngleRangeDegrees(v, mvAngleRange(), "rotation"));
       },
@@ -225,7 +229,8 @@ void bindResult(py::module_& m) {
       "grid_to_data_map",
       [](const mvPointMatcherResult& r) {
         if (r.runMode() != mvPointMatcherDefs::ePointToGrid) {
-          throw mvPointMatcherDefs::NotRun(L"mvPointMatcherResult was not run in mode ePointToGrid\n");
+          throw mvPointMatcherDefs::NotRun(
+              L"mvPointMatcherResult was not run in mode ePointToGrid\n");
         }
         return fromLabelImage(r.gridToDataImage());
       },
@@ -356,7 +361,8 @@ Afterwards train_mode is "point_to_grid" and results carry grid_to_data_map.)doc
       "\"point_to_point\", \"point_to_grid\" or \"exhaustive\" (trainMode); a matcher trained "
       "with mode \"auto\" reports \"point_to_point\". Raises ptmatch.NotTrained when untrained.");
   cls.def_property_readonly(
-      "model_points", [](const PointMatcher& self) { return fromPoints2(self.matcher.modelPoints()); },
+      "model_points",
+      [](const PointMatcher& self) { return fromPoints2(self.matcher.modelPoints()); },
       "The model points in training order, (N, 2) (modelPoints). Raises ptmatch.NotTrained "
       "unless trained from points.");
   cls.def_property_readonly(
@@ -381,10 +387,12 @@ Afterwards train_mode is "point_to_grid" and results carry grid_to_data_map.)doc
         return runMatcher(self, data, params);
       },
       py::arg("data"), PTMATCH_RUN_PARAM_ARGS,
-      (std::string(R"doc(Finds the poses that carry the model onto the data points (mvPointMatcher::run).
+      (std::string(
+           R"doc(Finds the poses that carry the model onto the data points (mvPointMatcher::run).
 
 data           (N, 2) array-like of data points
-)doc") + kRunParamsDoc + R"doc(
+)doc") +
+       kRunParamsDoc + R"doc(
 
 Returns a ptmatch.Results list of PointMatcherResult, best first (greater coverage, then
 smaller fit error), with the run's seconds in `time`. Raises ptmatch.NotTrained when

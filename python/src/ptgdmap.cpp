@@ -8,16 +8,16 @@
 namespace ptmatch_py {
 namespace {
 
-mvPtToGridMapRunParams makeGridMapParams(const py::object& xv, const py::object& yv,
-                                         bool staggered, double snapSize,
-                                         const py::object& sizeTol, const py::object& angleTol) {
+mvPtToGridMapRunParams makeGridMapParams(const py::object& xv, const py::object& yv, bool staggered,
+                                         double snapSize, const py::object& sizeTol,
+                                         const py::object& angleTol) {
   return mvPtToGridMapRunParams(toVector2(xv, "xv"), toVector2(yv, "yv"), staggered, snapSize,
                                 toRange(sizeTol, mvRange(), "size_tol"),
                                 toAngleRangeDegrees(angleTol, mvAngleRange(), "angle_tol"));
 }
 
-#define PTMATCH_GRID_MAP_ARGS                                                               \
-  py::arg("xv") = py::make_tuple(0.0, 0.0), py::arg("yv") = py::make_tuple(0.0, 0.0),       \
+#define PTMATCH_GRID_MAP_ARGS                                                                 \
+  py::arg("xv") = py::make_tuple(0.0, 0.0), py::arg("yv") = py::make_tuple(0.0, 0.0),         \
   py::arg("staggered") = false, py::arg("snap_size") = 0.0, py::arg("size_tol") = py::none(), \
   py::arg("angle_tol") = py::none()
 
@@ -33,9 +33,7 @@ angle_tol   accepted grid rotations in degrees, (lo, hi) or "full"; None means -
 
 Nothing is validated here; the mapping raises ptmatch.BadInput for non-finite input.)doc";
 
-bool isAssigned(const mvPair<long>& node) {
-  return node.x() != mvPtToGridMapResult::kUnassigned;
-}
+bool isAssigned(const mvPair<long>& node) { return node.x() != mvPtToGridMapResult::kUnassigned; }
 
 py::array_t<bool> assignedMask(const mvPtToGridMapResult& r) {
   py::array_t<bool> mask(static_cast<py::ssize_t>(r.map().size()));
@@ -87,14 +85,16 @@ void bindParams(py::module_& m) {
       },
       "Accepted relative pitch lengths (lo, hi), None for the default (sizeTol).");
   cls.def_property(
-      "angle_tol", [](const mvPtToGridMapRunParams& p) { return fromAngleRangeDegrees(p.angleTol()); },
+      "angle_tol",
+      [](const mvPtToGridMapRunParams& p) { return fromAngleRangeDegrees(p.angleTol()); },
       [](mvPtToGridMapRunParams& p, const py::object& v) {
         p.angleTol(toAngleRangeDegrees(v, mvAngleRange(), "angle_tol"));
       },
       "Accepted grid rotations in degrees, None for the default (angleTol).");
   cls.def("__repr__", [](const mvPtToGridMapRunParams& p) {
-    return py::str("GridMapParams(xv={!r}, yv={!r}, staggered={!r}, snap_size={!r}, "
-                   "size_tol={!r}, angle_tol={!r})")
+    return py::str(
+               "GridMapParams(xv={!r}, yv={!r}, staggered={!r}, snap_size={!r}, "
+               "size_tol={!r}, angle_tol={!r})")
         .format(py::make_tuple(p.xv().x(), p.xv().y()), py::make_tuple(p.yv().x(), p.yv().y()),
                 p.staggered(), p.snapSize(), fromRange(p.sizeTol()),
                 fromAngleRangeDegrees(p.angleTol()));
@@ -146,11 +146,13 @@ void bindGridMap(py::module_& m) {
         return mapPoints(points, makeGridMapParams(xv, yv, staggered, snapSize, sizeTol, angleTol));
       },
       py::arg("points"), PTMATCH_GRID_MAP_ARGS,
-      (std::string(R"doc(Assigns points to the nodes of a regular, optionally staggered grid and fits the
+      (std::string(
+           R"doc(Assigns points to the nodes of a regular, optionally staggered grid and fits the
 grid-to-point transform (mfPtToGridMap). The GIL is released meanwhile.
 
 points      (N, 2) array-like of measured points
-)doc") + kGridMapParamsDoc + R"doc(
+)doc") +
+       kGridMapParamsDoc + R"doc(
 
 Returns a GridMapResult; node (0, 0) is where the growth started, so the index origin
 depends on the data.)doc")

@@ -96,8 +96,7 @@ not above the lowest stored one is refused.)doc");
                             "The lowest score, -1 when empty (lowestScore).");
   cls.def_property_readonly("num_results", &mvScoreHashing::numResults,
                             "Entries held (numResults).");
-  cls.def_property_readonly("max_results", &mvScoreHashing::maxResults,
-                            "Capacity (maxResults).");
+  cls.def_property_readonly("max_results", &mvScoreHashing::maxResults, "Capacity (maxResults).");
   cls.def_property_readonly("max_score", &mvScoreHashing::maxScore,
                             "Highest score that may be stored (maxScore).");
   cls.def("__len__", &mvScoreHashing::numResults);

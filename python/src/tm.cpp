@@ -67,7 +67,8 @@ while copy.copy keeps the pairs too.)doc");
           py::arg("a"), py::arg("b"), py::arg("dof") = 6,
           "Fitted to the pairs (a[i], b[i]) with the given degrees of freedom (see fit).");
   cls.def(
-      "update", [](mv2PtMatchTm& tm, const py::object& a, const py::object& b) { update2(tm, a, b); },
+      "update",
+      [](mv2PtMatchTm& tm, const py::object& a, const py::object& b) { update2(tm, a, b); },
       py::arg("a"), py::arg("b"), kUpdateDoc);
   cls.def(
       "fit", [](mv2PtMatchTm& tm, long dof) { tm.fit(dof); }, py::arg("dof") = 6,
@@ -86,11 +87,11 @@ while copy.copy keeps the pairs too.)doc");
           "Both transforms become the identity and the pairs are forgotten (identity).");
   cls.def(
       "rotate", [](mv2PtMatchTm& tm, double angle) { tm.rotate(mvRadian(angle)); },
-      py::arg("angle"), "Rotates plane a by angle (radians) before the transform; forgets the "
-                        "pairs (rotate).");
+      py::arg("angle"),
+      "Rotates plane a by angle (radians) before the transform; forgets the "
+      "pairs (rotate).");
   cls.def(
-      "translate",
-      [](mv2PtMatchTm& tm, const py::object& v) { tm.translate(toVector2(v, "v")); },
+      "translate", [](mv2PtMatchTm& tm, const py::object& v) { tm.translate(toVector2(v, "v")); },
       py::arg("v"), "Translates plane a: the new a2b(p) is the old a2b(p + v) (translate).");
   cls.def(
       "scale",
@@ -101,8 +102,9 @@ while copy.copy keeps the pairs too.)doc");
           tm.scale(toVector2(s, "s"));
         }
       },
-      py::arg("s"), "Scales plane a by s, or by (sx, sy), before the transform; forgets the "
-                    "pairs (scale).");
+      py::arg("s"),
+      "Scales plane a by s, or by (sx, sy), before the transform; forgets the "
+      "pairs (scale).");
   cls.def("concat", &mv2PtMatchTm::concat, py::arg("other"),
           "Applies other first, then this transform; forgets the pairs (concat).");
   cls.def("append", &mv2PtMatchTm::append, py::arg("other"),
@@ -138,9 +140,7 @@ while copy.copy keeps the pairs too.)doc");
       py::is_operator());
   cls.def(
       "__eq__",
-      [](const mv2PtMatchTm& tm, const py::object& other) {
-        return tm == toXform(other, "other");
-      },
+      [](const mv2PtMatchTm& tm, const py::object& other) { return tm == toXform(other, "other"); },
       py::is_operator(), "True when a2b equals the other transform (pairs are not compared).");
   cls.def("__repr__", [](const mv2PtMatchTm& tm) {
     return py::str("PtMatchTm2(a2b={})").format(fromXform(tm.a2bXform()).attr("tolist")());
@@ -184,8 +184,7 @@ inverse and every edit are found by mapping sample points and refitting.)doc");
   cls.def(
       "scale",
       [](mv2PTm& tm, const py::object& s) {
-        tm.scale(isNumber(s) ? mvVector<2>(s.cast<double>(), s.cast<double>())
-                             : toVector2(s, "s"));
+        tm.scale(isNumber(s) ? mvVector<2>(s.cast<double>(), s.cast<double>()) : toVector2(s, "s"));
       },
       py::arg("s"), "Scales plane a by s, or by (sx, sy), before the transform (scale).");
   cls.def(
@@ -206,7 +205,8 @@ inverse and every edit are found by mapping sample points and refitting.)doc");
   cls.def_property_readonly("a2b_tm", &mv2PTm::a2bTm,
                             "The same approximation as a PtMatchTm2 with its pairs (a2bTm).");
   cls.def("__repr__", [](const mv2PTm& tm) {
-    return py::str("PerspectiveTm2(affine part={})").format(fromXform(tm.a2bXform()).attr("tolist")());
+    return py::str("PerspectiveTm2(affine part={})")
+        .format(fromXform(tm.a2bXform()).attr("tolist")());
   });
   addCopying<mv2PTm>(cls);
   addArchivePickling<mv2PTm>(cls);
@@ -277,8 +277,7 @@ t; translate acts in space a.)doc");
       "rotate_on_z", [](mv3PtMatchTm& tm, double angle) { tm.rotateOnZ(mvRadian(angle)); },
       py::arg("angle"), "Rotates the linear part about z by angle (radians) (rotateOnZ).");
   cls.def(
-      "translate",
-      [](mv3PtMatchTm& tm, const py::object& v) { tm.translate(toVector3(v, "v")); },
+      "translate", [](mv3PtMatchTm& tm, const py::object& v) { tm.translate(toVector3(v, "v")); },
       py::arg("v"), "Translates space a: the new a2b(p) is the old a2b(p + v) (translate).");
   cls.def(
       "scale",
@@ -315,8 +314,9 @@ t; translate acts in space a.)doc");
       },
       "The 3x4 matrix from b to a.");
   cls.def("__repr__", [](const mv3PtMatchTm& tm) {
-    return py::str("PtMatchTm3(a2b={})")
-        .format(matrixOf([&](const mvVector<3>& v) { return tm.a2b(v); }).attr("tolist")());
+    return py::str("PtMatchTm3(a2b={})").format(matrixOf([&](const mvVector<3>& v) {
+                                                  return tm.a2b(v);
+                                                }).attr("tolist")());
   });
   addCopying<mv3PtMatchTm>(cls);
   addArchivePickling<mv3PtMatchTm>(cls);

@@ -28,8 +28,8 @@ mvPointMatcher trainedFrom(const mvPelBuffer_const<unsigned char>& image) {
   return m;
 }
 
-SceneSpec exactScene(const Cells& cells, const mvXform<2>& clientFromImage,
-                     const mvXform<2>& pose) {
+SceneRecipe exactScene(const Cells& cells, const mvXform<2>& clientFromImage,
+                       const mvXform<2>& pose) {
   return {cells, clientFromImage, pose, {}, 0.0, 0, 0.0, 0.0, 1};
 }
 
@@ -71,9 +71,10 @@ void expectFoundInScenes(const mvPelBuffer_const<unsigned char>& image, const Ce
   const mvPointMatcher m = trainedFrom(image);
   ASSERT_EQ(m.trainMode(), Defs::ePointToGrid);
   for (const Trial& t : trials) {
-    const SceneSpec spec{cells, image.clientFromImageXform(), t.pose, t.missing, 0.3, 10,
-                         3 * kPitch, 6 * kPitch, t.seed};
-    const Scene scene = makeScene(spec);
+    const SceneRecipe recipe{
+        cells, image.clientFromImageXform(), t.pose, t.missing, 0.3, 10, 3 * kPitch, 6 * kPitch,
+        t.seed};
+    const Scene scene = makeScene(recipe);
     mvPointMatcherResultSet rs;
     m.run(scene.data, params, rs);
 
@@ -224,8 +225,8 @@ TEST(PatternGridMatching, TheQuarterPixelLineToleranceDecidesTheFit) {
   EXPECT_TRUE(isSimilarity(rs.results()[0].modelToDataXform(), 1e-12));
   Points nearPixels;
   for (const mvPair<long>& c : nearLine) nearPixels.push_back(at(c));
-  EXPECT_TRUE(sameXform(rs.results()[0].modelToDataXform(), fitOf(dataAt(nearLine), nearPixels, 4),
-                        1e-9));
+  EXPECT_TRUE(
+      sameXform(rs.results()[0].modelToDataXform(), fitOf(dataAt(nearLine), nearPixels, 4), 1e-9));
 
   m.run(dataAt(offLine), lowCoverageParams(0.05), rs);
   ASSERT_EQ(rs.results().size(), 1u);

@@ -35,7 +35,7 @@ mvPointMatcherRunParams sparseParams(long maxNumResults = 1) {
   return p;
 }
 
-SceneSpec exactScene(const Cells& cells, const mvXform<2>& pose) {
+SceneRecipe exactScene(const Cells& cells, const mvXform<2>& pose) {
   return {cells, pitchOf(kPitch), pose, {}, 0.0, 0, 0.0, 0.0, 1};
 }
 
@@ -60,9 +60,9 @@ TEST(PatternPointMatching, FindsASparsePatternAmongNoiseMissingDotsAndClutter) {
       {similarity(500, -250, 3, 1.0), {}, 13},
   };
   for (const Trial& t : trials) {
-    SceneSpec spec{kSparse, pitchOf(kPitch), t.pose, t.missing, 0.3, 8, 1.5 * kPitch,
-                   3 * kPitch, t.seed};
-    const Scene scene = makeScene(spec);
+    SceneRecipe recipe{kSparse, pitchOf(kPitch), t.pose,     t.missing, 0.3,
+                       8,       1.5 * kPitch,    3 * kPitch, t.seed};
+    const Scene scene = makeScene(recipe);
     mvPointMatcherResultSet rs;
     sparseMatcher().run(scene.data, sparseParams(), rs);
 
@@ -134,9 +134,16 @@ TEST(PatternPointMatching, ANormalRotationRangeStartsTheInnerSearchAtItsMiddle) 
 }
 
 TEST(PatternPointMatching, TheCallersTranslationRangesAndStartPoseAreNotUsed) {
-  const SceneSpec spec{kSparse, pitchOf(kPitch), similarity(150, -90, 4, 1.03), {{4, 3}}, 0.3,
-                       5, 1.5 * kPitch, 2 * kPitch, 21};
-  const Scene scene = makeScene(spec);
+  const SceneRecipe recipe{kSparse,
+                           pitchOf(kPitch),
+                           similarity(150, -90, 4, 1.03),
+                           {{4, 3}},
+                           0.3,
+                           5,
+                           1.5 * kPitch,
+                           2 * kPitch,
+                           21};
+  const Scene scene = makeScene(recipe);
   mvPointMatcherResultSet freeRun, narrow;
   sparseMatcher().run(scene.data, sparseParams(), freeRun);
 
@@ -157,9 +164,9 @@ TEST(PatternPointMatching, ACellOutsideAReplacedPatternIsIgnored) {
   // Replace the corresponder by one whose pattern holds only the dots of the upper-left
   // 4 x 3 pixels; the cells (5, 1), (4, 3), (0, 4) and (2, 4) now lie outside it.
   PatternState replacement = readPatternState(m);
-  replacement.corresponder.train(dotImage(4, 3, {{0, 0}, {3, 0}, {1, 2}}, pitchOf(kPitch)),
-                                 mv_PointToGridCorresponderTrainParams(
-                                     true, mv_PointToGridCorresponderDefs::ePointFeatures));
+  replacement.corresponder.train(
+      dotImage(4, 3, {{0, 0}, {3, 0}, {1, 2}}, pitchOf(kPitch)),
+      mv_PointToGridCorresponderTrainParams(true, mv_PointToGridCorresponderDefs::ePointFeatures));
   replacement.hasNested = false;  // keep the nested matcher
   replacePatternState(m, replacement);
   ASSERT_EQ(m.pattern().size(), mvPair<long>(4, 3));
@@ -177,7 +184,8 @@ TEST(PatternPointMatching, ACellOutsideAReplacedPatternIsIgnored) {
   for (long y = 0; y < 3; ++y) {
     for (long x = 0; x < 4; ++x) {
       const mvPair<long> p(x, y);
-      const bool kept = p == mvPair<long>(0, 0) || p == mvPair<long>(3, 0) || p == mvPair<long>(1, 2);
+      const bool kept =
+          p == mvPair<long>(0, 0) || p == mvPair<long>(3, 0) || p == mvPair<long>(1, 2);
       EXPECT_EQ(r.gridToDataMap(p), kept ? scene.expectedAt(p) : -1) << x << ", " << y;
     }
   }
@@ -227,9 +235,9 @@ TEST(PatternPointMatching, CoverageCountsPatternPixelsAndTheFitErrorIsTheInnerOn
   m.train(dotImage(8, 5, shifted, pitchOf(kPitch)));
   ASSERT_EQ(m.pattern().offset(), mvPair<long>(2, 0));
 
-  const SceneSpec spec{shifted, pitchOf(kPitch), similarity(20, 10, -6, 1.04), {}, 0.4, 0, 0, 0,
-                       31};
-  const Scene scene = makeScene(spec);
+  const SceneRecipe recipe{shifted, pitchOf(kPitch), similarity(20, 10, -6, 1.04), {}, 0.4, 0, 0, 0,
+                           31};
+  const Scene scene = makeScene(recipe);
   const mvPointMatcherRunParams params = sparseParams(3);
   mvPointMatcherResultSet rs;
   m.run(scene.data, params, rs);
@@ -296,8 +304,8 @@ TEST(PatternPointMatching, AHitLessThanAQuarterPixelOffTheLineKeepsTheFitASimila
   const mvPointMatcherResult r = slantedMatch({11, 3}, kAffine, &data);
   EXPECT_EQ(r.coverage(), 1.0);
   EXPECT_TRUE(isSimilarity(r.modelToDataXform(), 1e-9));
-  EXPECT_TRUE(sameXform(r.modelToDataXform(),
-                        fitOf(data, {{0, 0}, {4, 1}, {8, 2}, {11, 3}}, 4), 1e-9));
+  EXPECT_TRUE(
+      sameXform(r.modelToDataXform(), fitOf(data, {{0, 0}, {4, 1}, {8, 2}, {11, 3}}, 4), 1e-9));
 }
 
 TEST(PatternPointMatching, AHitAQuarterPixelOrMoreOffTheLineMakesTheFitAffine) {

@@ -113,15 +113,15 @@ inline bool sameXform(const mvXform<2>& a, const mvXform<2>& b, double tolerance
 }
 
 /// How to make data points from a pattern.
-struct SceneSpec {
-  Cells cells;                                    ///< the pattern's cells (image origin)
-  mvXform<2> clientFromImage;                     ///< the training image's transform
-  mvXform<2> pose;                                ///< client to data
-  std::set<std::pair<long, long>> missing;        ///< cells that get no data point
-  double noise = 0.0;                             ///< standard deviation per axis (data units)
-  long clutter = 0;                               ///< extra points
-  double clutterClearance = 0.0;                  ///< least client distance from any cell
-  double clutterMargin = 0.0;                     ///< client margin around the cells' box
+struct SceneRecipe {
+  Cells cells;                              ///< the pattern's cells (image origin)
+  mvXform<2> clientFromImage;               ///< the training image's transform
+  mvXform<2> pose;                          ///< client to data
+  std::set<std::pair<long, long>> missing;  ///< cells that get no data point
+  double noise = 0.0;                       ///< standard deviation per axis (data units)
+  long clutter = 0;                         ///< extra points
+  double clutterClearance = 0.0;            ///< least client distance from any cell
+  double clutterMargin = 0.0;               ///< client margin around the cells' box
   unsigned seed = 1;
 };
 
@@ -139,22 +139,22 @@ struct Scene {
 
 /// The pattern's cells under the pose with noise, less the missing ones, and clutter
 /// points kept at least clutterClearance (client units) from every cell, in shuffled order.
-inline Scene makeScene(const SceneSpec& spec) {
-  std::mt19937 rng(spec.seed);
-  std::normal_distribution<double> noise(0.0, spec.noise > 0.0 ? spec.noise : 1.0);
+inline Scene makeScene(const SceneRecipe& recipe) {
+  std::mt19937 rng(recipe.seed);
+  std::normal_distribution<double> noise(0.0, recipe.noise > 0.0 ? recipe.noise : 1.0);
   const auto jitter = [&]() {
-    if (spec.noise <= 0.0) return mvVector<2>(0.0, 0.0);
+    if (recipe.noise <= 0.0) return mvVector<2>(0.0, 0.0);
     const double dx = noise(rng);
     return mvVector<2>(dx, noise(rng));
   };
 
   // Each entry: the point and the cell it belongs to ((-1, -1) for clutter).
   std::vector<std::pair<mvVector<2>, mvPair<long>>> entries;
-  const Points client = clientPoints(spec.cells, spec.clientFromImage);
-  for (std::size_t i = 0; i < spec.cells.size(); ++i) {
-    const mvPair<long>& c = spec.cells[i];
-    if (spec.missing.count({c.x(), c.y()}) != 0) continue;
-    entries.push_back({spec.pose * client[i] + jitter(), c});
+  const Points client = clientPoints(recipe.cells, recipe.clientFromImage);
+  for (std::size_t i = 0; i < recipe.cells.size(); ++i) {
+    const mvPair<long>& c = recipe.cells[i];
+    if (recipe.missing.count({c.x(), c.y()}) != 0) continue;
+    entries.push_back({recipe.pose * client[i] + jitter(), c});
   }
 
   double minX = client.front().x(), maxX = minX, minY = client.front().y(), maxY = minY;
@@ -164,15 +164,17 @@ inline Scene makeScene(const SceneSpec& spec) {
     minY = std::fmin(minY, p.y());
     maxY = std::fmax(maxY, p.y());
   }
-  std::uniform_real_distribution<double> ux(minX - spec.clutterMargin, maxX + spec.clutterMargin);
-  std::uniform_real_distribution<double> uy(minY - spec.clutterMargin, maxY + spec.clutterMargin);
+  std::uniform_real_distribution<double> ux(minX - recipe.clutterMargin,
+                                            maxX + recipe.clutterMargin);
+  std::uniform_real_distribution<double> uy(minY - recipe.clutterMargin,
+                                            maxY + recipe.clutterMargin);
   long placed = 0;
-  while (placed < spec.clutter) {
+  while (placed < recipe.clutter) {
     const mvVector<2> p(ux(rng), uy(rng));
     bool clear = true;
-    for (const mvVector<2>& q : client) clear = clear && (p - q).len() >= spec.clutterClearance;
+    for (const mvVector<2>& q : client) clear = clear && (p - q).len() >= recipe.clutterClearance;
     if (!clear) continue;
-    entries.push_back({spec.pose * p, mvPair<long>(-1, -1)});
+    entries.push_back({recipe.pose * p, mvPair<long>(-1, -1)});
     ++placed;
   }
 
@@ -197,12 +199,13 @@ inline void expectLabelsMatchTruth(const mvPointMatcherResult& result, const Sce
     for (long x = 0; x < labels.width(); ++x) {
       const mvPair<long> p = mvPair<long>(x, y) + labels.offset();
       const long expected = scene.expectedAt(p - imageOffset);
-      EXPECT_EQ(result.gridToDataMap(p), expected) << "at pattern pixel (" << p.x() << ", "
-                                                    << p.y() << ")";
+      EXPECT_EQ(result.gridToDataMap(p), expected)
+          << "at pattern pixel (" << p.x() << ", " << p.y() << ")";
       if (expected >= 0) ++labelled;
     }
   }
-  EXPECT_EQ(labelled, static_cast<long>(scene.truth.size())) << "every found dot lies on the pattern";
+  EXPECT_EQ(labelled, static_cast<long>(scene.truth.size()))
+      << "every found dot lies on the pattern";
 }
 
 /// Results of two runs are the same: poses, coverages, fit errors and labels.

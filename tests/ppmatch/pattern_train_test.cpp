@@ -274,8 +274,8 @@ std::vector<Case> sparseAndDenseCases() {
   Case a{dotImage(6, 5, sparse, pitchOf(10.0)), {}, mvPointMatcherRunParams()};
   a.data = makeScene({sparse, pitchOf(10.0), similarity(40, 30, 5), {}, 0.2, 0, 0, 0, 7}).data;
   Case b{dotImage(5, 5, blockCells(5, 5), pitchOf(10.0)), {}, denseParams(12.0)};
-  b.data = makeScene({blockCells(5, 5), pitchOf(10.0), similarity(40, 30, 5), {}, 0.2, 0, 0, 0, 7})
-               .data;
+  b.data =
+      makeScene({blockCells(5, 5), pitchOf(10.0), similarity(40, 30, 5), {}, 0.2, 0, 0, 0, 7}).data;
   return {a, b};
 }
 

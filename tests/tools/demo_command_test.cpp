@@ -54,8 +54,9 @@ TEST(DemoCommand, PrintsTheTruthBesideWhatWasFound) {
   Files files;
   const auto o = run({"demo", "--svg", files.path("demo.svg")});
   ASSERT_EQ(o.status, 0) << o.err << o.out;
-  for (const char* line : {"true pose", "found pose", "coverage", "fit error", "time", "true grid",
-                           "found grid", "picture: ", "result: both scenarios recovered"}) {
+  for (const char* line :
+       {"true pose", "found pose", "coverage", "fit error", "time", "true grid", "found grid",
+        "of the true one at every model point", "picture: ", "result: both scenarios recovered"}) {
     EXPECT_NE(o.out.find(line), std::string::npos) << line << "\n" << o.out;
   }
   EXPECT_NE(files.read("demo.svg").find("ptmatch demo 1"), std::string::npos);

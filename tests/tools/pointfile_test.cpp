@@ -144,3 +144,18 @@ TEST(WeightsFile, BadWeightsNameTheirLine) {
   }
   EXPECT_THROW(parseWeightsText("[1, [2]]", "w.json"), InputError);
 }
+
+TEST(PointFile, AFirstLineWithANumberIsAPointNotAHeader) {
+  EXPECT_EQ(parseError("1 2x\n3 4\n"),
+            "pts.txt:1: expected 'x y' or 'x,y' (and an optional weight), got '1 2x'");
+}
+
+TEST(PointFile, AByteOrderMarkIsSkipped) {
+  const PointFile f = parsePointText(
+      "\xEF\xBB\xBF"
+      "1 2\n3 4\n",
+      "pts.txt");
+  ASSERT_EQ(f.points.size(), 2u);
+  EXPECT_EQ(f.points[0], mvVector<2>(1, 2));
+  EXPECT_EQ(parsePointText("\xEF\xBB\xBF[[1, 2]]", "pts.json").points.size(), 1u);
+}

@@ -7,6 +7,10 @@
 // - An empty data list passes the feasibility test only at coverage 0; the search then has
 //   nothing to vote on and the run records its time with no results.
 // - A search whose data span more than 2^28 grid cells is refused with BadParams.
+// - The stores of a run hold at most 2^20 candidates each (see kMaxStoreCapacity), so a
+//   huge maxNumResults costs no more memory than that.
+// - A model whose positive weights add up to more than 2^22 is refused with BadParams
+//   (see kMaxTotalWeight): the stores keep one bucket per score.
 
 #include <algorithm>
 #include <cmath>
@@ -52,6 +56,18 @@ void rejectNonFiniteInput(const std::vector<mvVector<2>>& data,
   }
 }
 
+// Each store of a run keeps one bucket per score, and a score is a matched weight, so the
+// stores' memory grows with the model's total weight (8 bytes per unit and store): a
+// total past this bound is refused rather than allocated.
+constexpr long kMaxTotalWeight = 1L << 22;
+
+void rejectHugeTotalWeight(const mv_PointMatcherModel& model) {
+  if (model.totalWeight > kMaxTotalWeight) {
+    throw mvPointMatcherDefs::BadParams(
+        L"the positive weights must add up to at most 4194304 for a point-to-point run\n");
+  }
+}
+
 // False when the data cannot reach the caller's coverage whatever the pose: fewer data
 // points than the covered share of an unweighted model, or, with no more data than model
 // points, the numData largest weights falling short of it.
@@ -72,11 +88,15 @@ bool mayReachCoverage(const mv_PointMatcherModel& model, std::size_t numData,
   return !(sum < minCoverage * static_cast<double>(model.totalWeight));
 }
 
-// n x kCandidateFactor, saturating instead of overflowing.
+// The most entries any store of a run holds, whatever maxNumResults asks: each store
+// allocates its whole capacity up front, so a huge maxNumResults would otherwise allocate
+// without bound. Searches stay far below this many candidates; a store that never fills
+// never evicts, so the cap changes no result until it is reached.
+constexpr long kMaxStoreCapacity = 1L << 20;
+
+// n x kCandidateFactor, capped at kMaxStoreCapacity (and so never overflowing).
 long widened(long n) {
-  return n > std::numeric_limits<long>::max() / kCandidateFactor
-             ? std::numeric_limits<long>::max()
-             : n * kCandidateFactor;
+  return n > kMaxStoreCapacity / kCandidateFactor ? kMaxStoreCapacity : n * kCandidateFactor;
 }
 
 // The caller's parameters with 8 times the results (at least 1000 for tiny point sets) and
@@ -150,6 +170,7 @@ void mvPointMatcher::runPointToPoint_(const std::vector<mvVector<2>>& dataPoints
   rejectNonFiniteInput(dataPoints, params);
   mvAssert(model_ != nullptr, ptmatch::detail::kPpmatchModule, __LINE__);
   const mv_PointMatcherModel& model = *model_;
+  rejectHugeTotalWeight(model);
   if (!mayReachCoverage(model, dataPoints.size(), params.minCoverage())) return;
 
   mvTimer timer(false);
