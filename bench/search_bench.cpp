@@ -35,8 +35,7 @@ Scene makeScene() {
   const mvRadian angle = mvDegree(37.0);
   const mvXform<2> pose(mvVector<2>(300.0, 180.0), angle, angle, 1.06, 1.06);
   for (int i = 0; i < kKeptPoints; ++i) {
-    s.data.push_back(pose * s.model[i] +
-                     mvVector<2>(0.4 * unit(rng) - 0.2, 0.4 * unit(rng) - 0.2));
+    s.data.push_back(pose * s.model[i] + mvVector<2>(0.4 * unit(rng) - 0.2, 0.4 * unit(rng) - 0.2));
   }
   while (static_cast<int>(s.data.size()) < kDataPoints) {
     s.data.push_back(mvVector<2>(640.0 * unit(rng), 480.0 * unit(rng)));

@@ -60,7 +60,7 @@ void exerciseMatcher(const mvPointMatcher& loaded) {
   assigned = loaded;
   assigned = copy;
   fuzz_support::PollBudget budget(kRunPolls);
-  for (const mvPointMatcher* m : {&loaded, &copy}) {
+  for (const mvPointMatcher* m : {&loaded, static_cast<const mvPointMatcher*>(&copy)}) {
     mvPointMatcherResultSet results;
     try {
       m->run(data, mvPointMatcherRunParams(), results);

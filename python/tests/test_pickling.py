@@ -136,3 +136,17 @@ def test_unpickled_corresponder_finds_the_same_position():
     copy = round_trip(c)
     observed = [(5, 5), (6, 5), (7, 5), (5, 6)]
     assert [r.position for r in copy.run(observed, accept=1.0)] == [(5, 5)]
+
+
+def test_unpickled_image_trained_matcher_keeps_its_pattern_and_finds_it():
+    image = np.ones((4, 5), np.uint8)
+    image[1, 3] = 0
+    m = ptmatch.PointMatcher()
+    m.train_image(image)
+    copy = round_trip(m)
+    assert copy.train_mode == "point_to_grid"
+    np.testing.assert_array_equal(copy.pattern, image)
+    data = np.argwhere(image)[:, ::-1] + [7.0, 3.0]
+    best = copy.run(data, min_coverage=0.9, capture_range=1.2)[0]
+    np.testing.assert_allclose(best.pose, [[1, 0, 7], [0, 1, 3]], atol=1e-9)
+    np.testing.assert_array_equal(round_trip(best).grid_to_data_map, best.grid_to_data_map)

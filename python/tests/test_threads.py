@@ -33,12 +33,15 @@ def long_exhaustive():
     return m, rng.uniform(0, 100, (12, 2))
 
 
+@pytest.fixture
 def safety_net():
-    """Ends a long run that an interruption failed to end, so a failing test fails soon."""
+    """Ends a long run that an interruption failed to end, so a failing test fails soon
+    instead of running for minutes; cancelled when the test ends."""
     timer = threading.Timer(2 * LONG_RUN_SECONDS_ALLOWED, ptmatch.request_interruption)
     timer.daemon = True
     timer.start()
-    return timer
+    yield timer
+    timer.cancel()
 
 
 def test_parallel_runs_give_the_sequential_results():
@@ -76,7 +79,7 @@ def test_grid_calls_in_parallel_threads():
         assert r.valid and r.num_assigned == 36
 
 
-def test_other_threads_run_python_while_a_run_is_in_progress(long_exhaustive):
+def test_other_threads_run_python_while_a_run_is_in_progress(long_exhaustive, safety_net):
     m, data = long_exhaustive
     outcome = {}
 
@@ -87,7 +90,6 @@ def test_other_threads_run_python_while_a_run_is_in_progress(long_exhaustive):
         except ptmatch.Interrupted as e:
             outcome["end"] = e
 
-    net = safety_net()
     start = time.monotonic()
     worker = threading.Thread(target=work)
     worker.start()
@@ -98,16 +100,14 @@ def test_other_threads_run_python_while_a_run_is_in_progress(long_exhaustive):
     assert worker.is_alive()
     ptmatch.request_interruption()
     worker.join()
-    net.cancel()
     assert isinstance(outcome["end"], ptmatch.Interrupted)
     assert str(outcome["end"]) == "The run was interrupted."
     assert time.monotonic() - start < LONG_RUN_SECONDS_ALLOWED
 
 
-def test_a_running_matcher_refuses_to_be_retrained(long_exhaustive):
+def test_a_running_matcher_refuses_to_be_retrained(long_exhaustive, safety_net):
     m, data = long_exhaustive
     worker = threading.Thread(target=lambda: pytest.raises(ptmatch.Interrupted, m.run, data))
-    net = safety_net()
     worker.start()
     time.sleep(0.2)
     try:
@@ -118,18 +118,15 @@ def test_a_running_matcher_refuses_to_be_retrained(long_exhaustive):
     finally:
         ptmatch.request_interruption()
         worker.join()
-        net.cancel()
-    assert m.train_mode == "exhaustive"
+        assert m.train_mode == "exhaustive"
 
 
-def test_ctrl_c_ends_a_long_run_with_interrupted(long_exhaustive):
+def test_ctrl_c_ends_a_long_run_with_interrupted(long_exhaustive, safety_net):
     m, data = long_exhaustive
-    net = safety_net()
     threading.Timer(0.2, os.kill, (os.getpid(), signal.SIGINT)).start()
     start = time.monotonic()
     with pytest.raises(KeyboardInterrupt) as err:
         m.run(data, min_coverage=0.9)
-    net.cancel()
     assert isinstance(err.value, ptmatch.Interrupted)
     assert time.monotonic() - start < LONG_RUN_SECONDS_ALLOWED
     # The matcher stays usable and the interruption was consumed.
@@ -137,7 +134,7 @@ def test_ctrl_c_ends_a_long_run_with_interrupted(long_exhaustive):
     assert m.run(data[:3], min_coverage=0.0) is not None
 
 
-def test_an_exception_of_a_signal_handler_ends_the_run_as_it_is(long_exhaustive):
+def test_an_exception_of_a_signal_handler_ends_the_run_as_it_is(long_exhaustive, safety_net):
     m, data = long_exhaustive
 
     class Stop(Exception):
@@ -147,24 +144,20 @@ def test_an_exception_of_a_signal_handler_ends_the_run_as_it_is(long_exhaustive)
         raise Stop("stop now")
 
     previous = signal.signal(signal.SIGUSR1, handler)
-    net = safety_net()
     try:
         threading.Timer(0.2, os.kill, (os.getpid(), signal.SIGUSR1)).start()
         with pytest.raises(Stop, match="stop now"):
             m.run(data, min_coverage=0.9)
     finally:
-        net.cancel()
-        signal.signal(signal.SIGUSR1, previous)
+            signal.signal(signal.SIGUSR1, previous)
 
 
-def test_request_interruption_from_another_thread_ends_a_run_here(long_exhaustive):
+def test_request_interruption_from_another_thread_ends_a_run_here(long_exhaustive, safety_net):
     m, data = long_exhaustive
-    net = safety_net()
     threading.Timer(0.2, ptmatch.request_interruption).start()
     start = time.monotonic()
     with pytest.raises(ptmatch.Interrupted):
         m.run(data, min_coverage=0.9)
-    net.cancel()
     assert time.monotonic() - start < LONG_RUN_SECONDS_ALLOWED
 
 

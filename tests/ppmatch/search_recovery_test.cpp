@@ -86,7 +86,8 @@ Scene randomScene(std::mt19937& rng, const Ranges& ranges) {
   std::vector<Tagged> tagged;
   for (int i = 0; i < n; ++i) {
     if (!kept[i]) continue;
-    tagged.push_back({projected[i] + mvVector<2>(between(-kNoise, kNoise), between(-kNoise, kNoise)), i});
+    tagged.push_back(
+        {projected[i] + mvVector<2>(between(-kNoise, kNoise), between(-kNoise, kNoise)), i});
   }
   const int outliers =
       static_cast<int>(std::lround(kOutlierShare / (1.0 - kOutlierShare) * tagged.size()));
@@ -137,9 +138,8 @@ void runScenes(unsigned seed, int count, const Ranges& ranges) {
   for (int trial = 0; trial < count; ++trial) {
     SCOPED_TRACE(::testing::Message() << "seed " << seed << " trial " << trial);
     const Scene s = randomScene(rng, ranges);
-    mvPointMatcherRunParams params =
-        runParams(degreeRange(ranges.rotationLo, ranges.rotationHi),
-                  mvRange(ranges.scaleLo, ranges.scaleHi), 3);
+    mvPointMatcherRunParams params = runParams(degreeRange(ranges.rotationLo, ranges.rotationHi),
+                                               mvRange(ranges.scaleLo, ranges.scaleHi), 3);
     if (ranges.rotationHi - ranges.rotationLo >= 360.0) {
       params.rotationUncertainty(mvAngleRange::FullRange());
     }
@@ -159,9 +159,7 @@ TEST(Recovery, RandomPosesUnderARestrictedRotationRange) {
   runScenes(777u, 10, Ranges{-30.0, 30.0, -0.1, 0.1});
 }
 
-TEST(Recovery, RandomPosesAtFixedScale) {
-  runScenes(4242u, 10, Ranges{-45.0, 45.0, 0.0, 0.0});
-}
+TEST(Recovery, RandomPosesAtFixedScale) { runScenes(4242u, 10, Ranges{-45.0, 45.0, 0.0, 0.0}); }
 
 TEST(Recovery, RandomPosesUnderAStartPose) {
   std::mt19937 rng(99u);
@@ -182,8 +180,8 @@ TEST(Recovery, RandomPosesUnderAStartPose) {
     const std::vector<long>& map = results.results()[0].modelToDataMap();
     for (std::size_t i = 0; i < s.model.size(); ++i) {
       if (s.partner[i] >= 0) {
-      EXPECT_EQ(map[i], s.partner[i]) << "model point " << i;
-    }
+        EXPECT_EQ(map[i], s.partner[i]) << "model point " << i;
+      }
     }
     EXPECT_LT(largestDisplacement(results.results()[0].modelToDataXform(), s.pose, s.model),
               1.5 * kPoseTolerance);
@@ -209,6 +207,7 @@ TEST(Recovery, WeightedModelsWithNegativeWeights) {
         .run(s.data, runParams(degreeRange(-20, 20), mvRange(-0.05, 0.05), 3), results);
     expectRecovered(s, results);
     ASSERT_FALSE(results.results().empty());
-    EXPECT_DOUBLE_EQ(results.results()[0].coverage(), 1.0) << "every positive point, no negative one";
+    EXPECT_DOUBLE_EQ(results.results()[0].coverage(), 1.0)
+        << "every positive point, no negative one";
   }
 }

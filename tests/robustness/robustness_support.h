@@ -105,7 +105,9 @@ inline void expectValidResults(const mvPointMatcherResultSet& set, std::size_t n
     for (long d : map) {
       EXPECT_GE(d, -1);
       EXPECT_LT(d, static_cast<long>(numData));
-      if (d >= 0) EXPECT_TRUE(used.insert(d).second) << "data point " << d << " matched twice";
+      if (d >= 0) {
+        EXPECT_TRUE(used.insert(d).second) << "data point " << d << " matched twice";
+      }
     }
     if (k > 0) {
       EXPECT_GE(results[k - 1].coverage(), r.coverage());

@@ -18,8 +18,7 @@ namespace {
 // interruption before each; minScore rises to the coarse store's lowest score + 1 once
 // the store is full.
 void voteCoarseLattice(Voter& voter, const mvPointMatcherRunParams& params, double gridSize,
-                       const mv_PointMatcherModel& model, long minScore,
-                       HypothesisStore& coarse) {
+                       const mv_PointMatcherModel& model, long minScore, HypothesisStore& coarse) {
   walkLattice(scaleLattice(params.scaleUncertainty(), gridSize, model), [&](double scale) {
     walkLattice(rotationLattice(params.rotationUncertainty(), gridSize, model, scale),
                 [&](double rotation) {

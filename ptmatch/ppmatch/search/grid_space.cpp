@@ -15,9 +15,7 @@ constexpr long kWindowMargin = 8;
 
 mvXform<2> translationBy(const mvVector<2>& t) { return mvXform<2>(mvMatrix<2>(), t); }
 
-mvXform<2> uniformScale(double s) {
-  return mvXform<2>(mvMatrix<2>(s, 0.0, 0.0, s), mvVector<2>());
-}
+mvXform<2> uniformScale(double s) { return mvXform<2>(mvMatrix<2>(s, 0.0, 0.0, s), mvVector<2>()); }
 
 mvXform<2> rotationBy(const mvDegree& a) {
   return mvXform<2>(mvVector<2>(), mvRadian(a), mvRadian(a), 1.0, 1.0);
@@ -107,7 +105,8 @@ GridSpace mapDataToGridSpace(const std::vector<mvVector<2>>& data, const mvXform
       mvPelBuffer<unsigned char>(static_cast<long>(width) + 2, static_cast<long>(height) + 2);
   mfPelClear(space.occupancy);
   for (const mvVector<2>& p : space.mapped) {
-    fillNeighbourhood(space.occupancy, dataCell(space.dataToGrid, p), static_cast<unsigned char>(1));
+    fillNeighbourhood(space.occupancy, dataCell(space.dataToGrid, p),
+                      static_cast<unsigned char>(1));
   }
   return space;
 }
@@ -118,14 +117,12 @@ bool translationWindow(const GridSpace& space, const mv_PointMatcherModel& model
   const mvVector<2> c = t * model.center;
   const mvRange xRange = params.xTranslationUncertainty();
   const mvRange yRange = params.yTranslationUncertainty();
-  const OffsetRange x =
-      axisOffsets(xRange, c.x(), (t * (model.center + mvVector<2>(xRange.start(), 0.0))).x(),
-                  (t * (model.center + mvVector<2>(xRange.end(), 0.0))).x(),
-                  space.occupancy.width());
-  const OffsetRange y =
-      axisOffsets(yRange, c.y(), (t * (model.center + mvVector<2>(0.0, yRange.start()))).y(),
-                  (t * (model.center + mvVector<2>(0.0, yRange.end()))).y(),
-                  space.occupancy.height());
+  const OffsetRange x = axisOffsets(
+      xRange, c.x(), (t * (model.center + mvVector<2>(xRange.start(), 0.0))).x(),
+      (t * (model.center + mvVector<2>(xRange.end(), 0.0))).x(), space.occupancy.width());
+  const OffsetRange y = axisOffsets(
+      yRange, c.y(), (t * (model.center + mvVector<2>(0.0, yRange.start()))).y(),
+      (t * (model.center + mvVector<2>(0.0, yRange.end()))).y(), space.occupancy.height());
   if (x.lo > x.hi || y.lo > y.hi) return false;
   window = mvPelRect(x.lo, y.lo, x.hi - x.lo, y.hi - y.lo);
   return true;

@@ -38,9 +38,8 @@ Lattice scaleLattice(const mvRange& scaleUncertainty, double gridSize,
 }
 
 double rotationStep(double gridSize, const mv_PointMatcherModel& model, double scale) {
-  double step =
-      std::atan2(2.0 * positiveGridSize(gridSize, model), model.radius * scale) * 180.0 /
-      kLatticePi;
+  double step = std::atan2(2.0 * positiveGridSize(gridSize, model), model.radius * scale) * 180.0 /
+                kLatticePi;
   if (step < 0.0) step += 360.0;
   return step;
 }

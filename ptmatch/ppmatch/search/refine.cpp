@@ -51,8 +51,7 @@ double squaredDistance(const mvVector<2>& a, const mvVector<2>& b) {
 }
 
 bool insideRaster(const mv_PelBuffer& raster, const mvPair<long>& cell) {
-  return cell.x() >= 0 && cell.x() < raster.width() && cell.y() >= 0 &&
-         cell.y() < raster.height();
+  return cell.x() >= 0 && cell.x() < raster.width() && cell.y() >= 0 && cell.y() < raster.height();
 }
 
 // The neighbourhood index raster (the 3 x 3 block around each data point's cell holds its
@@ -154,8 +153,7 @@ void Refinement::pairThroughNeighbourhood() {
   pairs_.clear();
   for (std::size_t m = 0; m < cells_.size(); ++m) {
     if (!insideRaster(rasters_.neighbourhood, cells_[m])) continue;
-    const std::uint16_t number =
-        rasters_.neighbourhood.pointToRow(cells_[m].y())[cells_[m].x()];
+    const std::uint16_t number = rasters_.neighbourhood.pointToRow(cells_[m].y())[cells_[m].x()];
     if (number != kNoDataPoint) pairs_.push_back(IndexPair{m, std::size_t{number} - 1});
   }
 }
@@ -329,9 +327,9 @@ void Refinement::verifyFineHypotheses(HypothesisStore& fine, CandidateStore& run
 }  // namespace
 
 void refineHypotheses(const std::vector<mvVector<2>>& data, const GridSpace& space,
-                      const mv_PointMatcherModel& model, double captureRange,
-                      long baseMinScore, long storeCapacity, Voter& voter,
-                      HypothesisStore& coarse, CandidateStore& run) {
+                      const mv_PointMatcherModel& model, double captureRange, long baseMinScore,
+                      long storeCapacity, Voter& voter, HypothesisStore& coarse,
+                      CandidateStore& run) {
   Refinement refinement(data, space, model, captureRange, voter);
   HypothesisStore fine(model.totalWeight, storeCapacity);
   refinement.fitAndRevote(coarse, baseMinScore, fine);

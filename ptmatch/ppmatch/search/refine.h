@@ -25,9 +25,9 @@ namespace detail {
 /// raster, the translation window and the accumulator of the coarse vote. Calls
 /// mvAttention::check() once per fine hypothesis.
 void refineHypotheses(const std::vector<mvVector<2>>& data, const GridSpace& space,
-                      const mv_PointMatcherModel& model, double captureRange,
-                      long baseMinScore, long storeCapacity, Voter& voter,
-                      HypothesisStore& coarse, CandidateStore& run);
+                      const mv_PointMatcherModel& model, double captureRange, long baseMinScore,
+                      long storeCapacity, Voter& voter, HypothesisStore& coarse,
+                      CandidateStore& run);
 
 }  // namespace detail
 }  // namespace ptmatch

@@ -71,8 +71,7 @@ void rejectHugeTotalWeight(const mv_PointMatcherModel& model) {
 // False when the data cannot reach the caller's coverage whatever the pose: fewer data
 // points than the covered share of an unweighted model, or, with no more data than model
 // points, the numData largest weights falling short of it.
-bool mayReachCoverage(const mv_PointMatcherModel& model, std::size_t numData,
-                      double minCoverage) {
+bool mayReachCoverage(const mv_PointMatcherModel& model, std::size_t numData, double minCoverage) {
   const std::size_t numModel = model.points.size();
   if (model.weights.empty()) {
     return !(static_cast<double>(numData) < minCoverage * static_cast<double>(numModel));
@@ -137,8 +136,7 @@ struct CollectedMatch {
 // Takes the candidates best first down to the caller's coverage, dropping singular poses
 // and, unless the rotation range is the full circle, poses whose rotation relative to the
 // start pose lies outside it.
-std::vector<CollectedMatch> collectMatches(CandidateStore& store,
-                                           const mv_PointMatcherModel& model,
+std::vector<CollectedMatch> collectMatches(CandidateStore& store, const mv_PointMatcherModel& model,
                                            const std::vector<mvVector<2>>& data,
                                            const mvPointMatcherRunParams& params) {
   const double invTotal =

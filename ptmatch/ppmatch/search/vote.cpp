@@ -75,9 +75,9 @@ bool clipSpan(const mv_PelBuffer& occupancy, const mvPelRect& window, const mvPa
 // Counts the unit votes of points first..last - 1 into the band's 8-bit rows and widens
 // them into the accumulator.
 void voteUnitBatch(const mvPelBuffer_const<unsigned char>& occupancy, const mvPelRect& window,
-                   const std::vector<mvPair<long>>& projected, std::size_t first,
-                   std::size_t last, long bandFirst, long bandLast,
-                   mvPelBuffer<std::int16_t>& accumulator, std::vector<unsigned char>& counts) {
+                   const std::vector<mvPair<long>>& projected, std::size_t first, std::size_t last,
+                   long bandFirst, long bandLast, mvPelBuffer<std::int16_t>& accumulator,
+                   std::vector<unsigned char>& counts) {
   const long width = accumulator.width();
   std::fill(counts.begin(), counts.begin() + (bandLast - bandFirst + 1) * width, 0);
   for (std::size_t i = first; i < last; ++i) {
@@ -173,8 +173,7 @@ void voteTranslations(const mvPelBuffer_const<unsigned char>& occupancy, const m
     }
     for (std::size_t first = 0; first < projected.size(); first += kMaxCountedPoints) {
       const std::size_t last = std::min(first + kMaxCountedPoints, projected.size());
-      voteUnitBatch(occupancy, window, projected, first, last, band, bandLast, accumulator,
-                    counts);
+      voteUnitBatch(occupancy, window, projected, first, last, band, bandLast, accumulator, counts);
     }
   }
 }
