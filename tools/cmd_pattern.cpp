@@ -1,5 +1,6 @@
 // `ptmatch pattern`: trains a matcher from a dot-pattern image and runs it on a data file.
 
+#include <algorithm>
 #include <cmath>
 
 #include "commands.h"
@@ -77,6 +78,33 @@ bool isDense(const mvPelBuffer_const<unsigned char>& image, std::size_t dots, bo
   return false;
 }
 
+// The pattern cut to the bounding box of its dots, and the box's upper-left pel. The
+// matcher keeps its pattern in that box (offset at the box's corner), and its point-to-
+// point path adds that offset to the dots' positions once more; trained on the cut image,
+// whose box starts at (0, 0), both of its paths give poses of the same pel frame.
+mvPelBuffer<unsigned char> cutToDots(const mvPelBuffer_const<unsigned char>& image,
+                                     mvPair<long>& origin) {
+  long minX = image.width();
+  long minY = image.height();
+  long maxX = -1;
+  long maxY = -1;
+  for (long y = 0; y < image.height(); ++y) {
+    for (long x = 0; x < image.width(); ++x) {
+      if (image.pointToRow(y)[x] == 0) continue;
+      minX = std::min(minX, x);
+      minY = std::min(minY, y);
+      maxX = std::max(maxX, x);
+      maxY = std::max(maxY, y);
+    }
+  }
+  origin = mvPair<long>(minX, minY);
+  mvPelBuffer<unsigned char> cut(maxX - minX + 1, maxY - minY + 1);
+  for (long y = minY; y <= maxY; ++y) {
+    for (long x = minX; x <= maxX; ++x) cut.pointToRow(y - minY)[x - minX] = image.pointToRow(y)[x];
+  }
+  return cut;
+}
+
 // Divides the data by the pitch, so that neighbouring pattern pels are 1 apart in them.
 std::vector<mvVector<2>> inPatternUnits(const std::vector<mvVector<2>>& data, double pitch) {
   std::vector<mvVector<2>> scaled;
@@ -106,8 +134,10 @@ int runPattern(const std::vector<std::string>& args, std::ostream& out) {
                      std::to_string(dots.size()));
   }
   const PointFile data = readDataPoints(dataPath);
-  const bool staggered = isStaggered(image);
-  const bool dense = isDense(image, dots.size(), staggered);
+  mvPair<long> origin;
+  const mvPelBuffer<unsigned char> cut = cutToDots(image, origin);
+  const bool staggered = isStaggered(cut);
+  const bool dense = isDense(cut, dots.size(), staggered);
   if (!options.has("--capture-range") && dense) {
     // The grid mapping snaps within the capture range and searches neighbours in buckets
     // of that size; like `ptmatch grid`, default to 1.25 x the longest step it links
@@ -117,10 +147,14 @@ int runPattern(const std::vector<std::string>& args, std::ostream& out) {
   }
 
   mvPointMatcher matcher;
-  matcher.train(image);
+  matcher.train(cut);
   mvPointMatcherResultSet resultSet;
   matcher.run(inPatternUnits(data.points, pitch), params, resultSet);
+  // Poses of the cut image's pels, in pattern units, become poses of the file's pels in
+  // data units.
   const mvXform<2> toDataUnits(mvMatrix<2>(pitch, 0.0, 0.0, pitch), mvVector<2>());
+  const mvXform<2> fromFilePels(mvMatrix<2>(), -mvVector<2>(origin));
+  const std::vector<mvVector<2>> cutDots = patternDots(cut);
 
   MatchReport report;
   report.command = "pattern";
@@ -130,10 +164,10 @@ int runPattern(const std::vector<std::string>& args, std::ostream& out) {
   report.data = data.points;
   for (const mvPointMatcherResult& r : resultSet.results()) {
     FoundMatch found;
-    found.pose = toDataUnits * r.modelToDataXform();
+    found.pose = toDataUnits * r.modelToDataXform() * fromFilePels;
     found.coverage = r.coverage();
     found.fitError = r.fitError();
-    found.map = dotMap(r, image, dots);
+    found.map = dotMap(r, cut, cutDots);
     report.results.push_back(found);
   }
   writeMatchOutputs(out, options, report, "ptmatch pattern: " + imagePath + " on " + dataPath);

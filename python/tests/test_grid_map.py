@@ -1,7 +1,6 @@
 """pt_to_grid_map, GridMapParams and GridMapResult."""
 
 import numpy as np
-import pytest
 
 import ptmatch
 from conftest import apply_pose, rotation_pose

@@ -118,7 +118,7 @@ def test_a_running_matcher_refuses_to_be_retrained(long_exhaustive, safety_net):
     finally:
         ptmatch.request_interruption()
         worker.join()
-        assert m.train_mode == "exhaustive"
+    assert m.train_mode == "exhaustive"
 
 
 def test_ctrl_c_ends_a_long_run_with_interrupted(long_exhaustive, safety_net):
@@ -149,7 +149,7 @@ def test_an_exception_of_a_signal_handler_ends_the_run_as_it_is(long_exhaustive,
         with pytest.raises(Stop, match="stop now"):
             m.run(data, min_coverage=0.9)
     finally:
-            signal.signal(signal.SIGUSR1, previous)
+        signal.signal(signal.SIGUSR1, previous)
 
 
 def test_request_interruption_from_another_thread_ends_a_run_here(long_exhaustive, safety_net):

@@ -151,3 +151,49 @@ TEST(PatternCommand, FindsADensePatternThroughTheGrid) {
   for (std::size_t k = 0; k < dots.size(); ++k)
     EXPECT_EQ(r["map"][k].asNumber(), static_cast<double>(k));
 }
+
+TEST(PatternCommand, ASparsePatternAwayFromTheImageCornerKeepsItsPelPositions) {
+  Files files;
+  // The dots' box starts at pel (1, 2) of a larger image; poses still map the file's pels.
+  const std::vector<std::pair<long, long>> dots = {{2, 2}, {6, 2}, {4, 5}, {1, 8}, {10, 9}};
+  const mvXform<2> truth = similarity(0.0, 10.0, 2.0, 2.0);
+  std::vector<mvVector<2>> data;
+  for (const auto& d : dots) data.push_back(truth * mvVector<2>(d.first, d.second));
+  const auto o = run({"pattern", "--image", files.write("p.pgm", pgm(12, 10, dots)), "--data",
+                      files.write("d.txt", pointText(data)), "--pitch", "10", "--json"});
+  ASSERT_EQ(o.status, 0) << o.err;
+  const JsonValue j = json(o);
+  ASSERT_GE(j["results"].size(), 1u);
+  const JsonValue& r = j["results"][0];
+  EXPECT_DOUBLE_EQ(r["coverage"].asNumber(), 1.0);
+  EXPECT_NEAR(r["pose"]["a00"].asNumber(), 10.0, 1e-6);
+  EXPECT_NEAR(r["pose"]["tx"].asNumber(), 2.0, 1e-5);
+  EXPECT_NEAR(r["pose"]["ty"].asNumber(), 2.0, 1e-5);
+  for (std::size_t k = 0; k < dots.size(); ++k) {
+    EXPECT_EQ(r["map"][k].asNumber(), static_cast<double>(k)) << "dot " << k;
+  }
+}
+
+TEST(PatternCommand, ADensePatternAwayFromTheImageCornerKeepsItsPelPositions) {
+  Files files;
+  std::vector<std::pair<long, long>> dots;
+  for (long y = 3; y < 7; ++y) {
+    for (long x = 2; x < 7; ++x) dots.emplace_back(x, y);
+  }
+  const mvXform<2> truth = similarity(3.0, 10.0, 60.0, 40.0);
+  std::vector<mvVector<2>> data;
+  for (const auto& d : dots) data.push_back(truth * mvVector<2>(d.first, d.second));
+  const auto o = run({"pattern", "--image", files.write("p.pgm", pgm(9, 9, dots)), "--data",
+                      files.write("d.txt", pointText(data)), "--pitch", "10", "--rotation",
+                      "-10:10", "--scale", "-0.1:0.1", "--json"});
+  ASSERT_EQ(o.status, 0) << o.err;
+  const JsonValue j = json(o);
+  ASSERT_GE(j["results"].size(), 1u) << o.out;
+  const JsonValue& r = j["results"][0];
+  EXPECT_DOUBLE_EQ(r["coverage"].asNumber(), 1.0);
+  EXPECT_NEAR(r["pose"]["a00"].asNumber(), truth.matrix().element(0, 0), 1e-6);
+  EXPECT_NEAR(r["pose"]["tx"].asNumber(), 60.0, 1e-5);
+  EXPECT_NEAR(r["pose"]["ty"].asNumber(), 40.0, 1e-5);
+  for (std::size_t k = 0; k < dots.size(); ++k)
+    EXPECT_EQ(r["map"][k].asNumber(), static_cast<double>(k));
+}
