@@ -14,6 +14,9 @@ constexpr const char* kModule = "mvbase/image";
 // whole numbers up to 32 bits (short pels widen to 4), 8 for doubles.
 std::size_t minArchivedPelSize(std::size_t pelSize) { return std::min<std::size_t>(pelSize, 4); }
 
+// Largest side that a loaded image of 0 pels (width or height 0) may have.
+constexpr long kMaxEmptyImageSide = 65536;
+
 }  // namespace
 
 mv_PelBuffer::mv_PelBuffer(std::size_t pelSize) : pelSize_(pelSize) {}
@@ -108,6 +111,11 @@ mvArchive& operator||(mvArchive& ar, mv_PelBuffer& buffer) {
     const std::uint64_t left = ar.bytesLeft();
     if (pels > left / minArchivedPelSize(buffer.pelSize_)) {
       throw mvArchive::BadData(L"The archive holds an image larger than the data that follow it.");
+    }
+    // An image without pels (one side 0) still allocates a stride per row and its guard
+    // rows, which no data bound: its other side is bounded instead.
+    if (pels == 0 && std::max(width, height) > kMaxEmptyImageSide) {
+      throw mvArchive::BadData(L"The archive holds an empty image of implausible size.");
     }
     buffer.allocate_(width, height, 1);
     buffer.offset_ = offset;

@@ -361,7 +361,8 @@ struct GridPose {
   double pitch;
   double rotation;
   double scale;
-  double perspective;  // k: the homogeneous weight runs from 1 - k to 1 + k
+  double perspective;  // k: the homogeneous weight runs from 1 - k to 1 + k, so the local
+                       // pitch runs from about 1 + 2k to 1 - 2k
   double direction;    // of the perspective tilt, radians
   double noise;
 };
@@ -390,7 +391,7 @@ class GridGeometry {
     }
     center_ = mvVector<2>(maxA / 2.0, maxB / 2.0);
     reach_ = std::max(1.0, mvVector<2>(maxA / 2.0, maxB / 2.0).len() * pose.pitch);
-    const double extent = 2.0 * reach_ * pose.scale * (1.0 + pose.perspective) + 6.0 * pose.pitch;
+    const double extent = 2.0 * reach_ * pose.scale / (1.0 - pose.perspective) + 6.0 * pose.pitch;
     width_ = std::ceil(extent);
     height_ = std::ceil(extent);
   }
@@ -518,7 +519,7 @@ GridScenario makeGrid(const std::string& family, long index, Random& rng) {
     pose = ordinaryGrid(rng, g, true);
   } else if (family == "grid-perspective") {
     pose = ordinaryGrid(rng, g, alternate);
-    pose.perspective = rng.uniform(0.05, 0.12);
+    pose.perspective = rng.uniform(0.02, 0.05);
   } else if (family == "grid-noise") {
     pose = ordinaryGrid(rng, g, alternate);
     pose.noise = 0.06 * pose.pitch;
@@ -613,6 +614,22 @@ PointScenario makeSizedScenario(long modelPoints, long dataPoints, std::uint32_t
   const long missing = std::max(0L, visible - dataPoints);
   makeData(rng, s, missing, std::max(0L, dataPoints - (visible - missing)), inside);
   return s;
+}
+
+mvPointMatcherRunParams searchParams(const SearchRanges& r) {
+  mvPointMatcherRunParams p;
+  p.minCoverage(r.minCoverage);
+  p.rotationUncertainty(r.fullRotation ? mvAngleRange::FullRange()
+                                       : mvAngleRange(mvDegree(r.rotationLo),
+                                                      mvDegree(r.rotationHi), false));
+  p.scaleUncertainty(mvRange(r.scaleLo, r.scaleHi));
+  if (r.translation > 0.0) {
+    p.startPose(mvXform<2>(mvMatrix<2>(), r.start));
+    p.xTranslationUncertainty(mvRange(-r.translation, r.translation));
+    p.yTranslationUncertainty(mvRange(-r.translation, r.translation));
+  }
+  p.maxNumResults(1);
+  return p;
 }
 
 GridScenario makeSizedGrid(long side, bool staggered, std::uint32_t seed) {

@@ -20,7 +20,8 @@
 // Grid families (dot centres of a calibration-style grid, each with its true node):
 //   grid-symmetric    6-12 x 5-10 dots, rotation +-10 deg, scale +-5 %, noise 2 % of the pitch
 //   grid-staggered    4-8 dots per row, 7-13 rows, every other row shifted by half a pitch
-//   grid-perspective  mild perspective (the pitch changes by 5 to 12 % across the grid)
+//   grid-perspective  mild perspective: the local pitch grows by 4 to 10 % from the centre
+//                     to the farthest dot on one side and shrinks as much on the other
 //   grid-noise        noise of 6 % of the pitch
 //   grid-missing      5 to 15 % of the dots missing
 //   grid-clutter      10 to 30 % extra points, none nearer than 0.35 pitch to a node
@@ -33,6 +34,7 @@
 #include <vector>
 
 #include "mvbase/geometry.h"
+#include "ptmatch/ppmatch.h"
 
 namespace ptmatch_bench {
 
@@ -130,7 +132,7 @@ struct GridScenario {
   double pitch = 0.0;
   double rotation = 0.0;     ///< true rotation, degrees
   double scale = 1.0;        ///< true scale against the nominal pitch
-  double perspective = 0.0;  ///< relative pitch change across the grid
+  double perspective = 0.0;  ///< half the relative pitch change from the centre to the far edge
   double noise = 0.0;        ///< standard deviation, pixels
   long missing = 0;
   long clutter = 0;
@@ -153,6 +155,9 @@ GridScenario makeGridScenario(const std::string& family, long index, std::uint32
 /// pose (as many as fit, when dataPoints < modelPoints) and uniform clutter. Rotation
 /// +-15 degrees, no scale change, translation anywhere.
 PointScenario makeSizedScenario(long modelPoints, long dataPoints, std::uint32_t seed);
+
+/// The point matcher's run parameters for a scenario's declared ranges, one result asked.
+mvPointMatcherRunParams searchParams(const SearchRanges& ranges);
 
 /// A spoiled grid of side x side dots for cost sweeps: rotation 7 deg, scale 1.05, noise
 /// 0.05 pitch, 10 % missing, 10 % clutter; symmetric or staggered.

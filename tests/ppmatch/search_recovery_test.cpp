@@ -189,25 +189,36 @@ TEST(Recovery, RandomPosesUnderAStartPose) {
 }
 
 TEST(Recovery, WeightedModelsWithNegativeWeights) {
-  // The missing model points carry negative weights (features that must be absent); the
-  // kept ones positive weights from 1 to 5.
+  // The missing model points carry weight -3 (features that must be absent), the kept ones
+  // weights from 1 to 5. Found as they are, the best match covers every positive weight;
+  // once a negative point's partner appears in the data, it is matched and costs 3.
   std::mt19937 rng(31337u);
   for (int trial = 0; trial < 6; ++trial) {
     SCOPED_TRACE(::testing::Message() << "trial " << trial);
-    const Scene s = randomScene(rng, Ranges{-20.0, 20.0, -0.05, 0.05});
+    Scene s = randomScene(rng, Ranges{-20.0, 20.0, -0.05, 0.05});
     std::vector<long> weights;
     long total = 0;
+    std::size_t negative = 0;
     for (std::size_t i = 0; i < s.model.size(); ++i) {
       const long w = s.partner[i] >= 0 ? 1 + static_cast<long>(i % 5) : -3;
       weights.push_back(w);
       if (w > 0) total += w;
+      if (w < 0) negative = i;
     }
+    const mvPointMatcher matcher = trainedMatcher(s.model, weights);
+    const mvPointMatcherRunParams params = runParams(degreeRange(-20, 20), mvRange(-0.05, 0.05), 3);
     mvPointMatcherResultSet results;
-    trainedMatcher(s.model, weights)
-        .run(s.data, runParams(degreeRange(-20, 20), mvRange(-0.05, 0.05), 3), results);
+    matcher.run(s.data, params, results);
     expectRecovered(s, results);
     ASSERT_FALSE(results.results().empty());
-    EXPECT_DOUBLE_EQ(results.results()[0].coverage(), 1.0)
-        << "every positive point, no negative one";
+    EXPECT_DOUBLE_EQ(results.results()[0].coverage(), 1.0);
+
+    s.partner[negative] = static_cast<long>(s.data.size());
+    s.data.push_back(s.pose * s.model[negative]);
+    matcher.run(s.data, params, results);
+    expectRecovered(s, results);
+    ASSERT_FALSE(results.results().empty());
+    EXPECT_DOUBLE_EQ(results.results()[0].coverage(),
+                     static_cast<double>(total - 3) / static_cast<double>(total));
   }
 }

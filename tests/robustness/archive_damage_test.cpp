@@ -325,3 +325,20 @@ TEST(HostileArchive, CountsBeyondTheBytesLeftAreRefusedBeforeAllocating) {
   std::vector<mvVector<2>> loadedPoints;
   EXPECT_THROW(loadInto(pointBytes, loadedPoints), mvArchive::BadData);
 }
+
+TEST(HostileArchive, AnEmptyImageOfHugeSideIsRefusedBeforeAllocating) {
+  // An image of 0 x n pels holds no pel data, yet would allocate a row stride per row:
+  // a huge n is refused. A modest one loads.
+  mvPelBuffer<long> image(0, 3);
+  Bytes bytes = bytesOf(static_cast<mv_PelBuffer&>(image));
+  mvPelBuffer<long> loaded;
+  loadInto(bytes, static_cast<mv_PelBuffer&>(loaded));
+  EXPECT_EQ(loaded.size(), mvPair<long>(0, 3));
+  for (std::size_t i = 4; i < 8; ++i) bytes[i] = i == 7 ? 0x7f : 0xff;  // height 2^31 - 1
+  EXPECT_THROW(loadInto(bytes, static_cast<mv_PelBuffer&>(loaded)), mvArchive::BadData);
+  mvPelBuffer<unsigned char> wide(3, 0);
+  Bytes wideBytes = bytesOf(static_cast<mv_PelBuffer&>(wide));
+  for (std::size_t i = 0; i < 4; ++i) wideBytes[i] = i == 3 ? 0x7f : 0xff;  // width 2^31 - 1
+  mvPelBuffer<unsigned char> loadedWide;
+  EXPECT_THROW(loadInto(wideBytes, static_cast<mv_PelBuffer&>(loadedWide)), mvArchive::BadData);
+}

@@ -244,7 +244,10 @@ TEST(Concurrency, EightThreadsRunOneImageTrainedMatcherAsASerialRunDoes) {
                                                    mvVector<2>(x, y));
         }
       }
-      jobs.push_back({data, searchParams(10, 0.0, 2)});
+      mvPointMatcherRunParams params = searchParams(10, 0.0, 2);
+      params.autoCaptureRange(false);
+      params.captureRange(1.0);  // the pitch: the grid mapping's snap size
+      jobs.push_back({data, params});
     }
     expectThreadedRunsMatchSerialRuns(trained, jobs);
   }

@@ -93,6 +93,17 @@ void voteUnitBatch(const mvPelBuffer_const<unsigned char>& occupancy, const mvPe
   }
 }
 
+// Adds every point's unit votes to the band's accumulator rows, 255 points at a time.
+void voteUnitBand(const mvPelBuffer_const<unsigned char>& occupancy, const mvPelRect& window,
+                  const std::vector<mvPair<long>>& projected, long bandFirst, long bandLast,
+                  mvPelBuffer<std::int16_t>& accumulator, std::vector<unsigned char>& counts) {
+  for (std::size_t first = 0; first < projected.size(); first += kMaxCountedPoints) {
+    const std::size_t last = std::min(first + kMaxCountedPoints, projected.size());
+    voteUnitBatch(occupancy, window, projected, first, last, bandFirst, bandLast, accumulator,
+                  counts);
+  }
+}
+
 // Adds each weighted point's votes to the band's accumulator rows.
 void voteWeightedBand(const mvPelBuffer_const<unsigned char>& occupancy, const mvPelRect& window,
                       const std::vector<mvPair<long>>& projected,
@@ -161,19 +172,14 @@ void voteTranslations(const mvPelBuffer_const<unsigned char>& occupancy, const m
                       const std::vector<std::int16_t>& weights,
                       mvPelBuffer<std::int16_t>& accumulator, std::vector<unsigned char>& counts) {
   mfPelClear(accumulator);
+  if (weights.empty()) counts.resize(static_cast<std::size_t>(kBandRows * accumulator.width()));
   const long lastV = accumulator.height() - 1;
-  if (weights.empty()) {
-    counts.resize(static_cast<std::size_t>(kBandRows * accumulator.width()));
-  }
   for (long band = 0; band <= lastV; band += kBandRows) {
     const long bandLast = std::min(band + kBandRows - 1, lastV);
-    if (!weights.empty()) {
+    if (weights.empty()) {
+      voteUnitBand(occupancy, window, projected, band, bandLast, accumulator, counts);
+    } else {
       voteWeightedBand(occupancy, window, projected, weights, band, bandLast, accumulator);
-      continue;
-    }
-    for (std::size_t first = 0; first < projected.size(); first += kMaxCountedPoints) {
-      const std::size_t last = std::min(first + kMaxCountedPoints, projected.size());
-      voteUnitBatch(occupancy, window, projected, first, last, band, bandLast, accumulator, counts);
     }
   }
 }

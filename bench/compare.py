@@ -1,0 +1,623 @@
+#!/usr/bin/python3
+"""Side-by-side comparison of ptmatch with the tools a user would pick instead.
+
+On the same seeded scenarios (made by the ptmatch_scenarios program, see
+bench/scenarios/scenarios.h), in one run:
+
+  point families  ptmatch's point matcher (given the ranges each scenario declares)
+                  against astroalign.find_transform (which always searches every
+                  rotation, scale and translation, and takes no ranges);
+  grid families   ptmatch's pt_to_grid_map (mfPtToGridMap) against OpenCV's
+                  findCirclesGrid, fed the dot centres directly (no blob detection), in
+                  both of its modes (the default and CALIB_CB_CLUSTERING).
+
+Success:
+  point case   the returned pose carries the model points to within 1 px RMS of where
+               the true pose carries them. For a symmetric model every pose that differs
+               by a symmetry is right, so there each mapped point is compared with the
+               nearest truly mapped model point. No pose (or an exception) is a failure.
+  grid case    every dot of the grid comes back at its true node, up to one relabelling
+               of the whole grid (a shift of the indices and a turn or mirror of the
+               lattice, since both tools choose their own origin). For findCirclesGrid,
+               which reports the nodes of the complete pattern in order, each reported
+               centre must be its node's dot (nearest input point, within 0.25 pitch);
+               with a dot missing it cannot succeed. pt_to_grid_map also assigns clutter
+               points near a node (its snapping test accepts any point within the snap
+               size); those are counted in the report but do not make a case fail.
+
+Time: wall-clock seconds of the call from Python, the fastest of up to three repeats
+(repeats stop once 0.2 s are spent); the table shows each family's median over its cases.
+Ratios are the headline: absolute times depend on the machine.
+
+Usage:
+  /usr/bin/python3 bench/compare.py --build BUILD [--count N] [--seed S]
+      [--families a,b] [--out docs/performance.md] [--raw FILE]
+      [--vote-json FILE] [--sweep-json FILE] [--sweep-plot docs/FILE]
+
+ptmatch is used through its Python module (BUILD/python) or, when that is not built,
+through the command-line tool BUILD/tools/ptmatch with --json (then its reported library
+time is used instead of the wall clock, which would count the process start).
+"""
+
+import argparse
+import datetime
+import json
+import math
+import os
+import platform
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+import numpy as np
+
+POINT_TOLERANCE_PX = 1.0      # RMS of mapped model points against the truth
+GRID_MATCH_PITCH = 0.25       # a reported grid centre must lie this near its dot
+REPEAT_BUDGET_S = 0.2
+MAX_REPEATS = 3
+SPEED_GOAL = 20.0             # ptmatch at least this much faster than astroalign
+
+# The eight turns and mirrors of a square lattice, as integer matrices on (column, row).
+LATTICE_SYMMETRIES = [np.array(m) for m in (
+    [[1, 0], [0, 1]], [[0, -1], [1, 0]], [[-1, 0], [0, -1]], [[0, 1], [-1, 0]],
+    [[-1, 0], [0, 1]], [[1, 0], [0, -1]], [[0, 1], [1, 0]], [[0, -1], [-1, 0]])]
+
+
+# --- timing ---
+
+def timed(call):
+    """Runs call() up to MAX_REPEATS times (stopping once REPEAT_BUDGET_S is spent) and
+    returns (its first result, the fastest run's seconds). An exception is a result."""
+    first = None
+    best = math.inf
+    spent = 0.0
+    for repeat in range(MAX_REPEATS):
+        start = time.perf_counter()
+        try:
+            outcome = call()
+        except Exception as error:  # a tool's failure is a failed case, not a crash
+            outcome = error
+        seconds = time.perf_counter() - start
+        if repeat == 0:
+            first = outcome
+        best = min(best, seconds)
+        spent += seconds
+        if spent >= REPEAT_BUDGET_S:
+            break
+    return first, best
+
+
+# --- ptmatch, through the module or the command-line tool ---
+
+class PtmatchModule:
+    """ptmatch through its Python module."""
+
+    name = "python module"
+
+    def __init__(self, module):
+        self.ptmatch = module
+
+    def match(self, s):
+        matcher = self.ptmatch.PointMatcher()
+        matcher.train(np.asarray(s["model"]))
+        data = np.asarray(s["data"])
+        kwargs = search_ranges(s["ranges"])
+
+        results, seconds = timed(lambda: matcher.run(data, **kwargs))
+        if isinstance(results, Exception) or not len(results):
+            return None, seconds
+        return np.asarray(results[0].pose), seconds
+
+    def grid(self, g, snap):
+        points = np.asarray(g["points"])
+
+        r, seconds = timed(lambda: self.ptmatch.pt_to_grid_map(
+            points, xv=tuple(g["xv"]), yv=tuple(g["yv"]), staggered=g["staggered"],
+            snap_size=snap))
+        if isinstance(r, Exception) or not r.valid:
+            return None, seconds
+        nodes = np.asarray(r.map).tolist()
+        return [tuple(n) if ok else None for n, ok in zip(nodes, r.assigned)], seconds
+
+
+class PtmatchCli:
+    """ptmatch through the command-line tool's --json output; times are the library's."""
+
+    name = "command-line tool"
+
+    def __init__(self, program):
+        self.program = program
+        self.scratch = tempfile.mkdtemp(prefix="ptmatch-compare-")
+
+    def _write(self, name, points):
+        path = os.path.join(self.scratch, name)
+        with open(path, "w") as f:
+            for x, y in points:
+                f.write("%.17g %.17g\n" % (x, y))
+        return path
+
+    def _run(self, args):
+        out = subprocess.run([self.program] + args + ["--json"], capture_output=True, text=True)
+        return json.loads(out.stdout) if out.stdout.strip() else None
+
+    def match(self, s):
+        r = s["ranges"]
+        args = ["match", "--model", self._write("model.txt", s["model"]),
+                "--data", self._write("data.txt", s["data"]),
+                "--min-coverage", repr(r["min_coverage"]),
+                "--scale", "%r:%r" % tuple(r["scale"]),
+                "--rotation", "full" if r["full_rotation"] else "%r:%r" % tuple(r["rotation"])]
+        if r["translation"] > 0:
+            t = r["translation"]
+            args += ["--start-pose", "1,0,0,1,%r,%r" % tuple(r["start"]),
+                     "--x-range", "%r:%r" % (-t, t), "--y-range", "%r:%r" % (-t, t)]
+        report = self._run(args)
+        if not report or not report.get("results"):
+            return None, (report or {}).get("time", math.nan)
+        p = report["results"][0]["pose"]
+        pose = np.array([[p["a00"], p["a01"], p["tx"]], [p["a10"], p["a11"], p["ty"]]])
+        return pose, report["time"]
+
+    def grid(self, g, snap):
+        args = ["grid", "--points", self._write("grid.txt", g["points"]),
+                "--xv", "%r,%r" % tuple(g["xv"]), "--yv", "%r,%r" % tuple(g["yv"]),
+                "--snap", repr(snap)]
+        if g["staggered"]:
+            args.append("--staggered")
+        report = self._run(args)
+        if not report or not report.get("valid"):
+            return None, (report or {}).get("time", math.nan)
+        return [tuple(n) if n is not None else None for n in report["map"]], report["time"]
+
+
+def load_ptmatch(build):
+    sys.path.insert(0, os.path.join(build, "python"))
+    try:
+        import ptmatch  # noqa: E402
+        return PtmatchModule(ptmatch)
+    except ImportError:
+        program = os.path.join(build, "tools", "ptmatch")
+        if os.access(program, os.X_OK):
+            return PtmatchCli(program)
+    sys.exit("compare.py: neither the ptmatch Python module (%s/python) nor the tool "
+             "(%s) is built" % (build, program))
+
+
+def search_ranges(r):
+    """The keyword arguments of PointMatcher.run for a scenario's declared ranges."""
+    kwargs = dict(min_coverage=r["min_coverage"], scale=tuple(r["scale"]), max_results=1,
+                  rotation="full" if r["full_rotation"] else tuple(r["rotation"]))
+    if r["translation"] > 0:
+        t = r["translation"]
+        kwargs.update(start_pose=[[1.0, 0.0, r["start"][0]], [0.0, 1.0, r["start"][1]]],
+                      x_range=(-t, t), y_range=(-t, t))
+    return kwargs
+
+
+# --- the other tools ---
+
+def astroalign_match(aa, s):
+    source = np.asarray(s["model"], dtype=float)
+    target = np.asarray(s["data"], dtype=float)
+
+    def call():
+        transform, _ = aa.find_transform(source, target)
+        return np.asarray(transform.params)[:2, :]
+
+    return timed(call)
+
+
+def opencv_grid(cv2, g, clustering):
+    points = np.asarray(g["points"], dtype=np.float32).reshape(-1, 1, 2)
+    flags = cv2.CALIB_CB_ASYMMETRIC_GRID if g["staggered"] else cv2.CALIB_CB_SYMMETRIC_GRID
+    if clustering:
+        flags |= cv2.CALIB_CB_CLUSTERING
+    parameters = cv2.CirclesGridFinderParameters()
+    size = (g["columns"], g["rows"])
+
+    # No blob detector: the points themselves are the candidate centres.
+    (found, centres), seconds = timed(
+        lambda: cv2.findCirclesGrid(points, size, flags, None, parameters))
+    return (centres.reshape(-1, 2) if found and centres is not None else None), seconds
+
+
+# --- success ---
+
+def point_error(s, pose):
+    """RMS distance, px, between the model under the found pose and under the truth."""
+    model = np.asarray(s["model"], dtype=float)
+    truth = np.asarray(s["truth"], dtype=float)
+    found = model @ pose[:, :2].T + pose[:, 2]
+    true = model @ truth[:, :2].T + truth[:, 2]
+    if s["symmetry"] > 1:
+        d = np.sqrt(((found[:, None, :] - true[None, :, :]) ** 2).sum(axis=2)).min(axis=1)
+    else:
+        d = np.sqrt(((found - true) ** 2).sum(axis=1))
+    return float(np.sqrt(np.mean(d ** 2)))
+
+
+def point_success(s, pose):
+    if pose is None or isinstance(pose, Exception):
+        return False, math.nan
+    error = point_error(s, np.asarray(pose, dtype=float))
+    return error <= POINT_TOLERANCE_PX, error
+
+
+def consistent_relabelling(pairs):
+    """True when one lattice turn or mirror plus one shift carries every true node of the
+    (true, found) pairs to its found node."""
+    if not pairs:
+        return False
+    true = np.array([p[0] for p in pairs])
+    found = np.array([p[1] for p in pairs])
+    for m in LATTICE_SYMMETRIES:
+        shift = found - true @ m.T
+        if (shift == shift[0]).all():
+            return True
+    return False
+
+
+def ptmatch_grid_success(g, labels):
+    """Every dot assigned, all at their true nodes under one relabelling; also returns the
+    number of clutter points that were given a node."""
+    if labels is None or isinstance(labels, Exception):
+        return False, 0
+    pairs = []
+    clutter = 0
+    for true, found in zip(g["nodes"], labels):
+        if true is None:
+            clutter += found is not None
+        elif found is None:
+            return False, clutter
+        else:
+            pairs.append((true, found))
+    return consistent_relabelling(pairs), clutter
+
+
+def opencv_pattern_nodes(g):
+    """OpenCV's node of each reported centre, in its order, on our lattice."""
+    nodes = []
+    for k in range(g["columns"] * g["rows"]):
+        i, j = k % g["columns"], k // g["columns"]
+        nodes.append((2 * i + j % 2, j) if g["staggered"] else (i, j))
+    return nodes
+
+
+def opencv_grid_success(g, centres):
+    if centres is None or isinstance(centres, Exception):
+        return False
+    points = np.asarray(g["points"], dtype=float)
+    dots = sum(n is not None for n in g["nodes"])
+    if len(centres) != g["columns"] * g["rows"] or dots != len(centres):
+        return False
+    pairs = []
+    for centre, label in zip(centres, opencv_pattern_nodes(g)):
+        d = np.sqrt(((points - centre) ** 2).sum(axis=1))
+        j = int(np.argmin(d))
+        if d[j] > GRID_MATCH_PITCH * g["pitch"] or g["nodes"][j] is None:
+            return False
+        pairs.append((tuple(g["nodes"][j]), label))
+    return consistent_relabelling(pairs)
+
+
+# --- the runs ---
+
+def snap_size(g):
+    """0.9 of the pitch of the grid the mapping links along: the diagonal xv + yv for a
+    staggered grid, the longer pitch otherwise (see include/ptmatch/ptgdmap.h)."""
+    xv, yv = np.asarray(g["xv"]), np.asarray(g["yv"])
+    pitch = np.linalg.norm(xv + yv) if g["staggered"] else max(np.linalg.norm(xv),
+                                                               np.linalg.norm(yv))
+    return 0.9 * float(pitch)
+
+
+def run_points(cases, ours, aa, log):
+    rows = []
+    for s in cases:
+        pose, t_ours = ours.match(s)
+        ok_ours, err_ours = point_success(s, pose)
+        row = dict(family=s["family"], index=s["index"], model=len(s["model"]),
+                   data=len(s["data"]), ours_ok=ok_ours, ours_error=err_ours, ours_s=t_ours)
+        if aa is not None:
+            pose, t_aa = astroalign_match(aa, s)
+            ok_aa, err_aa = point_success(s, pose)
+            row.update(other_ok=ok_aa, other_error=err_aa, other_s=t_aa)
+        rows.append(row)
+        log("%-15s %2d  M=%4d D=%4d  ptmatch %s %8.2f ms   astroalign %s %8.1f ms" % (
+            s["family"], s["index"], row["model"], row["data"], "ok  " if ok_ours else "FAIL",
+            1e3 * t_ours, "ok  " if row.get("other_ok") else "FAIL",
+            1e3 * row.get("other_s", math.nan)))
+    return rows
+
+
+def run_grids(cases, ours, cv2, log):
+    rows = []
+    for g in cases:
+        labels, t_ours = ours.grid(g, snap_size(g))
+        ok_ours, clutter_assigned = ptmatch_grid_success(g, labels)
+        row = dict(family=g["family"], index=g["index"], points=len(g["points"]),
+                   staggered=g["staggered"], ours_ok=ok_ours, ours_s=t_ours,
+                   clutter_assigned=clutter_assigned)
+        if cv2 is not None:
+            for mode, clustering in (("default", False), ("clustering", True)):
+                centres, t = opencv_grid(cv2, g, clustering)
+                row["cv_%s_ok" % mode] = opencv_grid_success(g, centres)
+                row["cv_%s_s" % mode] = t
+        rows.append(row)
+        log("%-16s %2d  N=%4d %s  ptmatch %s %7.3f ms   findCirclesGrid %s %7.3f ms / "
+            "clustering %s %7.3f ms" % (
+                g["family"], g["index"], row["points"], "stag" if g["staggered"] else "sym ",
+                "ok  " if ok_ours else "FAIL", 1e3 * t_ours,
+                "ok  " if row.get("cv_default_ok") else "FAIL",
+                1e3 * row.get("cv_default_s", math.nan),
+                "ok  " if row.get("cv_clustering_ok") else "FAIL",
+                1e3 * row.get("cv_clustering_s", math.nan)))
+    return rows
+
+
+# --- the report ---
+
+def median(values):
+    values = [v for v in values if v == v]
+    return statistics.median(values) if values else math.nan
+
+
+def by_family(rows):
+    families = {}
+    for r in rows:
+        families.setdefault(r["family"], []).append(r)
+    return families
+
+
+def ms(seconds):
+    if seconds != seconds:
+        return "n/a"
+    v = 1e3 * seconds
+    return "%.3g" % v if v < 100 else "%.0f" % v
+
+
+def ratio(a, b):
+    return a / b if a == a and b == b and b > 0 else math.nan
+
+
+def fmt_ratio(r):
+    return "n/a" if r != r else ("%.0fx" % r if r >= 10 else "%.1fx" % r)
+
+
+def point_table(rows):
+    lines = ["| family | cases | ptmatch success | astroalign success | ptmatch median ms "
+             "| astroalign median ms | speed ratio | goal (>= %gx, success >=) |" % SPEED_GOAL,
+             "|---|---|---|---|---|---|---|---|"]
+    verdicts = []
+    for family, fam in by_family(rows).items():
+        n = len(fam)
+        ours = sum(r["ours_ok"] for r in fam)
+        other = sum(bool(r.get("other_ok")) for r in fam)
+        t_ours = median([r["ours_s"] for r in fam])
+        t_other = median([r.get("other_s", math.nan) for r in fam])
+        rr = ratio(t_other, t_ours)
+        met = rr >= SPEED_GOAL and ours >= other and (family != "many" or ours == n)
+        verdicts.append((family, met))
+        lines.append("| %s | %d | %d/%d | %d/%d | %s | %s | %s | %s |" % (
+            family, n, ours, n, other, n, ms(t_ours), ms(t_other), fmt_ratio(rr),
+            "met" if met else "**not met**"))
+    return lines, verdicts
+
+
+def grid_table(rows):
+    lines = ["| family | cases | pt_to_grid_map success | findCirclesGrid success (default / "
+             "clustering) | pt_to_grid_map median ms | findCirclesGrid median ms of its "
+             "successes (default / clustering) | ratio to the faster mode | clutter given a "
+             "node | goal |",
+             "|---|---|---|---|---|---|---|---|---|"]
+    verdicts = []
+    for family, fam in by_family(rows).items():
+        n = len(fam)
+        ours = sum(r["ours_ok"] for r in fam)
+        t_ours = median([r["ours_s"] for r in fam])
+        successes, times = [], []
+        for mode in ("default", "clustering"):
+            successes.append(sum(bool(r.get("cv_%s_ok" % mode)) for r in fam))
+            # A failed call may be a quick refusal (fewer points than the pattern has), so
+            # only the calls that found the grid are timed.
+            times.append(median([r["cv_%s_s" % mode] for r in fam if r.get("cv_%s_ok" % mode)]))
+        known = [t for t in times if t == t]
+        rr = ratio(min(known), t_ours) if known else math.nan
+        clutter = sum(r["clutter_assigned"] for r in fam)
+        met = (rr != rr or rr >= 1.0) and 10 * ours >= 9 * n and ours >= max(successes)
+        verdicts.append((family, met))
+        lines.append("| %s | %d | %d/%d | %d/%d / %d/%d | %s | %s / %s | %s | %d | %s |" % (
+            family, n, ours, n, successes[0], n, successes[1], n, ms(t_ours), ms(times[0]),
+            ms(times[1]), fmt_ratio(rr) if rr == rr else "n/a (never found)", clutter,
+            "met" if met else "**not met**"))
+    return lines, verdicts
+
+
+def machine_lines(build, ours):
+    cpu = platform.processor() or "unknown"
+    try:
+        with open("/proc/cpuinfo") as f:
+            for line in f:
+                if line.startswith("model name"):
+                    cpu = line.split(":", 1)[1].strip()
+                    break
+    except OSError:
+        pass
+    compiler = "unknown"
+    try:
+        with open(os.path.join(build, "CMakeCache.txt")) as f:
+            for line in f:
+                if line.startswith("CMAKE_CXX_COMPILER:"):
+                    path = line.split("=", 1)[1].strip()
+                    compiler = subprocess.run([path, "--version"], capture_output=True,
+                                              text=True).stdout.splitlines()[0]
+    except (OSError, IndexError):
+        pass
+    versions = ["numpy %s" % np.__version__]
+    for name in ("astroalign", "cv2"):
+        try:
+            module = __import__(name)
+            versions.append("%s %s" % ("OpenCV" if name == "cv2" else name,
+                                       getattr(module, "__version__", "?")))
+        except ImportError:
+            versions.append("%s not installed" % name)
+    return ["- CPU: %s, %d logical cores (shared with other work; every tool ran in the "
+            "same process, one after the other, case by case)" % (cpu, os.cpu_count() or 0),
+            "- System: %s %s, Python %s" % (platform.system(), platform.release(),
+                                            platform.python_version()),
+            "- ptmatch: Release build with %s, used through its %s" % (compiler, ours.name),
+            "- Others: %s" % ", ".join(versions),
+            "- Date: %s" % datetime.date.today().isoformat()]
+
+
+def vote_section(path):
+    lines = ["## The voting step against its least work", ""]
+    if not path or not os.path.exists(path):
+        return lines + ["Not measured in this run (bench/vote_bench was not run).", ""]
+    with open(path) as f:
+        report = json.load(f)
+    runs = {b["name"]: b for b in report.get("benchmarks", []) if b.get("run_type") != "aggregate"}
+    lines += [
+        "`bench/vote_bench` votes one lattice step at a time, as the search does (projection "
+        "excluded; clearing, voting and peak collection included), on the occupancy raster of "
+        "realistic scenes, and in the same run does the same number of scattered 16-bit "
+        "increments in a plain loop (the least work: one read-modify-write per vote, at "
+        "precomputed random places in an accumulator of the same size). One vote is one model "
+        "point meeting one occupied cell inside its translation window.", "",
+        "| scene | votes per step | accumulator cells | votes/s, voting step | votes/s, plain "
+        "loop | voting step / plain loop (time) | reference path / plain loop |",
+        "|---|---|---|---|---|---|---|"]
+    for name, b in runs.items():
+        if not name.startswith("BM_VoteStep/"):
+            continue
+        scene = name.split("/", 1)[1]
+        plain = runs.get("BM_PlainIncrements/" + scene)
+        reference = runs.get("BM_VoteStepReference/" + scene)
+        fast = b.get("votes_per_second", math.nan)
+        base = plain.get("votes_per_second", math.nan) if plain else math.nan
+        slow = reference.get("votes_per_second", math.nan) if reference else math.nan
+        lines.append("| %s | %d | %d | %.3g | %.3g | %.2f | %.1f |" % (
+            b.get("label") or scene, int(b.get("votes", 0)), int(b.get("cells", 0)), fast, base,
+            ratio(base, fast), ratio(base, slow)))
+    return lines + [""]
+
+
+def sweep_section(path, plot):
+    lines = ["## Cost growth", ""]
+    if not path or not os.path.exists(path):
+        return lines + ["Not measured in this run (bench/sweep_bench was not run).", ""]
+    with open(path) as f:
+        sweep = json.load(f)
+    lines += [sweep.get("description", ""), "",
+              "| sweep | sizes | fitted slope (log time / log size) |", "|---|---|---|"]
+    for s in sweep.get("series", []):
+        lines.append("| %s | %s | %.2f |" % (s["name"], "%g to %g" % (min(s["sizes"]),
+                                                                       max(s["sizes"])),
+                                             s["slope"]))
+    if plot:
+        lines += ["", "![cost growth](%s)" % os.path.basename(plot)]
+    return lines + [""]
+
+
+def write_report(path, build, ours, args, point_rows, grid_rows):
+    p_lines, p_verdicts = point_table(point_rows)
+    g_lines, g_verdicts = grid_table(grid_rows)
+    text = [
+        "# Performance", "",
+        "Written by `scripts/bench.sh` (through `bench/compare.py`); do not edit by hand. "
+        "Timings on a shared machine are noisy: every comparison here is made side by side "
+        "in one run, and the ratios are the result, not the absolute times.", "",
+        "## Machine", ""] + machine_lines(build, ours) + [
+        "",
+        "## Point matching: ptmatch against astroalign", "",
+        "%d seeded cases per family (seed %d), from `bench/scenarios` (their families are "
+        "described in `bench/scenarios/scenarios.h`). ptmatch is given the rotation, scale and "
+        "translation ranges each scenario declares and its least coverage, and asked for one "
+        "result; astroalign's `find_transform(model, data)` runs with its defaults (it searches "
+        "every pose and takes no ranges). A case succeeds when the pose puts the model points "
+        "within %g px RMS of the truth (for symmetric models up to the symmetry). Times are the "
+        "median over the family's cases of each call's fastest of up to %d repeats; the ratio "
+        "is astroalign's median over ptmatch's." % (args.count, args.seed, POINT_TOLERANCE_PX,
+                                                     MAX_REPEATS), ""] + p_lines + [
+        "",
+        "## Grid mapping: pt_to_grid_map (mfPtToGridMap) against findCirclesGrid", "",
+        "Both get the dot centres (OpenCV's findCirclesGrid without a blob detector, so no "
+        "image processing is timed) and what a user knows: ptmatch the nominal pitch vectors "
+        "and a snap size of 0.9 of the linking pitch, OpenCV the pattern size and kind. A case "
+        "succeeds when every dot is reported at its true node under one relabelling of the "
+        "whole grid. The ratio is the faster OpenCV mode's median over ptmatch's.", ""] + g_lines + [
+        "",
+        "## Goals", ""]
+    for family, met in p_verdicts:
+        text.append("- point family %s: %s" % (family, "met" if met else "not met"))
+    for family, met in g_verdicts:
+        text.append("- grid family %s: %s" % (family, "met" if met else "not met"))
+    text.append("")
+    text += vote_section(args.vote_json)
+    text += sweep_section(args.sweep_json, args.sweep_plot)
+    with open(path, "w") as f:
+        f.write("\n".join(text).rstrip() + "\n")
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
+    parser.add_argument("--build", required=True, help="the Release build directory")
+    parser.add_argument("--count", type=int, default=10, help="cases per family")
+    parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--families", default="", help="comma-separated families (default all)")
+    parser.add_argument("--out", help="write the report here (docs/performance.md)")
+    parser.add_argument("--raw", help="write every case's outcome here as JSON")
+    parser.add_argument("--vote-json", help="Google Benchmark JSON of bench/vote_bench")
+    parser.add_argument("--sweep-json", help="fits written by bench/sweep_fit.py")
+    parser.add_argument("--sweep-plot", help="the plot bench/sweep_fit.py drew")
+    parser.add_argument("--quiet", action="store_true")
+    args = parser.parse_args()
+    log = (lambda line: None) if args.quiet else (lambda line: print(line, flush=True))
+
+    ours = load_ptmatch(args.build)
+    try:
+        import astroalign as aa
+    except ImportError:
+        aa = None
+        print("compare.py: astroalign is not installed; point cases run ptmatch only")
+    try:
+        import cv2
+    except ImportError:
+        cv2 = None
+        print("compare.py: OpenCV (cv2) is not installed; grid cases run ptmatch only")
+
+    program = os.path.join(args.build, "bench", "scenarios", "ptmatch_scenarios")
+    command = [program, "--count", str(args.count), "--seed", str(args.seed)]
+    if args.families:
+        command += ["--families", args.families]
+    scenarios = json.loads(subprocess.run(command, check=True, capture_output=True,
+                                          text=True).stdout)
+    log("ptmatch through its %s; %d point and %d grid cases" % (
+        ours.name, len(scenarios["points"]), len(scenarios["grids"])))
+
+    # Warm every tool up once (imports, first-call set-up) before anything is timed.
+    if scenarios["points"]:
+        ours.match(scenarios["points"][0])
+        if aa is not None:
+            astroalign_match(aa, scenarios["points"][0])
+    if scenarios["grids"]:
+        ours.grid(scenarios["grids"][0], snap_size(scenarios["grids"][0]))
+        if cv2 is not None:
+            opencv_grid(cv2, scenarios["grids"][0], False)
+
+    point_rows = run_points(scenarios["points"], ours, aa, log)
+    grid_rows = run_grids(scenarios["grids"], ours, cv2, log)
+    if args.raw:
+        with open(args.raw, "w") as f:
+            json.dump(dict(points=point_rows, grids=grid_rows), f, indent=1, default=str)
+    if args.out:
+        write_report(args.out, args.build, ours, args, point_rows, grid_rows)
+        log("wrote %s" % args.out)
+    for line in point_table(point_rows)[0] + [""] + grid_table(grid_rows)[0]:
+        log(line)
+
+
+if __name__ == "__main__":
+    main()
