@@ -56,9 +56,9 @@
 //   give a positive snap size, give a count of 0 and valid() false; nothing else is done.
 // - Points spread over more than 2^27 buckets of the snap size throw BadInput instead of
 //   allocating the bucket grid.
-// - With an angle tolerance narrower than 3 whole degrees the rotation is the first
-//   maximum of the few profile entries, without the parabolic refinement (the usual peak
-//   search needs 3 entries); with no entry at all it is 0.
+// - An angle tolerance whose whole degrees (floor of the start to ceil of the end) span
+//   fewer than 3 entries is not refined: with two entries the rotation is the second one
+//   (the peak search always starts there), with one entry that one, with none 0.
 // - Histogram indices that the single wrap by 360 cannot bring into 0..359 (tolerances
 //   wider than a turn) are reduced modulo 360.
 // - A node whose indices exceed 2^30 in magnitude (a degenerate running transform) fails

@@ -215,8 +215,8 @@ void mv_PointToGridCorresponder::train(const mvPelBuffer_const<unsigned char>& i
 void mv_PointToGridCorresponder::train(const std::vector<mvPair<long>>& nodes,
                                        const mv_PointToGridCorresponderTrainParams& params,
                                        const mvXform<2>& clientFromImage) {
+  trainParams_ = params;  // stored before the first node is read, as from an image
   mvAssert(!nodes.empty(), kModule, __LINE__);
-  trainParams_ = params;
 
   // Everything is built aside and committed at the end, so that a failure (memory) leaves
   // the corresponder as it was.

@@ -61,6 +61,75 @@ long bucketCount(double span, double snap) {
   return static_cast<long>(cells) + 1;
 }
 
+/// Snap tolerance, size and angle tolerances (empty ones replaced by the defaults), axis
+/// directions, longest pitch and angular tolerance. False when the snap tolerance is not
+/// positive.
+bool deriveTolerances(const mvPtToGridMapRunParams& params, GridMapContext& ctx) {
+  ctx.snap = snapTolerance(ctx, params.snapSize());
+  if (!(ctx.snap > 0.0)) return false;
+  ctx.sizeTol =
+      params.sizeTol().range() == mvRangeDefs::eEmpty ? mvRange(0.8, 1.2) : params.sizeTol();
+  ctx.angleTol = params.angleTol().range() == mvRangeDefs::eEmpty
+                     ? mvAngleRange(mvRadian(mvDegree(-20.0)), mvRadian(mvDegree(20.0)), false)
+                     : params.angleTol();
+  ctx.alphaX = directionDegrees(ctx.xv);
+  ctx.alphaY = directionDegrees(ctx.yv);
+  ctx.longestPitch = ctx.xv.len();
+  if (ctx.yv.len() > ctx.longestPitch) ctx.longestPitch = ctx.yv.len();
+  ctx.tau = angularTolerance(ctx);
+  ctx.tauComplement = 360.0 - ctx.tau;
+  return true;
+}
+
+/// The points' bounding box.
+struct PointBounds {
+  double minX, maxX, minY, maxY;
+};
+
+/// Bounding box grown from the first point: a value not below the running minimum may
+/// raise the maximum, any other lowers the minimum.
+PointBounds boundingBox(const std::vector<mvVector<2>>& points) {
+  PointBounds b{points[0].x(), points[0].x(), points[0].y(), points[0].y()};
+  for (const mvVector<2>& p : points) {
+    if (p.x() >= b.minX) {
+      if (p.x() > b.maxX) b.maxX = p.x();
+    } else {
+      b.minX = p.x();
+    }
+    if (p.y() >= b.minY) {
+      if (p.y() > b.maxY) b.maxY = p.y();
+    } else {
+      b.minY = p.y();
+    }
+  }
+  return b;
+}
+
+/// The bucket grid with cells of the snap size over the bounding box, and one record per
+/// point, in input order, pushed on the head of its bucket's list (newest first).
+void fillBuckets(const std::vector<mvVector<2>>& points, const PointBounds& b,
+                 GridMapContext& ctx) {
+  ctx.columns = bucketCount(b.maxX - b.minX, ctx.snap);
+  ctx.rows = bucketCount(b.maxY - b.minY, ctx.snap);
+  if (static_cast<double>(ctx.columns) * static_cast<double>(ctx.rows) > kMaxBuckets) {
+    rejectInput(L"The points spread over too many buckets of the snap size.");
+  }
+  ctx.heads.assign(static_cast<std::size_t>(ctx.columns * ctx.rows), kNoRecord);
+
+  ctx.records.resize(points.size());
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    GridMapRecord& rec = ctx.records[i];
+    rec.point = points[i];
+    rec.index = static_cast<long>(i);
+    // Monotone in the coordinate, so never beyond the last column or row.
+    rec.column = static_cast<long>((rec.point.x() - b.minX) / ctx.snap + 0.5);
+    rec.row = static_cast<long>((rec.point.y() - b.minY) / ctx.snap + 0.5);
+    long& headOfBucket = ctx.heads[static_cast<std::size_t>(rec.row * ctx.columns + rec.column)];
+    rec.next = headOfBucket;
+    headOfBucket = rec.index;
+  }
+}
+
 }  // namespace
 
 void checkGridMapInput(const std::vector<mvVector<2>>& points,
@@ -98,55 +167,8 @@ void setGridVectors(const mvPtToGridMapRunParams& params, GridMapContext& ctx) {
 
 bool buildBuckets(const std::vector<mvVector<2>>& points, const mvPtToGridMapRunParams& params,
                   GridMapContext& ctx) {
-  ctx.snap = snapTolerance(ctx, params.snapSize());
-  if (!(ctx.snap > 0.0)) return false;
-
-  ctx.sizeTol =
-      params.sizeTol().range() == mvRangeDefs::eEmpty ? mvRange(0.8, 1.2) : params.sizeTol();
-  ctx.angleTol = params.angleTol().range() == mvRangeDefs::eEmpty
-                     ? mvAngleRange(mvRadian(mvDegree(-20.0)), mvRadian(mvDegree(20.0)), false)
-                     : params.angleTol();
-  ctx.alphaX = directionDegrees(ctx.xv);
-  ctx.alphaY = directionDegrees(ctx.yv);
-  ctx.longestPitch = ctx.xv.len();
-  if (ctx.yv.len() > ctx.longestPitch) ctx.longestPitch = ctx.yv.len();
-  ctx.tau = angularTolerance(ctx);
-  ctx.tauComplement = 360.0 - ctx.tau;
-
-  double minX = points[0].x(), maxX = minX;
-  double minY = points[0].y(), maxY = minY;
-  for (const mvVector<2>& p : points) {
-    if (p.x() >= minX) {
-      if (p.x() > maxX) maxX = p.x();
-    } else {
-      minX = p.x();
-    }
-    if (p.y() >= minY) {
-      if (p.y() > maxY) maxY = p.y();
-    } else {
-      minY = p.y();
-    }
-  }
-
-  ctx.columns = bucketCount(maxX - minX, ctx.snap);
-  ctx.rows = bucketCount(maxY - minY, ctx.snap);
-  if (static_cast<double>(ctx.columns) * static_cast<double>(ctx.rows) > kMaxBuckets) {
-    rejectInput(L"The points spread over too many buckets of the snap size.");
-  }
-  ctx.heads.assign(static_cast<std::size_t>(ctx.columns * ctx.rows), kNoRecord);
-
-  ctx.records.resize(points.size());
-  for (std::size_t i = 0; i < points.size(); ++i) {
-    GridMapRecord& rec = ctx.records[i];
-    rec.point = points[i];
-    rec.index = static_cast<long>(i);
-    // Monotone in the coordinate, so never beyond the last column or row.
-    rec.column = static_cast<long>((rec.point.x() - minX) / ctx.snap + 0.5);
-    rec.row = static_cast<long>((rec.point.y() - minY) / ctx.snap + 0.5);
-    long& headOfBucket = ctx.heads[static_cast<std::size_t>(rec.row * ctx.columns + rec.column)];
-    rec.next = headOfBucket;
-    headOfBucket = rec.index;
-  }
+  if (!deriveTolerances(params, ctx)) return false;
+  fillBuckets(points, boundingBox(points), ctx);
   return true;
 }
 

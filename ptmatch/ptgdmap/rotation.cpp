@@ -72,10 +72,10 @@ std::vector<long> rotationProfile(const GridMapContext& ctx, const std::vector<l
 /// offset (kept so on purpose).
 double profilePeak(const std::vector<long>& P) {
   const long size = static_cast<long>(P.size());
-  if (size < 3) {
-    // Too few entries for the search below: the first maximum, unrefined.
-    return P.size() == 2 && P[1] > P[0] ? 1.0 : 0.0;
-  }
+  // The search starts at index 1 whatever index 0 holds. With two entries that is the
+  // peak, and it has no right neighbour to be refined with; a single entry is its own.
+  if (size == 1) return 0.0;
+  if (size == 2) return 1.0;
   long peak = 1;
   for (long i = 2; i < size - 2; ++i) {
     if (P[static_cast<std::size_t>(i)] > P[static_cast<std::size_t>(peak)]) peak = i;

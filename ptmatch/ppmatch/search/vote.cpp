@@ -1,10 +1,12 @@
 #include "ppmatch/search/vote.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <limits>
 
 #include "ppmatch/search/grid_space.h"
+#include "ppmatch/search/peaks.h"
 
 namespace ptmatch {
 namespace detail {
@@ -188,36 +190,21 @@ void collectPeaks(const mvPelBuffer_const<std::int16_t>& accumulator, long minSc
                   const mvPelRect& window, double scale, const mvDegree& rotation,
                   HypothesisStore& store) {
   const long width = accumulator.width();
-  const long height = accumulator.height();
-  if (store.maxResults() < 2 || width < 2 || height < 2) return;
-  for (long v = 0; v < height; ++v) {
-    const std::int16_t* up = v > 0 ? accumulator.pointToRow(v - 1) : nullptr;
-    const std::int16_t* row = accumulator.pointToRow(v);
-    if (!rowReaches(row, width, minScore)) continue;
-    const std::int16_t* down = v + 1 < height ? accumulator.pointToRow(v + 1) : nullptr;
-    for (long u = 0; u < width; ++u) {
-      const long value = row[u];
-      if (value < minScore) continue;
-      const bool hasLeft = u > 0;
-      const bool hasRight = u + 1 < width;
-      // Strictly above the neighbours that come earlier in row order (and lower-left)...
-      if (hasLeft && !(value > row[u - 1])) continue;
-      if (up != nullptr && hasLeft && !(value > up[u - 1])) continue;
-      if (up != nullptr && !(value > up[u])) continue;
-      if (down != nullptr && hasLeft && !(value > down[u - 1])) continue;
-      // ...and at least equal to the others.
-      if (hasRight && !(value >= row[u + 1])) continue;
-      if (up != nullptr && hasRight && !(value >= up[u + 1])) continue;
-      if (down != nullptr && !(value >= down[u])) continue;
-      if (down != nullptr && hasRight && !(value >= down[u + 1])) continue;
-      CellHypothesis peak;
-      peak.offset = mvPair<long>(window.x() + u, window.y() + v);
-      peak.scale = scale;
-      peak.rotation = rotation;
-      store.add(value, peak);
-    }
-  }
+  collectPeakRows([&](long v) { return accumulator.pointToRow(v); },
+                  [&](const std::int16_t* row) { return rowReaches(row, width, minScore); }, width,
+                  accumulator.height(), 0, accumulator.height() - 1, minScore, window, scale,
+                  rotation, store);
 }
+
+namespace {
+
+std::atomic<VoteMethod> newVoterMethod{VoteMethod::eScatter};
+
+}  // namespace
+
+void setVoteMethod(VoteMethod method) { newVoterMethod.store(method); }
+
+VoteMethod voteMethod() { return newVoterMethod.load(); }
 
 Voter::Voter(const std::vector<mvVector<2>>& modelPoints, const mvXform<2>& dataToGrid,
              const mvVector<2>& modelCenter, const mvPelBuffer_const<unsigned char>& occupancy,
@@ -228,16 +215,37 @@ Voter::Voter(const std::vector<mvVector<2>>& modelPoints, const mvXform<2>& data
       occupancy(occupancy),
       window(window),
       weights(std::move(weights)),
-      accumulator(window.width() + 1, window.height() + 1) {
+      method(voteMethod()) {
+  if (method == VoteMethod::eReference) {
+    accumulator = mvPelBuffer<std::int16_t>(window.width() + 1, window.height() + 1);
+  } else {
+    scatter = std::make_unique<ScatterVoter>(occupancy, window);
+    scatter->reserve(modelPoints.size());
+  }
   projected.reserve(modelPoints.size());
 }
 
 void Voter::voteAndCollect(double scale, const mvDegree& rotation, long& minScore,
                            HypothesisStore& store) {
   projectModel(modelPoints, modelToGrid(dataToGrid, modelCenter, scale, rotation), projected);
+  voteProjected(scale, rotation, minScore, store);
+}
+
+void Voter::voteProjected(double scale, const mvDegree& rotation, long& minScore,
+                          HypothesisStore& store) {
   if (store.numResults() == store.maxResults()) minScore = store.lowestScore() + 1;
-  voteTranslations(occupancy, window, projected, weights, accumulator, counts);
-  collectPeaks(accumulator, minScore, window, scale, rotation, store);
+  if (method == VoteMethod::eReference) {
+    voteTranslations(occupancy, window, projected, weights, accumulator, counts);
+    collectPeaks(accumulator, minScore, window, scale, rotation, store);
+  } else {
+    scatter->vote(projected, weights);
+    scatter->collectPeaks(minScore, scale, rotation, store);
+  }
+}
+
+std::int16_t Voter::accumulatorAt(long u, long v) const {
+  if (method == VoteMethod::eReference) return accumulator.pointToRow(v)[u];
+  return scatter->at(u, v);
 }
 
 }  // namespace detail

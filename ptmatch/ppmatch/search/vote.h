@@ -1,15 +1,25 @@
 // Translation voting: at one scale and rotation, every projected model point adds the
 // occupancy raster, shifted by its cell, over the window of model-centre offsets into a
 // 16-bit accumulator; the accumulator's peaks become hypotheses.
+//
+// Two ways compute the accumulator: the reference, which adds the whole window of the
+// raster per model point (voteTranslations, collectPeaks), and the scatter vote
+// (scatter_vote.h), which adds only the occupied cells and scans only the touched rows.
+// They give the same accumulator values, hence the same stores, poses and maps; the
+// scatter vote is the default, the reference stays as the yardstick of the differential
+// tests and benchmarks (setVoteMethod).
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "mvbase/geometry.h"
 #include "mvbase/image.h"
 #include "ppmatch/model.h"
+#include "ppmatch/search/scatter_vote.h"
 #include "ppmatch/search/search.h"
+#include "ptmatch/export.h"
 
 namespace ptmatch {
 namespace detail {
@@ -61,16 +71,39 @@ void collectPeaks(const mvPelBuffer_const<std::int16_t>& accumulator, long minSc
                   const mvPelRect& window, double scale, const mvDegree& rotation,
                   HypothesisStore& store);
 
-/// Everything a vote at one scale and rotation needs, with its reusable buffers.
-struct Voter {
+/// How a Voter computes its accumulator.
+enum class VoteMethod {
+  /// Every model point adds its whole window of the occupancy raster (voteTranslations).
+  eReference,
+  /// Every model point adds only the occupied cells in its window (ScatterVoter).
+  eScatter
+};
+
+/// Sets the method of the Voters constructed from now on, in every thread. Both give the
+/// same results; the switch exists for the differential tests and the benchmarks.
+PTMATCH_API void setVoteMethod(VoteMethod method);
+/// The method new Voters use (eScatter unless setVoteMethod said otherwise).
+PTMATCH_API VoteMethod voteMethod();
+
+/// Everything a vote at one scale and rotation needs, with its reusable buffers. Exported
+/// for the differential tests and the voting benchmark only.
+struct PTMATCH_API Voter {
   Voter(const std::vector<mvVector<2>>& modelPoints, const mvXform<2>& dataToGrid,
         const mvVector<2>& modelCenter, const mvPelBuffer_const<unsigned char>& occupancy,
         const mvPelRect& window, std::vector<std::int16_t> weights);
 
-  /// Projects the model at scale and rotation, raises minScore to the store's lowest
-  /// score + 1 when the store is full, votes, and inserts the peaks into store.
+  /// Projects the model at scale and rotation and votes with it (voteProjected).
   void voteAndCollect(double scale, const mvDegree& rotation, long& minScore,
                       HypothesisStore& store);
+
+  /// With the cells in projected: raises minScore to the store's lowest score + 1 when the
+  /// store is full, votes, and inserts the peaks into store with scale and rotation.
+  void voteProjected(double scale, const mvDegree& rotation, long& minScore,
+                     HypothesisStore& store);
+
+  /// Accumulator cell (u, v) of the last vote, 0 <= u <= window width, 0 <= v <= window
+  /// height.
+  std::int16_t accumulatorAt(long u, long v) const;
 
   const std::vector<mvVector<2>>& modelPoints;
   const mvXform<2> dataToGrid;
@@ -79,11 +112,15 @@ struct Voter {
   const mvPelRect window;
   /// Quantised weights; empty for an unweighted model.
   const std::vector<std::int16_t> weights;
-  /// Votes per model-centre offset of the window.
+  /// The method chosen at construction.
+  const VoteMethod method;
+  /// Votes per model-centre offset of the window (reference method only).
   mvPelBuffer<std::int16_t> accumulator;
+  /// The scatter vote with its accumulator (scatter method only).
+  std::unique_ptr<ScatterVoter> scatter;
   /// Cells of the projected model points.
   std::vector<mvPair<long>> projected;
-  /// 8-bit vote counts of one band of accumulator rows.
+  /// 8-bit vote counts of one band of accumulator rows (reference method only).
   std::vector<unsigned char> counts;
 };
 
