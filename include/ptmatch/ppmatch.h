@@ -32,6 +32,7 @@ class PTMATCH_API mvPointMatcherDefs {
   class PTMATCH_API Errors : public mvExceptionWithString {
    public:
     explicit Errors(const std::wstring& message);
+    void suicideAndRethrow() override;
     void dispatchSerialize(mvArchive& ar) override;
     static mvPersistent* make();
 

@@ -38,8 +38,9 @@
 // about 42 degrees at s = 0.9 pitch.
 //
 // What the indices mean. Node (0, 0) is the point from which the growth transform was
-// started (the seed or a linked neighbour, whichever trial fitted best), so the index
-// origin depends on the data. The first index grows along xv and the second along yv,
+// started (the seed, a followed neighbour or one of its followed neighbours, whichever
+// trial fitted best; the seed on a tie), so the index origin depends on the data. The
+// first index grows along xv and the second along yv,
 // turned by the rotation found within the angle tolerance, so the axes are not swapped or
 // reversed as long as the grid's true rotation lies within the tolerance and the tolerance
 // is narrower than 45 degrees to either side; a wider one (a full range, say) may find the

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <memory>
 #include <new>
-#include <optional>
 
 #include "gridcorr/module.h"
 #include "mvbase/timer.h"
@@ -37,6 +36,76 @@ bool roomForPattern(const mvPelRect& observed, const mvRectangle<long>& patternR
 
 // The reported results as the run fills them.
 using Results = std::vector<mv_PointToGridCorresponderResult>;
+
+// One pointer per row of the padded image, so that probing reads a pel as row pointer
+// plus column.
+using RowTable = std::unique_ptr<unsigned char*[]>;
+
+// The row table's storage; InsufficientMemory when it cannot be had.
+RowTable allocateRowTable(long height) {
+  RowTable rows(new (std::nothrow) unsigned char*[static_cast<std::size_t>(height)]);
+  if (!rows) throw Defs::InsufficientMemory(L"");
+  return rows;
+}
+
+// Entry 0 points at row 0; each next entry adds the row stride.
+void fillRowTable(mvPelBuffer<unsigned char>& pels, RowTable& rows) {
+  rows[0] = pels.pointToRow(0);
+  for (long y = 1; y < pels.height(); ++y) rows[y] = rows[y - 1] + pels.rowUpdate();
+}
+
+// The positions a scan keeps: a score store, or with capacity 1 a single best candidate
+// (score 0, position unset until a higher score comes).
+class Candidates {
+ public:
+  // The store never needs more room than the scan has positions; capping it there
+  // changes nothing, since a store that never fills never evicts.
+  Candidates(long maxScore, long capacity, long positions) {
+    if (capacity != 1) {
+      store_ = std::make_unique<mvScoreHashing>(maxScore, std::min(capacity, positions + 1));
+    }
+  }
+
+  // A position whose score reached the threshold. The store may refuse it (no error); the
+  // single best keeps the first position reached among equal scores (smallest y, then
+  // smallest x).
+  void offer(long score, const mvPair<long>& position) {
+    if (store_) {
+      store_->add(score, position);
+    } else if (score > bestScore_) {
+      bestScore_ = score;
+      bestPosition_ = position;
+    }
+  }
+
+  // How many results the run reports: as many as the store holds, or 1 when the single
+  // best reached the threshold.
+  long resultCount(long threshold) const {
+    if (store_) return store_->numResults();
+    return bestScore_ >= threshold ? 1 : 0;
+  }
+
+  // Calls report(score, position) for the results to fill, best first: the store from
+  // its highest score down (newest first within a score) while the score is at least 1,
+  // which may leave the tail of the results default-constructed; or the single best.
+  template <typename Report>
+  void forEachReported(long threshold, Report report) {
+    if (!store_) {
+      if (bestScore_ >= threshold) report(bestScore_, bestPosition_);
+      return;
+    }
+    if (store_->numResults() < 1) return;
+    mvPair<long> position;
+    for (long score = store_->first(position); score >= 1; score = store_->next(position)) {
+      report(score, position);
+    }
+  }
+
+ private:
+  std::unique_ptr<mvScoreHashing> store_;  // null with capacity 1
+  long bestScore_ = 0;
+  mvPair<long> bestPosition_;
+};
 
 }  // namespace
 
@@ -105,44 +174,22 @@ bool mv_PointToGridCorresponder::run_(const mvPelBuffer<unsigned char>& padded,
                                       const mvPelRect& observedRect,
                                       const mv_PointToGridCorresponderRunParams& params,
                                       mv_PointToGridCorresponderResultSet& results) const {
-  // The row table: probing reads a pel as row pointer plus column. The copy shares the
-  // pels and gives writable row pointers, which probing never writes through.
+  // The copy shares the pels and gives writable row pointers, which probing never writes
+  // through.
   mvPelBuffer<unsigned char> pels = padded;
-  const long height = pels.height();
-  std::unique_ptr<unsigned char*[]> rows(
-      new (std::nothrow) unsigned char*[static_cast<std::size_t>(height)]);
-  if (!rows) throw Defs::InsufficientMemory(L"");
+  RowTable rows = allocateRowTable(pels.height());
 
   const long n = static_cast<long>(probes_.size());
   const long threshold = static_cast<long>(params.accept() * static_cast<double>(n));
   const long scanWidth = pels.width() - patternRect_.width();
-  const long scanHeight = height - patternRect_.height();
+  const long scanHeight = pels.height() - patternRect_.height();
+  Candidates candidates(n, params.maxNumResults(), scanWidth * scanHeight);
 
-  // With capacity 1 a single best candidate is kept instead of a store. The first
-  // position reached among equal scores stays (smallest y, then smallest x).
-  const bool keepSingleBest = params.maxNumResults() == 1;
-  long bestScore = 0;
-  mvPair<long> bestPosition;
-  // The store never needs more room than the scan has positions; capping it there
-  // changes nothing, since a store that never fills never evicts.
-  std::optional<mvScoreHashing> store;
-  if (!keepSingleBest) {
-    store.emplace(n, std::min(params.maxNumResults(), scanWidth * scanHeight + 1));
-  }
-
-  rows[0] = pels.pointToRow(0);
-  for (long y = 1; y < height; ++y) rows[y] = rows[y - 1] + pels.rowUpdate();
-
+  fillRowTable(pels, rows);
   for (long y = 0; y < scanHeight; ++y) {
     for (long x = 0; x < scanWidth; ++x) {
       const long score = probe_(rows.get(), x, y, threshold);
-      if (score < threshold) continue;
-      if (!keepSingleBest) {
-        store->add(score, mvPair<long>(x, y));  // a refusal is no error
-      } else if (score > bestScore) {
-        bestScore = score;
-        bestPosition = mvPair<long>(x, y);
-      }
+      if (score >= threshold) candidates.offer(score, mvPair<long>(x, y));
     }
   }
   rows.reset();
@@ -153,27 +200,14 @@ bool mv_PointToGridCorresponder::run_(const mvPelBuffer<unsigned char>& padded,
       mvPair<long>(-kBorder, -kBorder) + observedRect.ul() - patternRect_.ul();
   const double scale = 1.0 / static_cast<double>(n);
   Results& out = results.results_;
-  if (!keepSingleBest) {
-    // Highest score first, newest first within a score. Filling stops at the first score
-    // below 1, which leaves the rest of the list default-constructed (not found).
-    if (store->numResults() > 0) {
-      out.resize(static_cast<std::size_t>(store->numResults()));
-      mvPair<long> position;
-      std::size_t next = 0;
-      for (long score = store->first(position); score >= 1 && next < out.size();
-           score = store->next(position)) {
-        out[next++] =
-            mv_PointToGridCorresponderResult(static_cast<double>(score) * scale, position + offset);
-      }
-    } else {
-      out.clear();
-    }
-  } else if (bestScore >= threshold) {
-    out.assign(1, mv_PointToGridCorresponderResult(static_cast<double>(bestScore) * scale,
-                                                   bestPosition + offset));
-  } else {
-    out.clear();
-  }
+  out.assign(static_cast<std::size_t>(candidates.resultCount(threshold)),
+             mv_PointToGridCorresponderResult());
+  std::size_t next = 0;
+  candidates.forEachReported(threshold, [&](long score, const mvPair<long>& position) {
+    if (next >= out.size()) return;  // the walk gives each entry once; kept for safety
+    out[next++] =
+        mv_PointToGridCorresponderResult(static_cast<double>(score) * scale, position + offset);
+  });
   return !out.empty();
 }
 

@@ -57,6 +57,8 @@ template <typename E>
 
 mvPointMatcherDefs::Errors::Errors(const std::wstring& message) : mvExceptionWithString(message) {}
 
+void mvPointMatcherDefs::Errors::suicideAndRethrow() { rethrowCopyOf(this); }
+
 void mvPointMatcherDefs::Errors::dispatchSerialize(mvArchive& ar) {
   dispatchWithClassVersion(this, sizeof(*this), ar,
                            [&](unsigned char version) { Errors::serialize_(ar, version); });

@@ -13,9 +13,14 @@
 // - A training image whose client-from-image transform is not finite is refused with
 //   BadParams before anything is stored; an unbound image has no set pixels and is
 //   refused like any image with fewer than 3 (InsufficientModelPoints, empty message).
-// - The corresponder and the nested matcher are trained aside and stored together at the
-//   end, so a failure of either training leaves the matcher untrained (the pattern
-//   transform and the pattern cell count keep the values of the failed training).
+// - The corresponder is trained aside and stored once its training has succeeded, so a
+//   failure there leaves the matcher untrained (the pattern transform and the pattern cell
+//   count keep the values of the failed training).
+//
+// Every later step stores what it makes as it goes: the cells, then the nested matcher,
+// which exists before it is trained. A failure of the nested training therefore passes out
+// with the matcher partly trained: it keeps its corresponder (so it reports ePointToGrid
+// and runs point to grid), its cells and an untrained nested matcher.
 #include <cmath>
 #include <memory>
 #include <utility>
@@ -147,16 +152,15 @@ bool isSparse(const SetPixels& pixels, long cellCount, bool staggered) {
   return true;
 }
 
-// Trained from the pattern's points for a sparse pattern, else left untrained.
-std::unique_ptr<mvPointMatcher> nestedMatcherFor(const std::vector<mvVector<2>>& points,
-                                                 bool sparse) {
-  auto nested = std::make_unique<mvPointMatcher>();
+// Trains the nested matcher from the pattern's points for a sparse pattern, else leaves it
+// untrained.
+void trainNestedMatcher(mvPointMatcher& nested, const std::vector<mvVector<2>>& points,
+                        bool sparse) {
   if (sparse) {
-    nested->train(points, mvPointMatcherDefs::eAutoDetect);
+    nested.train(points, mvPointMatcherDefs::eAutoDetect);
   } else {
-    nested->untrain();
+    nested.untrain();
   }
-  return nested;
 }
 
 }  // namespace
@@ -173,15 +177,13 @@ void mvPointMatcher::train(const mvPelBuffer_const<unsigned char>& image) {
     throw mvPointMatcherDefs::InsufficientModelPoints(L"");
   }
 
-  std::unique_ptr<mv_PointToGridCorresponder> corresponder =
-      trainedCorresponder(image, scan.staggered);
+  gridCorresponder_ = trainedCorresponder(image, scan.staggered);
   PatternCells list = listCells(pixels, patternCellCount_, patternTransform_);
-  std::unique_ptr<mvPointMatcher> nested =
-      nestedMatcherFor(list.points, isSparse(pixels, patternCellCount_, scan.staggered));
-
-  gridCorresponder_ = std::move(corresponder);
-  nestedMatcher_ = std::move(nested);
   patternCells_ = std::move(list.cells);
+
+  nestedMatcher_ = std::make_unique<mvPointMatcher>();
+  trainNestedMatcher(*nestedMatcher_, list.points,
+                     isSparse(pixels, patternCellCount_, scan.staggered));
 }
 
 const mvPelBuffer_const<unsigned char>& mvPointMatcher::pattern() const {

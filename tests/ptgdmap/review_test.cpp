@@ -47,8 +47,7 @@ mvAngleRange degreeRange(double from, double to) {
 TEST(GridMapReview, TwoEntryProfileTakesTheSecondEntryAsThePeak) {
   const mvVector<2> p0(0.0, 0.0);
   const mvVector<2> q0(5.0, 0.0);
-  const std::vector<mvVector<2>> points = {p0, towards(p0, 0.4, 3.7), q0,
-                                           towards(q0, 0.4, -3.3)};
+  const std::vector<mvVector<2>> points = {p0, towards(p0, 0.4, 3.7), q0, towards(q0, 0.4, -3.3)};
   const mvPtToGridMapRunParams params(mvVector<2>(10.0, 0.0), mvVector<2>(0.0, 10.0), false, 0.5,
                                       mvRange(0.01, 1.2), degreeRange(0.2, 0.7));
   mvPtToGridMapResult result;
@@ -59,4 +58,37 @@ TEST(GridMapReview, TwoEntryProfileTakesTheSecondEntryAsThePeak) {
   EXPECT_EQ(result.map()[1], mvPair<long>(0, 0));
   EXPECT_EQ(result.map()[2], mvPair<long>(kU, kU));
   EXPECT_EQ(result.map()[3], mvPair<long>(kU, kU));
+}
+
+// The initial estimate keeps the trial of smallest error among the seed and its followed
+// neighbours, and the first growth pass starts from the kept trial's point.
+//
+// One grid vector (10, 0), snap size 10 (buckets 0, 1 and 2 along x), default tolerances.
+// A = (0, 0), B = (10.5, 0), C = (20.5, 0): A links to B, B to C and A, C to B. The
+// direction histogram has 2 links at 0 and 2 at 180 degrees; the profile is symmetric
+// about 0, so the rotation is 0. A is visited first and follows A -> B -> C: score 2, the
+// seed. A's trial (node 0 on A, node 1 on (10, 0)) snaps B to node 1 at (10, 0): error
+// 0.25. B's trial (node 0 on B, node 1 on (20.5, 0)) puts C exactly on node 1: error 0, so
+// it is kept and B becomes node 0. (C has no followed link: error infinite.)
+//
+// First pass, centred on B's bucket: B -> 0, then ring 1: C -> 1 and A -> -1 (0.5 off);
+// count 3 refits. Second pass, centred on A's bucket: A -> -1, B -> 0, C -> 1. The final
+// similarity through (-1, 0), (0, 10.5), (1, 20.5): scale 10.25, translation 31 / 3.
+TEST(GridMapReview, InitialEstimateKeepsTheNeighbourTrialOfSmallerError) {
+  const std::vector<mvVector<2>> points = {mvVector<2>(0.0, 0.0), mvVector<2>(10.5, 0.0),
+                                           mvVector<2>(20.5, 0.0)};
+  mvPtToGridMapResult result;
+  EXPECT_EQ(mfPtToGridMap(
+                points, mvPtToGridMapRunParams(mvVector<2>(10.0, 0.0), mvVector<2>(), false, 10.0),
+                result),
+            3);
+  EXPECT_TRUE(result.valid());
+  ASSERT_EQ(result.map().size(), 3u);
+  EXPECT_EQ(result.map()[0], mvPair<long>(-1, 0));
+  EXPECT_EQ(result.map()[1], mvPair<long>(0, 0));
+  EXPECT_EQ(result.map()[2], mvPair<long>(1, 0));
+  EXPECT_NEAR(result.grid2point().matrix().element(0, 0), 10.25, 1e-9);
+  EXPECT_NEAR(result.grid2point().matrix().element(1, 0), 0.0, 1e-9);
+  EXPECT_NEAR(result.grid2point().trans().x(), 31.0 / 3.0, 1e-9);
+  EXPECT_NEAR(result.grid2point().trans().y(), 0.0, 1e-9);
 }

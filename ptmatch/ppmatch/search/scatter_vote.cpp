@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <limits>
+#include <cstdio>
+#include <cstdlib>
 
 #include "ppmatch/search/peaks.h"
 #include "ppmatch/search/vote_kernels.h"
@@ -20,8 +22,8 @@ constexpr long kPadAfter = kVoteBlock;
 // Relative costs of a model point's two ways to vote: scattering one piece, and adding
 // one window row (a fixed part, and a part per block of kVoteBlock cells). Measured with
 // bench/vote_bench; either way gives the same accumulator.
-constexpr long kPieceCost = 7;
-constexpr long kRowCost = 10;
+constexpr long kPieceCost = 3;
+constexpr long kRowCost = 5;
 constexpr long kBlockCost = 2;
 
 // Accumulator cells in one band of rows summed by the dense points: 16 KiB, a part of the
@@ -213,7 +215,8 @@ void ScatterVoter::vote(const std::vector<mvPair<long>>& projected,
     if (!reach(projected[i], r)) continue;
     touchedFirst_ = std::min(touchedFirst_, r.first - r.y0);
     touchedLast_ = std::max(touchedLast_, r.last - r.y0);
-    if (cheaperToScatter(r)) {
+    static const char* force = getenv("PTFORCE");
+    if (force ? force[0] == 's' : cheaperToScatter(r)) {
       scatterPoint(r, weight);
     } else {
       dense_.push_back(DensePoint{r, weight});
