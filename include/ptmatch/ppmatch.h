@@ -106,9 +106,9 @@ class PTMATCH_API mvPointMatcherRunParams {
   mvPointMatcherRunParams(double minCoverage, const mvXform<2>& startPose,
                           const mvRange& xTranslationUncertainty,
                           const mvRange& yTranslationUncertainty,
-                          const mvAngleRange& rotationUncertainty,
-                          const mvRange& scaleUncertainty, bool autoGridSize, double gridSize,
-                          bool autoCaptureRange, double captureRange, long maxNumResults);
+                          const mvAngleRange& rotationUncertainty, const mvRange& scaleUncertainty,
+                          bool autoGridSize, double gridSize, bool autoCaptureRange,
+                          double captureRange, long maxNumResults);
 
   double minCoverage() const { return minCoverage_; }
   mvXform<2> startPose() const { return startPose_; }
@@ -171,11 +171,14 @@ class PTMATCH_API mvPointMatcherResult {
   /// The model-to-data pose.
   const mvXform<2>& modelToDataXform() const { return modelToDataXform_; }
   /// Index of the matched data point per model point, negative when unmatched. Throws
-  /// NotRun for a point-to-grid result.
+  /// NotRun unless the result was found point to point or exhaustively.
   const std::vector<long>& modelToDataMap() const;
   /// Matched model weight over total model weight.
   double coverage() const { return coverage_; }
-  /// Root-mean-square distance of the matched pairs under the pose.
+  /// Root-mean-square distance of the matched pairs under the pose. A result of a dense
+  /// pattern holds instead the mean squared distance between each labelled data point,
+  /// mapped back by the pose, and its pixel's position; one of a sparse pattern holds the
+  /// nested point search's fit error.
   double fitError() const { return fitError_; }
   /// Index of the data point in a grid cell (pattern frame). Throws NotRun unless the
   /// result is a point-to-grid one.

@@ -120,6 +120,17 @@ bool fitPose(const PointList& aPoints, const PointList& bPoints, int dof, bool a
   }
 }
 
+// The pose of one pairing: none unless it is one to one, pairs at least two points and
+// gives a fit that succeeds and is not singular.
+bool poseOfPairing(const std::vector<long>& assign, const Sides& sides, int dof,
+                   std::vector<bool>& usedB, PointList& aPoints, PointList& bPoints,
+                   mvXform<2>& pose) {
+  if (!isOneToOne(assign, usedB)) return false;
+  collectPairs(assign, sides, aPoints, bPoints);
+  if (aPoints.size() < 2) return false;
+  return fitPose(aPoints, bPoints, dof, sides.aIsModel, pose);
+}
+
 // True when the pose, taken relative to the start pose, lies inside all four uncertainty
 // ranges, tested as x, y, rotation, then relative scale change.
 bool isWithinUncertainty(const mvXform<2>& pose, const mvPointMatcherRunParams& params) {
@@ -177,6 +188,25 @@ bool goesBefore(double coverageA, double fitErrorA, const mvPointMatcherResult& 
   return ptmatch::detail::compareResultOrder(&ea, &eb) < 0;
 }
 
+// True when a result of this coverage and fit error has a place in a list of at most
+// maxResults: a full list keeps its entries when the new one would sort after all of them.
+bool hasPlace(const std::vector<mvPointMatcherResult>& results, std::size_t maxResults,
+              double coverage, double fitError) {
+  if (results.size() < maxResults) return true;
+  return !results.empty() && goesBefore(coverage, fitError, results.back());
+}
+
+// Puts the result after every result it does not go before, then cuts the list to
+// maxResults.
+void insertInResultOrder(std::vector<mvPointMatcherResult>& results, mvPointMatcherResult&& result,
+                         std::size_t maxResults) {
+  const auto at = std::find_if(results.begin(), results.end(), [&](const auto& r) {
+    return goesBefore(result.coverage(), result.fitError(), r);
+  });
+  results.insert(at, std::move(result));
+  if (results.size() > maxResults) results.pop_back();
+}
+
 }  // namespace
 
 void mvPointMatcher::runExhaustive_(const std::vector<mvVector<2>>& dataPoints,
@@ -213,10 +243,7 @@ void mvPointMatcher::runExhaustive_(const std::vector<mvVector<2>>& dataPoints,
   std::uint32_t pairingsTried = 0;
   while (!assign.empty() && nextPairing(assign, sizeB)) {
     if (pairingsTried++ % kAttentionInterval == 0) mvAttention::check();
-    if (!isOneToOne(assign, usedB)) continue;
-    collectPairs(assign, sides, aPoints, bPoints);
-    if (aPoints.size() < 2) continue;
-    if (!fitPose(aPoints, bPoints, dof, sides.aIsModel, pose)) continue;
+    if (!poseOfPairing(assign, sides, dof, usedB, aPoints, bPoints, pose)) continue;
     if (!isWithinUncertainty(pose, resolved)) continue;
 
     scorePose(pose, modelPoints, model.weights, dataPoints, captureRange2, usedData, score);
@@ -226,11 +253,7 @@ void mvPointMatcher::runExhaustive_(const std::vector<mvVector<2>>& dataPoints,
     const double count = static_cast<double>(score.count);
     const double coverage = count * 1.0 / static_cast<double>(model.totalWeight);
     const double fitError = std::sqrt(score.sumSq / count);
-    // A full list keeps its entries when the new result would sort after all of them.
-    if (results.size() >= maxResults &&
-        (results.empty() || !goesBefore(coverage, fitError, results.back()))) {
-      continue;
-    }
+    if (!hasPlace(results, maxResults, coverage, fitError)) continue;
 
     mvPointMatcherResult result;
     result.setRunMode_(mvPointMatcherDefs::eExhaustiveMode);
@@ -238,10 +261,7 @@ void mvPointMatcher::runExhaustive_(const std::vector<mvVector<2>>& dataPoints,
     result.setModelToDataMap_(score.modelToDataMap);
     result.setCoverage_(coverage);
     result.setFitError_(fitError);
-    const auto at = std::find_if(results.begin(), results.end(),
-                                 [&](const auto& r) { return goesBefore(coverage, fitError, r); });
-    results.insert(at, std::move(result));
-    if (results.size() > maxResults) results.pop_back();
+    insertInResultOrder(results, std::move(result), maxResults);
   }
 
   resultSet.getResults_() = std::move(results);

@@ -82,6 +82,21 @@ bool onPatternCell(const mvPair<long>& pixel, const mvPelBuffer_const<unsigned c
   return pattern.get(pixel) != 0;
 }
 
+// The hits of the pattern placed at position: every mapped data point that, taken relative
+// to position, lands on a set pel of the pattern, in data order.
+PatternHits hitsAt(const mvPair<long>& position, const std::vector<mvPair<long>>& nodes,
+                   const mvPelBuffer_const<unsigned char>& pattern,
+                   const std::vector<mvVector<2>>& dataPoints) {
+  PatternHits hits(pattern);
+  for (std::size_t k = 0; k < nodes.size(); ++k) {
+    if (!isMapped(nodes[k])) continue;
+    const mvPair<long> pixel = nodes[k] - position;
+    if (!onPatternCell(pixel, pattern)) continue;
+    hits.add(pixel, static_cast<long>(k), dataPoints[k]);
+  }
+  return hits;
+}
+
 // Mean squared distance between each labelled data point, mapped back by the inverse of
 // modelToData, and its pixel's position in the pattern frame; 0.0 without labels.
 double gridFitError(const mvPelBuffer_const<long>& labels, const mvXform<2>& modelToData,
@@ -145,13 +160,7 @@ void mvPointMatcher::pointToGridMatching_(const std::vector<mvVector<2>>& dataPo
 
   std::vector<mvPointMatcherResult>& results = resultSet.getResults_();
   for (const mv_PointToGridCorresponderResult& found : corrResults.results()) {
-    PatternHits hits(pattern);
-    for (std::size_t k = 0; k < nodes.size(); ++k) {
-      if (!isMapped(nodes[k])) continue;
-      const mvPair<long> pixel = nodes[k] - found.position();
-      if (!onPatternCell(pixel, pattern)) continue;
-      hits.add(pixel, static_cast<long>(k), dataPoints[k]);
-    }
+    const PatternHits hits = hitsAt(found.position(), nodes, pattern, dataPoints);
     const mvXform<2> modelToData = hits.fit() * imageFromClient;
 
     results.emplace_back();

@@ -61,6 +61,25 @@ bool withinPattern(const mvPair<long>& cell, const mvPelBuffer_const<unsigned ch
          cell.y() < pattern.height();
 }
 
+// The hits of one inner result: each matched model point lands on its cell's pixel (the
+// cell plus the pattern's offset) when the cell lies within the pattern's size.
+PatternHits hitsOf(const mvPointMatcherResult& inner, const std::vector<mvPair<long>>& cells,
+                   const mvPelBuffer_const<unsigned char>& pattern,
+                   const std::vector<mvVector<2>>& dataPoints) {
+  PatternHits hits(pattern);
+  const std::vector<long>& modelToData = inner.modelToDataMap();
+  for (std::size_t k = 0; k < modelToData.size(); ++k) {
+    const long d = modelToData[k];
+    if (d < 0) continue;
+    mvAssert(k < cells.size(), kPpmatchModule, __LINE__);
+    mvAssert(static_cast<std::size_t>(d) < dataPoints.size(), kPpmatchModule, __LINE__);
+    const mvPair<long>& cell = cells[k];
+    if (!withinPattern(cell, pattern)) continue;
+    hits.add(cell + pattern.offset(), d, dataPoints[static_cast<std::size_t>(d)]);
+  }
+  return hits;
+}
+
 }  // namespace
 
 void mvPointMatcher::pointToPointMatching_(const std::vector<mvVector<2>>& dataPoints,
@@ -72,17 +91,7 @@ void mvPointMatcher::pointToPointMatching_(const std::vector<mvVector<2>>& dataP
   const mvPelBuffer_const<unsigned char>& pattern = gridCorresponder_->pattern();
   std::vector<mvPointMatcherResult>& results = resultSet.getResults_();
   for (const mvPointMatcherResult& inner : innerResults.results()) {
-    PatternHits hits(pattern);
-    const std::vector<long>& modelToData = inner.modelToDataMap();
-    for (std::size_t k = 0; k < modelToData.size(); ++k) {
-      const long d = modelToData[k];
-      if (d < 0) continue;
-      mvAssert(k < patternCells_.size(), kPpmatchModule, __LINE__);
-      mvAssert(static_cast<std::size_t>(d) < dataPoints.size(), kPpmatchModule, __LINE__);
-      const mvPair<long>& cell = patternCells_[k];
-      if (!withinPattern(cell, pattern)) continue;
-      hits.add(cell + pattern.offset(), d, dataPoints[static_cast<std::size_t>(d)]);
-    }
+    const PatternHits hits = hitsOf(inner, patternCells_, pattern, dataPoints);
     const mvXform<2> fit = hits.fit();
 
     results.emplace_back();
