@@ -184,8 +184,15 @@ void fuzzMatrix(FuzzedDataProvider& in) {
       lu.lubksb(indx, rhs);
     } else {
       mvMatrixExt inverse = m;
-      mvMatrixExt rhs(rows, in.ConsumeIntegralInRange<long>(0, 3));
-      inverse.gaussj(rhs);
+      mvMatrixExt rhs(in.ConsumeBool() ? rows : in.ConsumeIntegralInRange<long>(0, kMaxMatrixSide),
+                      in.ConsumeIntegralInRange<long>(0, 3));
+      const bool shapesFit = rows == cols && rhs.rows() == rows;
+      try {
+        inverse.gaussj(rhs);
+        FUZZ_CHECK(shapesFit);
+      } catch (const mvAssertionError&) {
+        FUZZ_CHECK(!shapesFit);  // a precondition of gaussj, checked with mvAssert
+      }
     }
   } catch (const mvMathError&) {
   }

@@ -51,7 +51,9 @@ class PTMATCH_API mvMatrixExt {
   mvMatrixExt();
   /// A rows x cols matrix of zeros.
   mvMatrixExt(long rows, long cols);
+  /// Copies the sizes and the elements.
   mvMatrixExt(const mvMatrixExt&) = default;
+  /// Copies the sizes and the elements.
   mvMatrixExt& operator=(const mvMatrixExt&) = default;
   virtual ~mvMatrixExt();
 

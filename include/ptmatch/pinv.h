@@ -15,7 +15,9 @@ class PTMATCH_API mvPsuedoInverse : public mvMatrixExt {
  public:
   /// A fitter of n parameters with empty sums.
   explicit mvPsuedoInverse(long n = 0);
+  /// Copies the normal matrix and the right-hand side.
   mvPsuedoInverse(const mvPsuedoInverse&) = default;
+  /// Copies the normal matrix and the right-hand side.
   mvPsuedoInverse& operator=(const mvPsuedoInverse&) = default;
   ~mvPsuedoInverse() override;
 

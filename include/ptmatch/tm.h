@@ -36,7 +36,9 @@ class PTMATCH_API mv2PtMatchTm {
   mv2PtMatchTm(const std::vector<mvVector<2>>& a, const std::vector<mvVector<2>>& b, long dof);
   /// The given transform as a2b, with no pairs. A singular a2b throws mvMathError.
   mv2PtMatchTm(const mvXform<2>& a2b);  // NOLINT: converts implicitly, as a value should
+  /// Copies both transforms and the pairs.
   mv2PtMatchTm(const mv2PtMatchTm&) = default;
+  /// Copies both transforms and the pairs.
   mv2PtMatchTm& operator=(const mv2PtMatchTm&) = default;
 
   /// Adds the pair a -> b.
@@ -140,7 +142,9 @@ class PTMATCH_API mv2PTm {
   mv2PTm(const std::vector<mvVector<2>>& a, const std::vector<mvVector<2>>& b);
   /// The affine transform of tm, with empty sums.
   explicit mv2PTm(const mv2PtMatchTm& tm);
+  /// Copies both parameter sets and the sums.
   mv2PTm(const mv2PTm&) = default;
+  /// Copies both parameter sets and the sums.
   mv2PTm& operator=(const mv2PTm&) = default;
   ~mv2PTm();
 
@@ -224,7 +228,9 @@ class PTMATCH_API mv3PtMatchTm {
   /// The fit of empty fitters solves nothing: the transform is then the identity. A caller
   /// that needs a fitted transform default-constructs one and calls fit(a, b).
   mv3PtMatchTm(const std::vector<mvVector<3>>& a, const std::vector<mvVector<3>>& b);
+  /// Copies both transforms and the three fitters.
   mv3PtMatchTm(const mv3PtMatchTm&) = default;
+  /// Copies both transforms and the three fitters.
   mv3PtMatchTm& operator=(const mv3PtMatchTm&) = default;
   ~mv3PtMatchTm();
 

@@ -223,16 +223,13 @@ void mvMatrixExt::ludcmp(std::vector<long>& indx) {
   static_cast<void>(parity);
 }
 
-void mvMatrixExt::lubksb(const std::vector<long>& indx, std::vector<double>& b) const {
-  if (rows_ != cols_) throw NotSquareMatrix();
-  const long n = rows_;
-  mvAssert(static_cast<long>(indx.size()) == n, kModule, __LINE__);
-  mvAssert(static_cast<long>(b.size()) == n, kModule, __LINE__);
-  for (long i = 0; i < n; ++i) mvAssert(indx[i] >= 0 && indx[i] < n, kModule, __LINE__);
-  const ConstSquareView a(data_.data(), n);
+namespace {
 
-  // Forward substitution with the permutation; the sums start at the first non-zero
-  // element of b, skipping its leading zeros.
+/// The forward pass of the substitution: applies the row permutation indx to b and solves
+/// with the unit lower triangle. The sums start at the first non-zero element of b,
+/// skipping its leading zeros.
+void forwardSubstitute(const ConstSquareView& a, long n, const std::vector<long>& indx,
+                       std::vector<double>& b) {
   long firstNonZero = -1;
   for (long i = 0; i < n; ++i) {
     const long ip = indx[i];
@@ -245,12 +242,29 @@ void mvMatrixExt::lubksb(const std::vector<long>& indx, std::vector<double>& b) 
     }
     b[i] = sum;
   }
-  // Back substitution, dividing by the diagonal.
+}
+
+/// The back pass: solves with the upper triangle from the last row upward, dividing by the
+/// diagonal.
+void backSubstitute(const ConstSquareView& a, long n, std::vector<double>& b) {
   for (long i = n - 1; i >= 0; --i) {
     double sum = b[i];
     for (long j = i + 1; j < n; ++j) sum -= a.at(i, j) * b[j];
     b[i] = sum / a.at(i, i);
   }
+}
+
+}  // namespace
+
+void mvMatrixExt::lubksb(const std::vector<long>& indx, std::vector<double>& b) const {
+  if (rows_ != cols_) throw NotSquareMatrix();
+  const long n = rows_;
+  mvAssert(static_cast<long>(indx.size()) == n, kModule, __LINE__);
+  mvAssert(static_cast<long>(b.size()) == n, kModule, __LINE__);
+  for (long i = 0; i < n; ++i) mvAssert(indx[i] >= 0 && indx[i] < n, kModule, __LINE__);
+  const ConstSquareView a(data_.data(), n);
+  forwardSubstitute(a, n, indx, b);
+  backSubstitute(a, n, b);
 }
 
 // --- Gauss-Jordan elimination ---
@@ -309,6 +323,27 @@ void eliminateColumn(const SquareView& a, long n, mvMatrixExt& b, long p) {
   }
 }
 
+/// Moves the pivot onto the diagonal: exchanges rows row and col of the matrix and of b.
+void swapOntoDiagonal(const SquareView& a, long n, mvMatrixExt& b, long row, long col) {
+  if (row == col) return;
+  swapRows(a, n, row, col);
+  for (long l = 0; l < b.cols(); ++l) {
+    const double t = b.element(row, l);
+    b.element(row, l, b.element(col, l));
+    b.element(col, l, t);
+  }
+}
+
+/// Undoes the column interchanges recorded by the passes, last pass first, so that the
+/// matrix holds the inverse.
+void undoColumnInterchanges(const SquareView& a, long n, const std::vector<long>& swappedRow,
+                            const std::vector<long>& swappedCol) {
+  for (long l = n - 1; l >= 0; --l) {
+    if (swappedRow[l] == swappedCol[l]) continue;
+    for (long k = 0; k < n; ++k) std::swap(a.at(k, swappedRow[l]), a.at(k, swappedCol[l]));
+  }
+}
+
 }  // namespace
 
 void mvMatrixExt::gaussj(mvMatrixExt& b) {
@@ -325,25 +360,14 @@ void mvMatrixExt::gaussj(mvMatrixExt& b) {
   for (long pass = 0; pass < n; ++pass) {
     const Pivot pivot = findFullPivot(a, n, pivotCount);
     ++pivotCount[pivot.col];
-    if (pivot.row != pivot.col) {
-      swapRows(a, n, pivot.row, pivot.col);
-      for (long l = 0; l < b.cols(); ++l) {
-        const double t = b.element(pivot.row, l);
-        b.element(pivot.row, l, b.element(pivot.col, l));
-        b.element(pivot.col, l, t);
-      }
-    }
+    swapOntoDiagonal(a, n, b, pivot.row, pivot.col);
     swappedRow[pass] = pivot.row;
     swappedCol[pass] = pivot.col;
     if (a.at(pivot.col, pivot.col) == 0.0) throw SingularMatrix();
     normalisePivotRow(a, n, b, pivot.col);
     eliminateColumn(a, n, b, pivot.col);
   }
-  // Undo the column interchanges in reverse order.
-  for (long l = n - 1; l >= 0; --l) {
-    if (swappedRow[l] == swappedCol[l]) continue;
-    for (long k = 0; k < n; ++k) std::swap(a.at(k, swappedRow[l]), a.at(k, swappedCol[l]));
-  }
+  undoColumnInterchanges(a, n, swappedRow, swappedCol);
 }
 
 // --- persistence ---

@@ -32,17 +32,17 @@ inline bool isPeak(const std::int16_t* up, const std::int16_t* row, const std::i
 
 /// Inserts the peaks of at least minScore in accumulator rows first..last (in row order)
 /// into store, with offset window origin + (u, v) and the given scale and rotation.
-/// rowAt(v) points to cell 0 of row v, for 0 <= v < height; mayPeak(row) may say false
-/// for a row that has no value of at least minScore, which is then skipped. Nothing is
-/// collected when the store's capacity is below 2 or the accumulator is smaller than 2 x 2.
-template <typename RowAt, typename MayPeak>
-void collectPeakRows(RowAt rowAt, MayPeak mayPeak, long width, long height, long first, long last,
+/// rowAt(v) points to cell 0 of row v, for 0 <= v < height; nextRow(v) gives the first row
+/// from v on (last + 1 when none) that may hold a value of at least minScore: rows it skips
+/// are not scanned. Nothing is collected when the store's capacity is below 2 or the
+/// accumulator is smaller than 2 x 2.
+template <typename RowAt, typename NextRow>
+void collectPeakRows(RowAt rowAt, NextRow nextRow, long width, long height, long first, long last,
                      long minScore, const mvPelRect& window, double scale,
                      const mvDegree& rotation, HypothesisStore& store) {
   if (store.maxResults() < 2 || width < 2 || height < 2) return;
-  for (long v = first; v <= last; ++v) {
+  for (long v = nextRow(first); v <= last; v = nextRow(v + 1)) {
     const std::int16_t* row = rowAt(v);
-    if (!mayPeak(row)) continue;
     const std::int16_t* up = v > 0 ? rowAt(v - 1) : nullptr;
     const std::int16_t* down = v + 1 < height ? rowAt(v + 1) : nullptr;
     for (long u = 0; u < width; ++u) {

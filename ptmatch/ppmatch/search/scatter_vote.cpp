@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <limits>
-#include <cstdio>
-#include <cstdlib>
 
 #include "ppmatch/search/peaks.h"
 #include "ppmatch/search/vote_kernels.h"
@@ -14,55 +12,53 @@ namespace {
 
 // Cells in a piece at most.
 constexpr long kPieceCells = 4;
-// Padding of the accumulator rows: before, room for a piece starting up to 4 cells before
-// the window; after, for a piece ending past the window and for whole dense blocks.
-constexpr long kPadBefore = kPieceCells;
-constexpr long kPadAfter = kVoteBlock;
+// Padding cells before and after every accumulator row. Blocks and pieces are added
+// without a test when those of the whole raster land within the padding (or the window),
+// which with 32 cells holds for every point within about 30 cells of the model centre when
+// the translation is free; the dense kernels overrun a row by up to 15 cells.
+constexpr long kPad = 32;
+static_assert(kPad >= kVoteBlock, "the dense kernels write whole blocks");
 
-// Relative costs of a model point's two ways to vote: scattering one piece, and adding
-// one window row (a fixed part, and a part per block of kVoteBlock cells). Measured with
-// bench/vote_bench; either way gives the same accumulator.
-constexpr long kPieceCost = 3;
+// Relative costs of a model point's two ways to vote: scattering one block centre or
+// piece, and adding one window row (a fixed part, and a part per block of kVoteBlock
+// cells). Measured with bench/vote_bench; either way gives the same accumulator.
+constexpr long kItemCost = 3;
 constexpr long kRowCost = 5;
 constexpr long kBlockCost = 2;
+// Relative cost of the box sums, per block of kVoteBlock cells of an accumulator row.
+constexpr long kBoxBlockCost = 12;
 
 // Accumulator cells in one band of rows summed by the dense points: 16 KiB, a part of the
 // first-level cache.
 constexpr long kBandCells = 8192;
 
-// Pieces are addressed with 32-bit keys; an accumulator too large for them is voted row by
-// row only (it would take gigabytes anyway).
+// Items are addressed with 32-bit keys; accumulators too large for them are voted row by
+// row only (they would take gigabytes anyway).
 constexpr long kMaxKeyedCells = std::numeric_limits<std::int32_t>::max();
 
 long blocksOf(long cells) { return (cells + kVoteBlock - 1) / kVoteBlock; }
 
 }  // namespace
 
-OccupiedPieces::OccupiedPieces(const mvPelBuffer_const<unsigned char>& occupancy,
-                               long keyStride) {
-  const long rows = occupancy.height();
-  const long width = occupancy.width();
-  rowStart_.reserve(static_cast<std::size_t>(rows) + 1);
-  for (long y = 0; y < rows; ++y) {
-    rowStart_.push_back(static_cast<std::uint32_t>(pieces_.size()));
-    const unsigned char* row = occupancy.pointToRow(y);
-    for (long x = 0; x < width;) {
-      if (row[x] == 0) {
-        ++x;
-        continue;
-      }
-      long end = x;
-      while (end < width && row[end] != 0) ++end;
-      for (; x < end; x += kPieceCells) {
-        const long length = std::min(kPieceCells, end - x);
-        pieces_.push_back(Piece{static_cast<std::int32_t>(y * keyStride + x),
-                                static_cast<std::uint32_t>(x * 8 + length)});
-      }
-    }
-  }
-  rowStart_.push_back(static_cast<std::uint32_t>(pieces_.size()));
-  next_.resize(static_cast<std::size_t>(rows));
-  previous_.resize(static_cast<std::size_t>(rows));
+// --- RowItems ---
+
+RowItems::RowItems(long rows)
+    : rowStart_(static_cast<std::size_t>(rows) + 1, 0),
+      next_(static_cast<std::size_t>(rows)),
+      previous_(static_cast<std::size_t>(rows)) {}
+
+void RowItems::push(long row, long column, long length, long keyStride) {
+  // Rows between the last item's row and this one end where this one starts.
+  for (long y = lastRow_ + 1; y <= row; ++y) rowStart_[y] = static_cast<std::uint32_t>(items_.size());
+  lastRow_ = row;
+  items_.push_back(Item{static_cast<std::int32_t>(row * keyStride + column),
+                        static_cast<std::uint32_t>(column * 8 + length)});
+}
+
+void RowItems::finish() {
+  const long rows = static_cast<long>(next_.size());
+  for (long y = lastRow_ + 1; y <= rows; ++y) rowStart_[y] = static_cast<std::uint32_t>(items_.size());
+  if (items_.empty()) std::fill(rowStart_.begin(), rowStart_.end(), 0u);
   long next = rows;
   for (long y = rows - 1; y >= 0; --y) {
     if (rowStart_[y + 1] > rowStart_[y]) next = y;
@@ -75,6 +71,8 @@ OccupiedPieces::OccupiedPieces(const mvPelBuffer_const<unsigned char>& occupancy
   }
 }
 
+// --- ScatterVoter: set-up ---
+
 ScatterVoter::ScatterVoter(const mvPelBuffer_const<unsigned char>& occupancy,
                            const mvPelRect& window)
     : rasterWidth_(occupancy.width()),
@@ -84,84 +82,222 @@ ScatterVoter::ScatterVoter(const mvPelBuffer_const<unsigned char>& occupancy,
       window_(window),
       width_(window.width() + 1),
       height_(window.height() + 1),
-      stride_(kPadBefore + width_ + kPadAfter),
-      keyed_((std::max(occupancy.height(), height_) + 1) * stride_ + occupancy.width() <=
+      stride_(kPad + width_ + kPad),
+      keyed_((std::max(occupancy.height(), height_) + 2) * stride_ + occupancy.width() <=
              kMaxKeyedCells),
-      pieces_(occupancy, keyed_ ? stride_ : 0),
+      centres_(occupancy.height()),
+      residue_(occupancy.height()),
+      pieces_(occupancy.height()),
+      occupiedRows_(occupancy.height()),
       cells_(static_cast<std::size_t>(height_ * stride_), 0),
+      centreCells_(keyed_ ? static_cast<std::size_t>((height_ + 2) * stride_) : 0, 0),
+      rowSums_(keyed_ ? static_cast<std::size_t>(3 * stride_) : 0, 0),
       bandRows_(std::max(1L, kBandCells / stride_)),
       touchedFirst_(height_),
-      touchedLast_(-1) {
+      touchedLast_(-1),
+      centresFirst_(height_ + 1),
+      centresLast_(-2) {
   for (long y = 0; y < rasterHeight_; ++y) {
     std::copy(occupancy.pointToRow(y), occupancy.pointToRow(y) + rasterWidth_,
               occupancy_.begin() + y * occupancyStride_);
   }
+  takeApart(occupancy);
+}
+
+// Takes the occupied cells apart: in row order, every cell whose whole 3 x 3 block is
+// occupied, inside the raster and disjoint from the blocks taken before becomes a block
+// centre (an isolated data point gives one); the occupied cells outside the blocks are cut
+// into pieces of at most 4 cells along their rows. Any such choice sums to the raster.
+void ScatterVoter::takeApart(const mvPelBuffer_const<unsigned char>& occupancy) {
+  const long keyStride = keyed_ ? stride_ : 0;
+  std::vector<unsigned char> covered(static_cast<std::size_t>(rasterWidth_ * rasterHeight_), 0);
+  auto isCovered = [&](long x, long y) { return covered[y * rasterWidth_ + x] != 0; };
+  auto isOccupied = [&](long x, long y) { return occupancy.pointToRow(y)[x] != 0; };
+  for (long y = 1; y + 1 < rasterHeight_; ++y) {
+    for (long x = 1; x + 1 < rasterWidth_; ++x) {
+      if (!isOccupied(x, y) || isCovered(x, y)) continue;
+      bool free = true;
+      for (long dy = -1; free && dy <= 1; ++dy) {
+        for (long dx = -1; free && dx <= 1; ++dx) {
+          free = isOccupied(x + dx, y + dy) && !isCovered(x + dx, y + dy);
+        }
+      }
+      if (!free) continue;
+      centres_.push(y, x, 1, keyStride);
+      for (long dy = -1; dy <= 1; ++dy) {
+        for (long dx = -1; dx <= 1; ++dx) covered[(y + dy) * rasterWidth_ + x + dx] = 1;
+      }
+    }
+  }
+  // Runs of cells for which take(x, y) holds, cut into pieces.
+  auto cutRuns = [&](RowItems& items, long y, auto take) {
+    for (long x = 0; x < rasterWidth_;) {
+      if (!take(x, y)) {
+        ++x;
+        continue;
+      }
+      long end = x;
+      while (end < rasterWidth_ && take(end, y)) ++end;
+      for (; x < end; x += kPieceCells) items.push(y, x, std::min(kPieceCells, end - x), keyStride);
+    }
+  };
+  for (long y = 0; y < rasterHeight_; ++y) {
+    cutRuns(residue_, y, [&](long x, long row) { return isOccupied(x, row) && !isCovered(x, row); });
+    cutRuns(pieces_, y, isOccupied);
+    const unsigned char* cells = occupancy.pointToRow(y);
+    if (std::any_of(cells, cells + rasterWidth_, [](unsigned char c) { return c != 0; })) {
+      occupiedRows_.push(y, 0, 0, 0);
+    }
+  }
+  centres_.finish();
+  residue_.finish();
+  pieces_.finish();
+  occupiedRows_.finish();
 }
 
 std::int16_t* ScatterVoter::row(long v) {
-  return reinterpret_cast<std::int16_t*>(cells_.data() + v * stride_ + kPadBefore);
+  return reinterpret_cast<std::int16_t*>(cells_.data() + v * stride_ + kPad);
 }
 
 const std::int16_t* ScatterVoter::row(long v) const {
-  return reinterpret_cast<const std::int16_t*>(cells_.data() + v * stride_ + kPadBefore);
+  return reinterpret_cast<const std::int16_t*>(cells_.data() + v * stride_ + kPad);
 }
 
 std::int16_t ScatterVoter::at(long u, long v) const { return row(v)[u]; }
 
-void ScatterVoter::clearTouchedRows() {
-  if (touchedFirst_ <= touchedLast_) {
-    std::fill(cells_.begin() + touchedFirst_ * stride_,
-              cells_.begin() + (touchedLast_ + 1) * stride_, std::uint16_t{0});
-  }
-  touchedFirst_ = height_;
-  touchedLast_ = -1;
-}
+// --- ScatterVoter: one point's window ---
 
-// The raster rows the point's window covers, trimmed to rows that hold occupied cells;
-// false when it covers none of them, or no raster column.
+// Where the point's window lies on the raster; false when it covers no raster cell.
 bool ScatterVoter::reach(const mvPair<long>& cell, Reach& r) const {
   r.x0 = window_.x() + cell.x();
   r.y0 = window_.y() + cell.y();
-  const long xLo = std::max(0L, r.x0);
-  const long xHi = std::min(rasterWidth_ - 1, r.x0 + width_ - 1);
-  const long yLo = std::max(0L, r.y0);
-  const long yHi = std::min(rasterHeight_ - 1, r.y0 + height_ - 1);
-  if (xLo > xHi || yLo > yHi) return false;
-  r.first = pieces_.nextOccupied(yLo);
-  r.last = pieces_.previousOccupied(yHi);
-  return r.first <= r.last;
+  r.xLo = std::max(0L, r.x0);
+  r.xHi = std::min(rasterWidth_ - 1, r.x0 + width_ - 1);
+  r.yLo = std::max(0L, r.y0);
+  r.yHi = std::min(rasterHeight_ - 1, r.y0 + height_ - 1);
+  return r.xLo <= r.xHi && r.yLo <= r.yHi;
 }
 
-// The first accumulator column over the raster, and the number of such columns.
-long ScatterVoter::firstColumn(const Reach& r) const { return std::max(0L, -r.x0); }
-
-long ScatterVoter::columns(const Reach& r) const {
-  return std::min(width_ - 1, rasterWidth_ - 1 - r.x0) - firstColumn(r) + 1;
+// Rows yLo..yHi (clipped to the raster) trimmed to those holding items.
+ScatterVoter::Rows ScatterVoter::rowsOf(const RowItems& items, long yLo, long yHi) const {
+  yLo = std::max(0L, yLo);
+  yHi = std::min(rasterHeight_ - 1, yHi);
+  if (yLo > yHi) return Rows{0, -1};
+  return Rows{items.nextOccupied(yLo), items.previousOccupied(yHi)};
 }
 
-bool ScatterVoter::cheaperToScatter(const Reach& r) const {
-  if (!keyed_) return false;
-  const long pieces = static_cast<long>(pieces_.end(r.last) - pieces_.begin(r.first));
-  const long rows = r.last - r.first + 1;
-  return pieces * kPieceCost <= rows * (kRowCost + blocksOf(columns(r)) * kBlockCost);
+long ScatterVoter::countOf(const RowItems& items, const Rows& rows) {
+  return rows.first <= rows.last ? static_cast<long>(items.end(rows.last) - items.begin(rows.first))
+                                 : 0;
 }
 
-// True when every piece of the raster, shifted by the point's window, starts no more than
-// kPadBefore cells before the window and ends within the padding after it: then pieces
-// need no test, those outside the window only add to the padding.
-bool ScatterVoter::piecesFitPadding(const Reach& r) const {
-  return r.x0 <= kPadBefore && rasterWidth_ - 1 - r.x0 <= width_ - 1 + kPadAfter;
+// Where the point's window lies and what it covers of each layer; false when it covers no
+// occupied cell's row.
+bool ScatterVoter::planPoint(const mvPair<long>& cell, std::uint16_t weight, PointVote& p) const {
+  if (!reach(cell, p.reach)) return false;
+  const Reach& r = p.reach;
+  p.occupied = rowsOf(occupiedRows_, r.yLo, r.yHi);
+  if (p.occupied.first > p.occupied.last) return false;
+  p.weight = weight;
+  p.centres = p.residue = p.pieces = Rows{0, -1};
+  p.centreCount = p.residueCount = p.pieceCount = 0;
+  if (layers_ != Layers::ePieces) {
+    // Blocks whose centre lies one row off the window still reach into it.
+    p.centres = rowsOf(centres_, r.y0 - 1, r.y0 + height_);
+    p.residue = rowsOf(residue_, r.yLo, r.yHi);
+    p.centreCount = countOf(centres_, p.centres);
+    p.residueCount = countOf(residue_, p.residue);
+  }
+  if (layers_ != Layers::eBoxSums) {
+    p.pieces = rowsOf(pieces_, r.yLo, r.yHi);
+    p.pieceCount = countOf(pieces_, p.pieces);
+  }
+  return true;
 }
 
-void ScatterVoter::scatterPoint(const Reach& r, std::uint16_t weight) {
+long ScatterVoter::denseCost(const PointVote& p) {
+  const long rows = p.occupied.last - p.occupied.first + 1;
+  return rows * (kRowCost + blocksOf(p.reach.xHi - p.reach.xLo + 1) * kBlockCost);
+}
+
+// Whether block centres with box sums are less work for the planned points than pieces
+// only, each point scattering or adding rows, whichever is less work.
+bool ScatterVoter::chooseBoxSums() const {
+  long withBoxSums = 0;
+  long withPieces = 0;
+  long first = height_;
+  long last = -1;
+  for (const PointVote& p : points_) {
+    withBoxSums += std::min(denseCost(p), (p.centreCount + p.residueCount) * kItemCost);
+    withPieces += std::min(denseCost(p), p.pieceCount * kItemCost);
+    if (p.centreCount > 0) {
+      first = std::min(first, p.centres.first - p.reach.y0 - 1);
+      last = std::max(last, p.centres.last - p.reach.y0 + 1);
+    }
+  }
+  first = std::max(first, 0L);
+  last = std::min(last, height_ - 1);
+  if (first <= last) withBoxSums += (last - first + 1) * blocksOf(width_) * kBoxBlockCost;
+  return withBoxSums < withPieces;
+}
+
+// Whether each planned point adds its window rows rather than scattering.
+void ScatterVoter::chooseDensePoints(bool boxSums) {
+  for (PointVote& p : points_) {
+    const long items = boxSums ? p.centreCount + p.residueCount : p.pieceCount;
+    p.dense = !keyed_ || denseCost(p) < items * kItemCost;
+  }
+}
+
+// True when every item of the raster, shifted by the point's window, starts at least
+// `before` cells before the window's first column and ends within `after` cells after
+// its last: then items need no test, those outside the window add to the padding only.
+bool ScatterVoter::fitsPadding(const Reach& r, long before, long after, long width,
+                               long rasterWidth) {
+  return r.x0 <= before && rasterWidth - 1 - r.x0 <= width - 1 + after;
+}
+
+// Adds the weight at the centre cell of every block whose 3 x 3 cells meet the window.
+// The centre accumulator has a row and a column more on each side than the window.
+void ScatterVoter::voteCentres(const Reach& r, const Rows& rows, std::uint16_t weight) {
+  if (rows.first > rows.last) return;
+  centresFirst_ = std::min(centresFirst_, rows.first - r.y0);
+  centresLast_ = std::max(centresLast_, rows.last - r.y0);
+  // A centre's key minus this offset is its index in centreCells_: (row - y0 + 1) x
+  // stride + kPad + (column - x0).
+  const long offset = (r.y0 - 1) * stride_ + r.x0 - kPad;
+  std::uint16_t* cells = centreCells_.data();
+  const RowItems::Item* c = centres_.begin(rows.first);
+  const RowItems::Item* end = centres_.end(rows.last);
+  if (fitsPadding(r, kPad, kPad - 1, width_, rasterWidth_)) {
+    for (; c != end; ++c) {
+      std::uint16_t& cell = cells[c->key - offset];
+      cell = static_cast<std::uint16_t>(cell + weight);
+    }
+    return;
+  }
+  // A centre's block meets the window when its column u = column - x0 lies in -1 .. width.
+  const auto lastColumn = static_cast<unsigned long>(width_ + 1);
+  for (; c != end; ++c) {
+    const long u = static_cast<long>(c->columnLength >> 3) - r.x0;
+    if (static_cast<unsigned long>(u + 1) > lastColumn) continue;
+    std::uint16_t& cell = cells[c->key - offset];
+    cell = static_cast<std::uint16_t>(cell + weight);
+  }
+}
+
+// Adds every piece of items that meets the window with one 4-lane addition.
+void ScatterVoter::votePieces(const RowItems& items, const Reach& r, const Rows& rows,
+                              std::uint16_t weight) {
+  if (rows.first > rows.last) return;
   const PieceAddends addends(weight);
   // A piece's key minus this offset is its first cell in cells_: (row - y0) x stride +
-  // kPadBefore + (column - x0).
-  const long offset = r.y0 * stride_ + r.x0 - kPadBefore;
+  // kPad + (column - x0).
+  const long offset = r.y0 * stride_ + r.x0 - kPad;
   std::uint16_t* cells = cells_.data();
-  const OccupiedPieces::Piece* p = pieces_.begin(r.first);
-  const OccupiedPieces::Piece* end = pieces_.end(r.last);
-  if (piecesFitPadding(r)) {
+  const RowItems::Item* p = items.begin(rows.first);
+  const RowItems::Item* end = items.end(rows.last);
+  if (fitsPadding(r, kPad, kPad - kPieceCells + 1, width_, rasterWidth_)) {
     for (; p != end; ++p) addPiece(cells + (p->key - offset), addends, p->columnLength & 7u);
     return;
   }
@@ -175,54 +311,112 @@ void ScatterVoter::scatterPoint(const Reach& r, std::uint16_t weight) {
 }
 
 // Adds the point's window rows that fall in accumulator rows first..last.
-void ScatterVoter::addRows(const Reach& r, std::uint16_t weight, long first, long last) {
-  const long v0 = std::max(first, r.first - r.y0);
-  const long v1 = std::min(last, r.last - r.y0);
+void ScatterVoter::addRows(const PointVote& d, long first, long last) {
+  const Reach& r = d.reach;
+  const long v0 = std::max(first, d.occupied.first - r.y0);
+  const long v1 = std::min(last, d.occupied.last - r.y0);
   if (v0 > v1) return;
-  const long u = firstColumn(r);
+  const long u = r.xLo - r.x0;
   WindowRows w;
   w.acc = reinterpret_cast<std::uint16_t*>(row(v0)) + u;
   w.accStride = stride_;
-  w.occupancy = occupancy_.data() + (r.y0 + v0) * occupancyStride_ + r.x0 + u;
+  w.occupancy = occupancy_.data() + (r.y0 + v0) * occupancyStride_ + r.xLo;
   w.occupancyStride = occupancyStride_;
   w.rows = v1 - v0 + 1;
-  w.blocks = blocksOf(columns(r));
-  addWindowRows(w, weight);
+  w.blocks = blocksOf(r.xHi - r.xLo + 1);
+  addWindowRows(w, d.weight);
 }
+
+// --- ScatterVoter: one step ---
 
 void ScatterVoter::addDensePointsByBands() {
   long first = height_;
   long last = -1;
-  for (const DensePoint& d : dense_) {
-    first = std::min(first, d.reach.first - d.reach.y0);
-    last = std::max(last, d.reach.last - d.reach.y0);
+  for (const PointVote& d : points_) {
+    if (!d.dense) continue;
+    first = std::min(first, d.occupied.first - d.reach.y0);
+    last = std::max(last, d.occupied.last - d.reach.y0);
   }
   for (long band = first; band <= last; band += bandRows_) {
     const long bandLast = std::min(last, band + bandRows_ - 1);
-    for (const DensePoint& d : dense_) addRows(d.reach, d.weight, band, bandLast);
+    for (const PointVote& d : points_) {
+      if (d.dense) addRows(d, band, bandLast);
+    }
   }
+}
+
+// Adds the centre accumulator's 3 x 3 box sums to the accumulator rows they reach, and
+// clears the centre rows again.
+void ScatterVoter::addCentreBoxSums() {
+  if (centresFirst_ > centresLast_) return;
+  const long first = std::max(0L, centresFirst_ - 1);
+  const long last = std::min(height_ - 1, centresLast_ + 1);
+  if (first <= last) {
+    touch(first, last);
+    BoxSums b;
+    b.acc = reinterpret_cast<std::uint16_t*>(row(first));
+    b.accStride = stride_;
+    b.centres = centreCells_.data() + (first + 1) * stride_ + kPad;
+    b.centreStride = stride_;
+    b.scratch = rowSums_.data();
+    b.scratchStride = stride_;
+    b.rows = last - first + 1;
+    b.blocks = blocksOf(width_);
+    addBoxSums(b);
+  }
+  std::fill(centreCells_.begin() + (centresFirst_ + 1) * stride_,
+            centreCells_.begin() + (centresLast_ + 2) * stride_, std::uint16_t{0});
+  centresFirst_ = height_ + 1;
+  centresLast_ = -2;
+}
+
+void ScatterVoter::touch(long first, long last) {
+  touchedFirst_ = std::min(touchedFirst_, first);
+  touchedLast_ = std::max(touchedLast_, last);
+}
+
+void ScatterVoter::clearTouchedRows() {
+  if (touchedFirst_ <= touchedLast_) {
+    std::fill(cells_.begin() + touchedFirst_ * stride_,
+              cells_.begin() + (touchedLast_ + 1) * stride_, std::uint16_t{0});
+  }
+  touchedFirst_ = height_;
+  touchedLast_ = -1;
 }
 
 void ScatterVoter::vote(const std::vector<mvPair<long>>& projected,
                         const std::vector<std::int16_t>& weights) {
   clearTouchedRows();
-  dense_.clear();
+  points_.clear();
   for (std::size_t i = 0; i < projected.size(); ++i) {
     const std::uint16_t weight =
         weights.empty() ? std::uint16_t{1} : static_cast<std::uint16_t>(weights[i]);
     if (weight == 0) continue;  // adds nothing
-    Reach r;
-    if (!reach(projected[i], r)) continue;
-    touchedFirst_ = std::min(touchedFirst_, r.first - r.y0);
-    touchedLast_ = std::max(touchedLast_, r.last - r.y0);
-    static const char* force = getenv("PTFORCE");
-    if (force ? force[0] == 's' : cheaperToScatter(r)) {
-      scatterPoint(r, weight);
+    PointVote p;
+    if (planPoint(projected[i], weight, p)) points_.push_back(p);
+  }
+  if (layers_ == Layers::eUnchosen && keyed_ && !points_.empty()) {
+    layers_ = chooseBoxSums() ? Layers::eBoxSums : Layers::ePieces;
+  }
+  const bool boxSums = layers_ == Layers::eBoxSums;
+  chooseDensePoints(boxSums);
+  bool anyDense = false;
+  for (const PointVote& p : points_) {
+    const Reach& r = p.reach;
+    if (p.dense) {
+      touch(p.occupied.first - r.y0, p.occupied.last - r.y0);
+      anyDense = true;
+    } else if (boxSums) {
+      voteCentres(r, p.centres, p.weight);
+      if (p.residueCount > 0) touch(p.residue.first - r.y0, p.residue.last - r.y0);
+      votePieces(residue_, r, p.residue, p.weight);
     } else {
-      dense_.push_back(DensePoint{r, weight});
+      if (p.pieceCount > 0) touch(p.pieces.first - r.y0, p.pieces.last - r.y0);
+      votePieces(pieces_, r, p.pieces, p.weight);
     }
   }
-  if (!dense_.empty()) addDensePointsByBands();
+  if (anyDense) addDensePointsByBands();
+  if (boxSums) addCentreBoxSums();
 }
 
 void ScatterVoter::collectPeaks(long minScore, double scale, const mvDegree& rotation,
@@ -231,18 +425,20 @@ void ScatterVoter::collectPeaks(long minScore, double scale, const mvDegree& rot
   if (minScore <= 0) {
     // Untouched cells (0) could be peaks too: scan everything, as the reference does.
     collectPeakRows(
-        rowAt, [](const std::int16_t*) { return true; }, width_, height_, 0, height_ - 1,
-        minScore, window_, scale, rotation, store);
+        rowAt, [](long v) { return v; }, width_, height_, 0, height_ - 1, minScore, window_,
+        scale, rotation, store);
     return;
   }
   if (minScore > std::numeric_limits<std::int16_t>::max()) return;  // no 16-bit value reaches it
   // Rows the vote did not touch hold only zeros, below minScore. The row test reads whole
-  // blocks, into the padding, whose stray addends can only make it answer true needlessly.
+  // blocks, into the padding, whose stray addends can only make it stop at a row needlessly.
   const auto threshold = static_cast<std::int16_t>(minScore - 1);
   const long blocks = blocksOf(width_);
+  const long last = touchedLast_;
   collectPeakRows(
-      rowAt, [&](const std::int16_t* r) { return rowExceeds(r, blocks, threshold); }, width_,
-      height_, touchedFirst_, touchedLast_, minScore, window_, scale, rotation, store);
+      rowAt,
+      [&](long v) { return nextExceedingRow(row(0), stride_, v, last, blocks, threshold); },
+      width_, height_, touchedFirst_, last, minScore, window_, scale, rotation, store);
 }
 
 }  // namespace detail

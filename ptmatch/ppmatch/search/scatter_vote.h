@@ -1,20 +1,31 @@
 // The scatter vote: the same accumulator as the reference vote (every model point adds
-// the occupancy raster over its translation window), computed from the occupied cells
-// only. The occupancy raster is fixed for a whole search, so its runs of occupied cells
-// are cut once into pieces of at most 4 cells; at each lattice step every model point
-// adds each piece that meets its window with one 4-lane 16-bit addition. Where a model
-// point's window holds fewer cells than pieces (a narrow translation range over a wide
-// raster), the point adds its window row by row instead, as the reference does, band of
-// rows by band of rows so that the band being summed stays in the first-level cache. Integer
-// additions commute and 16-bit sums wrap modulo 65536 either way, so the accumulator
-// values are the reference's exactly.
+// the occupancy raster over its translation window, weighted, modulo 2^16), computed from
+// the occupied cells only.
 //
-// The accumulator's rows are padded, by 4 cells before and 16 after: a piece that sticks
-// out of the window drops its outside addends there, and the dense kernels work in whole
-// blocks of 16 cells (reading a private copy of the occupancy raster whose rows end in 16
-// empty cells). Only the rows a step touched are scanned for peaks and cleared again (at
-// the start of the next step, so that a step's values can still be read after it).
-// Nothing is allocated per step.
+// The occupancy raster is fixed for a whole search, so it is taken apart once: into
+// disjoint 3 x 3 blocks of occupied cells (an isolated data point makes one), and the rest
+// in pieces of at most 4 consecutive cells of a row. At each lattice step every model
+// point, for its window,
+//   - adds its weight at each block's centre cell into a centre accumulator, and
+//   - adds each piece with one 4-lane 16-bit addition into the accumulator;
+// then the centre accumulator's 3 x 3 box sums are added to the accumulator, which gives
+// every block's nine cells their votes. The box sums cost work in proportion to the
+// window, so a step whose points meet few blocks instead adds every occupied cell in
+// pieces (the raster is cut into pieces both ways). Where a model point's window holds fewer cells
+// than the point has blocks and pieces (a narrow translation range over a wide raster), it
+// adds its window of the raster row by row instead, as the reference does, band of rows by
+// band of rows so that the band being summed stays in the first-level cache.
+//
+// Integer additions commute and 16-bit sums wrap modulo 65536 whichever way they are
+// grouped, so the accumulator values are the reference's exactly; so are the peaks, which
+// are collected by the same code in the same order.
+//
+// The accumulators' rows are padded, by 32 cells before and after: blocks and pieces that
+// stick out of a window drop their outside addends there, and the dense kernels work in
+// whole blocks of 16 cells (reading a private copy of the occupancy raster whose rows end
+// in 16 empty cells). Only the rows a step touched are summed, scanned for peaks and
+// cleared (the accumulator at the start of the next step, so that a step's values can
+// still be read after it). Nothing is allocated per step.
 #pragma once
 
 #include <cstdint>
@@ -27,45 +38,48 @@
 namespace ptmatch {
 namespace detail {
 
-/// The occupied cells of an occupancy raster as pieces of 1 to 4 consecutive cells of one
-/// row, in row order.
-class OccupiedPieces {
+/// Items of an occupancy raster in row order, each a run of 1 to 4 cells of one row (or
+/// the centre of a 3 x 3 block), with the items of any range of rows at hand.
+class RowItems {
  public:
-  /// A piece: key = row x keyStride + column (the accumulator index of the piece for a
-  /// model point whose window starts at raster cell (0, 0), before padding); columnLength =
-  /// column x 8 + length.
-  struct Piece {
+  /// An item: key = row x keyStride + column, its cell's index in an accumulator of that
+  /// row stride for a window starting at raster cell (0, 0); columnLength = column x 8 +
+  /// length.
+  struct Item {
     std::int32_t key;
     std::uint32_t columnLength;
   };
 
-  /// Cuts every run of occupied cells of the raster into pieces, 4 cells at a time.
-  OccupiedPieces(const mvPelBuffer_const<unsigned char>& occupancy, long keyStride);
+  explicit RowItems(long rows);
+  /// Appends an item to row, which must not be before the last item's row.
+  void push(long row, long column, long length, long keyStride);
+  /// Ends the building; no item may be pushed afterwards.
+  void finish();
 
-  long rows() const { return static_cast<long>(rowStart_.size()) - 1; }
-  /// Pieces of rows first..last, in row order.
-  const Piece* begin(long first) const { return pieces_.data() + rowStart_[first]; }
-  const Piece* end(long last) const { return pieces_.data() + rowStart_[last + 1]; }
-  /// First row at or after row that holds a piece; rows() when none does.
+  /// Items of rows first..last, in row order.
+  const Item* begin(long first) const { return items_.data() + rowStart_[first]; }
+  const Item* end(long last) const { return items_.data() + rowStart_[last + 1]; }
+  /// First row at or after row that holds an item; the number of rows when none does.
   long nextOccupied(long row) const { return next_[row]; }
-  /// Last row at or before row that holds a piece; -1 when none does.
+  /// Last row at or before row that holds an item; -1 when none does.
   long previousOccupied(long row) const { return previous_[row]; }
-  std::size_t size() const { return pieces_.size(); }
 
  private:
-  std::vector<Piece> pieces_;
+  std::vector<Item> items_;
   std::vector<std::uint32_t> rowStart_;
   std::vector<std::int32_t> next_;
   std::vector<std::int32_t> previous_;
+  long lastRow_ = 0;
 };
 
-/// The scatter vote over one occupancy raster and translation window, with its accumulator.
+/// The scatter vote over one occupancy raster and translation window, with its
+/// accumulators.
 class ScatterVoter {
  public:
   ScatterVoter(const mvPelBuffer_const<unsigned char>& occupancy, const mvPelRect& window);
 
   /// Makes room for the votes of up to points model points, so that voting allocates nothing.
-  void reserve(std::size_t points) { dense_.reserve(points); }
+  void reserve(std::size_t points) { points_.reserve(points); }
 
   /// Clears what the previous vote touched and votes: each projected model point q adds
   /// its weight (1 when weights is empty) for every occupied raster cell window origin + q
@@ -82,51 +96,84 @@ class ScatterVoter {
   std::int16_t at(long u, long v) const;
 
  private:
-  // Where one model point's window meets the raster: raster rows first..last (both
-  // occupied) and the raster cell under accumulator cell (0, 0).
+  // Where one model point's window lies on the raster: raster cell (x0, y0) is under
+  // accumulator cell (0, 0); raster rows yLo..yHi and columns xLo..xHi are in the window.
   struct Reach {
-    long first, last, x0, y0;
+    long x0, y0, yLo, yHi, xLo, xHi;
   };
-  // A point that adds its window rows, with its weight.
-  struct DensePoint {
+  // Raster rows first..last of a layer that a point's window covers, both holding items;
+  // first > last when none.
+  struct Rows {
+    long first, last;
+  };
+  // A point of the vote at hand: its window, its weight, the rows of each layer it
+  // covers, and how it votes.
+  struct PointVote {
     Reach reach;
     std::uint16_t weight;
+    Rows occupied, centres, residue, pieces;
+    long centreCount, residueCount, pieceCount;
+    bool dense;
   };
+
+  void takeApart(const mvPelBuffer_const<unsigned char>& occupancy);
   bool reach(const mvPair<long>& cell, Reach& r) const;
-  long firstColumn(const Reach& r) const;
-  long columns(const Reach& r) const;
-  bool cheaperToScatter(const Reach& r) const;
-  bool piecesFitPadding(const Reach& r) const;
-  void scatterPoint(const Reach& r, std::uint16_t weight);
-  void addRows(const Reach& r, std::uint16_t weight, long first, long last);
+  Rows rowsOf(const RowItems& items, long yLo, long yHi) const;
+  static long countOf(const RowItems& items, const Rows& rows);
+  static long denseCost(const PointVote& p);
+  bool planPoint(const mvPair<long>& cell, std::uint16_t weight, PointVote& p) const;
+  bool chooseBoxSums() const;
+  void chooseDensePoints(bool boxSums);
+  static bool fitsPadding(const Reach& r, long before, long after, long width, long rasterWidth);
+  void voteCentres(const Reach& r, const Rows& rows, std::uint16_t weight);
+  void votePieces(const RowItems& items, const Reach& r, const Rows& rows, std::uint16_t weight);
+  void addRows(const PointVote& d, long first, long last);
   void addDensePointsByBands();
+  void addCentreBoxSums();
+  void touch(long first, long last);
   void clearTouchedRows();
   std::int16_t* row(long v);
   const std::int16_t* row(long v) const;
 
-  // The occupancy raster's size, and a copy of it whose rows end in kVoteBlock empty cells.
+  // The occupancy raster's size, and a copy of it whose rows end in empty cells.
   const long rasterWidth_;
   const long rasterHeight_;
   const long occupancyStride_;
   std::vector<unsigned char> occupancy_;
   const mvPelRect window_;
-  // Accumulator size (window size + 1) and padded row stride.
+  // Accumulator size (window size + 1) and padded row stride (both accumulators).
   const long width_;
   const long height_;
   const long stride_;
-  // Whether 32-bit piece keys address the accumulator; otherwise every point adds rows.
+  // Whether 32-bit item keys address the accumulators; otherwise every point adds rows.
   const bool keyed_;
-  const OccupiedPieces pieces_;
-  // The padded accumulator: height_ rows of stride_ cells, cell (u, v) at v x stride_ +
-  // kPadBefore + u.
+  // The occupancy raster taken apart: centres of disjoint 3 x 3 blocks of occupied cells
+  // and pieces of the residue outside them; all occupied cells in pieces; and every row
+  // that holds an occupied cell (a length-0 item each).
+  RowItems centres_;
+  RowItems residue_;
+  RowItems pieces_;
+  RowItems occupiedRows_;
+  // The accumulator: height_ rows, cell (u, v) at v x stride_ + padding + u.
   std::vector<std::uint16_t> cells_;
+  // The centre accumulator: height_ + 2 rows for v = -1 .. height_, cell (u, v) at
+  // (v + 1) x stride_ + padding + u; and three rows of its horizontal 3-sums.
+  std::vector<std::uint16_t> centreCells_;
+  std::vector<std::uint16_t> rowSums_;
   // Accumulator rows summed together by the dense points.
   const long bandRows_;
-  // The points of the vote at hand that add window rows.
-  std::vector<DensePoint> dense_;
-  // Accumulator rows the last vote touched (first > last when none).
+  // The points of the vote at hand.
+  std::vector<PointVote> points_;
+  // Whether the votes add block centres and box sums (or pieces only), chosen at the first
+  // vote with points for the whole search (either way gives the same accumulator).
+  enum class Layers { eUnchosen, eBoxSums, ePieces };
+  Layers layers_ = Layers::eUnchosen;
+  // Accumulator rows the last vote touched, and centre rows (v) the vote at hand touched;
+  // first > last when none.
   long touchedFirst_;
   long touchedLast_;
+  long centresFirst_;
+  long centresLast_;
 };
 
 }  // namespace detail

@@ -190,9 +190,13 @@ void collectPeaks(const mvPelBuffer_const<std::int16_t>& accumulator, long minSc
                   const mvPelRect& window, double scale, const mvDegree& rotation,
                   HypothesisStore& store) {
   const long width = accumulator.width();
-  collectPeakRows([&](long v) { return accumulator.pointToRow(v); },
-                  [&](const std::int16_t* row) { return rowReaches(row, width, minScore); }, width,
-                  accumulator.height(), 0, accumulator.height() - 1, minScore, window, scale,
+  const long last = accumulator.height() - 1;
+  auto rowAt = [&](long v) { return accumulator.pointToRow(v); };
+  auto nextRow = [&](long v) {
+    while (v <= last && !rowReaches(rowAt(v), width, minScore)) ++v;
+    return v;
+  };
+  collectPeakRows(rowAt, nextRow, width, accumulator.height(), 0, last, minScore, window, scale,
                   rotation, store);
 }
 

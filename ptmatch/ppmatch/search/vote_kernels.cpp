@@ -28,21 +28,55 @@ PTMATCH_ALWAYS_INLINE void addWindowRowsBody(const WindowRows& w, std::uint16_t 
   }
 }
 
-PTMATCH_ALWAYS_INLINE bool rowExceedsBody(const std::int16_t* row, long blocks,
-                                          std::int16_t threshold) {
-  // An or over the comparisons, without an early exit, vectorises to whole registers.
-  int exceeds = 0;
-  for (long i = 0; i < blocks * kVoteBlock; ++i) exceeds |= row[i] > threshold ? 1 : 0;
-  return exceeds != 0;
+PTMATCH_ALWAYS_INLINE long nextExceedingRowBody(const std::int16_t* row0, long stride,
+                                                long first, long last, long blocks,
+                                                std::int16_t threshold) {
+  for (long v = first; v <= last; ++v) {
+    const std::int16_t* row = row0 + v * stride;
+    // A maximum over the row, without an early exit, vectorises to whole registers.
+    std::int16_t highest = row[0];
+    for (long i = 1; i < blocks * kVoteBlock; ++i) highest = row[i] > highest ? row[i] : highest;
+    if (highest > threshold) return v;
+  }
+  return last + 1;
+}
+
+// Horizontal 3-sums of one centre row into out.
+PTMATCH_ALWAYS_INLINE void rowTripleSums(const std::uint16_t* centres, long cells,
+                                         std::uint16_t* out) {
+  for (long i = 0; i < cells; ++i) {
+    out[i] = static_cast<std::uint16_t>(centres[i - 1] + centres[i] + centres[i + 1]);
+  }
+}
+
+PTMATCH_ALWAYS_INLINE void addBoxSumsBody(const BoxSums& b) {
+  const long cells = b.blocks * kVoteBlock;
+  // Rolling horizontal sums: those of centre row c live in scratch row (c + 3) % 3.
+  auto sums = [&](long c) { return b.scratch + ((c + 3) % 3) * b.scratchStride; };
+  rowTripleSums(b.centres - b.centreStride, cells, sums(-1));
+  rowTripleSums(b.centres, cells, sums(0));
+  for (long r = 0; r < b.rows; ++r) {
+    rowTripleSums(b.centres + (r + 1) * b.centreStride, cells, sums(r + 1));
+    const std::uint16_t* above = sums(r - 1);
+    const std::uint16_t* at = sums(r);
+    const std::uint16_t* below = sums(r + 1);
+    std::uint16_t* acc = b.acc + r * b.accStride;
+    for (long i = 0; i < cells; ++i) {
+      acc[i] = static_cast<std::uint16_t>(acc[i] + above[i] + at[i] + below[i]);
+    }
+  }
 }
 
 void addWindowRowsBaseline(const WindowRows& w, std::uint16_t weight) {
   addWindowRowsBody(w, weight);
 }
 
-bool rowExceedsBaseline(const std::int16_t* row, long blocks, std::int16_t threshold) {
-  return rowExceedsBody(row, blocks, threshold);
+long nextExceedingRowBaseline(const std::int16_t* row0, long stride, long first, long last,
+                              long blocks, std::int16_t threshold) {
+  return nextExceedingRowBody(row0, stride, first, last, blocks, threshold);
 }
+
+void addBoxSumsBaseline(const BoxSums& b) { addBoxSumsBody(b); }
 
 #if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
 #define PTMATCH_VOTE_AVX2 1
@@ -52,10 +86,13 @@ __attribute__((target("avx2"))) void addWindowRowsAvx2(const WindowRows& w,
   addWindowRowsBody(w, weight);
 }
 
-__attribute__((target("avx2"))) bool rowExceedsAvx2(const std::int16_t* row, long blocks,
-                                                    std::int16_t threshold) {
-  return rowExceedsBody(row, blocks, threshold);
+__attribute__((target("avx2"))) long nextExceedingRowAvx2(const std::int16_t* row0, long stride,
+                                                          long first, long last, long blocks,
+                                                          std::int16_t threshold) {
+  return nextExceedingRowBody(row0, stride, first, last, blocks, threshold);
 }
+
+__attribute__((target("avx2"))) void addBoxSumsAvx2(const BoxSums& b) { addBoxSumsBody(b); }
 
 bool hasAvx2() {
   static const bool has = __builtin_cpu_supports("avx2") != 0;
@@ -72,11 +109,19 @@ void addWindowRows(const WindowRows& w, std::uint16_t weight) {
   addWindowRowsBaseline(w, weight);
 }
 
-bool rowExceeds(const std::int16_t* row, long blocks, std::int16_t threshold) {
+long nextExceedingRow(const std::int16_t* row0, long stride, long first, long last, long blocks,
+                      std::int16_t threshold) {
 #ifdef PTMATCH_VOTE_AVX2
-  if (hasAvx2()) return rowExceedsAvx2(row, blocks, threshold);
+  if (hasAvx2()) return nextExceedingRowAvx2(row0, stride, first, last, blocks, threshold);
 #endif
-  return rowExceedsBaseline(row, blocks, threshold);
+  return nextExceedingRowBaseline(row0, stride, first, last, blocks, threshold);
+}
+
+void addBoxSums(const BoxSums& b) {
+#ifdef PTMATCH_VOTE_AVX2
+  if (hasAvx2()) return addBoxSumsAvx2(b);
+#endif
+  addBoxSumsBaseline(b);
 }
 
 }  // namespace detail

@@ -33,8 +33,27 @@ struct WindowRows {
 /// Adds weight x occupancy to every cell of the window's rows, modulo 2^16.
 void addWindowRows(const WindowRows& w, std::uint16_t weight);
 
-/// True when one of the blocks x kVoteBlock values from row on exceeds threshold.
-bool rowExceeds(const std::int16_t* row, long blocks, std::int16_t threshold);
+/// The first of rows first..last (row v starting at row0 + v x stride) in which one of the
+/// blocks x kVoteBlock values exceeds threshold; last + 1 when none does.
+long nextExceedingRow(const std::int16_t* row0, long stride, long first, long last, long blocks,
+                      std::int16_t threshold);
+
+/// Adds 3 x 3 box sums of a centre accumulator to rows of an accumulator: accumulator row
+/// r (at acc + r x accStride) gets, in each of its blocks x kVoteBlock cells u, the sum of
+/// the centre cells u - 1 .. u + 1 of centre rows r - 1 .. r + 1 (centre row c at centres
+/// + c x centreStride, for c = -1 .. rows), modulo 2^16. scratch holds 3 rows of
+/// scratchStride >= blocks x kVoteBlock cells.
+struct BoxSums {
+  std::uint16_t* acc;
+  long accStride;
+  const std::uint16_t* centres;
+  long centreStride;
+  std::uint16_t* scratch;
+  long scratchStride;
+  long rows;
+  long blocks;
+};
+void addBoxSums(const BoxSums& b);
 
 /// The addends of one occupied piece of 1 to 4 cells, by length: lanes 0 .. length - 1
 /// hold the weight, the others 0.
