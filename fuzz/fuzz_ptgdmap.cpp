@@ -6,6 +6,7 @@
 // - the map is either untouched (no seed) or holds one entry per point;
 // - in the staggered case every assigned node of a valid mapping has an even index sum;
 // - the time is set and not negative on every exit.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -35,7 +36,8 @@ std::vector<mvVector<2>> gridPoints(FuzzedDataProvider& in, const mvVector<2>& x
     }
   }
   const std::size_t clutter = in.ConsumeIntegralInRange<std::size_t>(0, 10);
-  for (std::size_t k = 0; k < clutter; ++k) points.push_back(fuzz_support::point(in, 200.0));
+  const double reach = 30.0 * std::max(xv.len(), yv.len());
+  for (std::size_t k = 0; k < clutter; ++k) points.push_back(fuzz_support::point(in, reach));
   return points;
 }
 
@@ -60,7 +62,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   } else {
     xv = fuzz_support::point(in, 40.0);
     yv = fuzz_support::point(in, 40.0);
-    snap = fuzz_support::number(in, 40.0);
+    // A snap size far below the points' spread makes a bucket grid of up to 2^27 cells,
+    // which is allowed but slow; such sizes are left to the hostile values.
+    snap = in.ConsumeIntegralInRange<int>(0, 15) == 0 ? fuzz_support::hostileDouble(in)
+                                                      : in.ConsumeIntegralInRange<int>(-10, 400) / 10.0;
     points = fuzz_support::points(in, kMaxPoints, 400.0);
   }
   const mvRange sizeTol = in.ConsumeBool() ? fuzz_support::range(in, 2.0) : mvRange();

@@ -275,7 +275,7 @@ Scene randomScene(Dice& dice) {
   }
   if (dice.chance(0.2)) {
     s.params.autoGridSize(false);
-    s.params.gridSize(dice.uniform(0.5, 8.0));
+    s.params.gridSize(dice.uniform(2.0, 8.0));
   }
   return s;
 }

@@ -1,5 +1,6 @@
 #include "ppmatch/search/refine.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -113,7 +114,9 @@ class Refinement {
   bool fitStartPoses(const CellHypothesis& h, mvXform<2>& gridFit, mvXform<2>& pose);
   void clearMap();
   void match(std::size_t m, std::size_t j);
+  long nearestInReach(const mvVector<2>& target, long cx, long cy) const;
   void capturePass(const mvXform<2>& gridFit, const mvXform<2>& pose);
+  long nearestUnmatched(const mvVector<2>& target) const;
   void completionPass(const mvXform<2>& pose);
   bool isDuplicate(CandidateStore& run);
   long score() const;
@@ -232,38 +235,60 @@ void Refinement::match(std::size_t m, std::size_t j) {
   ++matched_;
 }
 
-// Stage 2, step 3: for each model point in model order, the data point nearest to its
-// pose among those whose cells lie within 2 cells of its fitted cell; taken when within
-// the capture range and not already taken by an earlier model point.
-void Refinement::capturePass(const mvXform<2>& gridFit, const mvXform<2>& pose) {
-  clearMap();
+// The data point nearest to target among those whose cells lie within 2 cells of cell,
+// scanned row by row (the first of equally near ones wins); -1 when there is none.
+long Refinement::nearestInReach(const mvVector<2>& target, long cx, long cy) const {
   const mvPelBuffer_const<std::uint16_t>& cellIndex = rasters_.cell;
   const long lastX = cellIndex.width() - 1;
   const long lastY = cellIndex.height() - 1;
-  for (std::size_t m = 0; m < model_.points.size(); ++m) {
-    const mvVector<2> g = space_.dataToGrid * (gridFit * model_.points[m]);
-    const long gx = roundToCell(g.x());
-    const long gy = roundToCell(g.y());
-    const mvVector<2> target = pose * model_.points[m];
-    double best = std::numeric_limits<double>::infinity();
-    long nearest = -1;
-    for (long y = std::max(gy - kCaptureReach, 0L); y <= std::min(gy + kCaptureReach, lastY); ++y) {
-      const std::uint16_t* row = cellIndex.pointToRow(y);
-      for (long x = std::max(gx - kCaptureReach, 0L); x <= std::min(gx + kCaptureReach, lastX);
-           ++x) {
-        if (row[x] == kNoDataPoint) continue;
-        const std::size_t j = std::size_t{row[x]} - 1;
-        const double d2 = squaredDistance(target, data_[j]);
-        if (d2 < best) {
-          best = d2;
-          nearest = static_cast<long>(j);
-        }
+  double best = std::numeric_limits<double>::infinity();
+  long nearest = -1;
+  for (long y = std::max(cy - kCaptureReach, 0L); y <= std::min(cy + kCaptureReach, lastY); ++y) {
+    const std::uint16_t* row = cellIndex.pointToRow(y);
+    for (long x = std::max(cx - kCaptureReach, 0L); x <= std::min(cx + kCaptureReach, lastX); ++x) {
+      if (row[x] == kNoDataPoint) continue;
+      const std::size_t j = std::size_t{row[x]} - 1;
+      const double d2 = squaredDistance(target, data_[j]);
+      if (d2 < best) {
+        best = d2;
+        nearest = static_cast<long>(j);
       }
     }
-    if (nearest >= 0 && best < captureRange2_ && reverse_[static_cast<std::size_t>(nearest)] < 0) {
-      match(m, static_cast<std::size_t>(nearest));
+  }
+  return nearest;
+}
+
+// Stage 2, step 3: for each model point in model order, the data point nearest to its
+// pose among those whose cells lie within 2 cells of its fitted cell (the grid-space fit
+// applied to the point, then T, rounded); taken when within the capture range and not
+// already taken by an earlier model point. A model point whose nearest data point is
+// taken stays unmatched here.
+void Refinement::capturePass(const mvXform<2>& gridFit, const mvXform<2>& pose) {
+  clearMap();
+  for (std::size_t m = 0; m < model_.points.size(); ++m) {
+    const mvVector<2> g = space_.dataToGrid * (gridFit * model_.points[m]);
+    const mvVector<2> target = pose * model_.points[m];
+    const long nearest = nearestInReach(target, roundToCell(g.x()), roundToCell(g.y()));
+    if (nearest < 0) continue;
+    const auto j = static_cast<std::size_t>(nearest);
+    if (squaredDistance(target, data_[j]) < captureRange2_ && reverse_[j] < 0) match(m, j);
+  }
+}
+
+// The unmatched data point nearest to target, over all data points in order; -1 when
+// every data point is matched.
+long Refinement::nearestUnmatched(const mvVector<2>& target) const {
+  double best = std::numeric_limits<double>::infinity();
+  long nearest = -1;
+  for (std::size_t j = 0; j < data_.size(); ++j) {
+    if (reverse_[j] >= 0) continue;
+    const double d2 = squaredDistance(target, data_[j]);
+    if (d2 < best) {
+      best = d2;
+      nearest = static_cast<long>(j);
     }
   }
+  return nearest;
 }
 
 // Stage 2, step 5: each model point still unmatched takes the nearest unmatched data point
@@ -272,17 +297,10 @@ void Refinement::completionPass(const mvXform<2>& pose) {
   for (std::size_t m = 0; m < model_.points.size(); ++m) {
     if (map_[m] >= 0) continue;
     const mvVector<2> target = pose * model_.points[m];
-    double best = std::numeric_limits<double>::infinity();
-    long nearest = -1;
-    for (std::size_t j = 0; j < data_.size(); ++j) {
-      if (reverse_[j] >= 0) continue;
-      const double d2 = squaredDistance(target, data_[j]);
-      if (d2 < best) {
-        best = d2;
-        nearest = static_cast<long>(j);
-      }
-    }
-    if (nearest >= 0 && best < captureRange2_) match(m, static_cast<std::size_t>(nearest));
+    const long nearest = nearestUnmatched(target);
+    if (nearest < 0) continue;
+    const auto j = static_cast<std::size_t>(nearest);
+    if (squaredDistance(target, data_[j]) < captureRange2_) match(m, j);
   }
 }
 

@@ -138,7 +138,10 @@ void ScatterVoter::takeApart(const mvPelBuffer_const<unsigned char>& occupancy) 
       }
       long end = x;
       while (end < rasterWidth_ && take(end, y)) ++end;
-      for (; x < end; x += kPieceCells) items.push(y, x, std::min(kPieceCells, end - x), keyStride);
+      for (long start = x; start < end; start += kPieceCells) {
+        items.push(y, start, std::min(kPieceCells, end - start), keyStride);
+      }
+      x = end;
     }
   };
   for (long y = 0; y < rasterHeight_; ++y) {
