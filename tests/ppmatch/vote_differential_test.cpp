@@ -6,6 +6,7 @@
 // the last bit, maps, coverages, fit errors).
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdint>
 #include <random>
 #include <string>
@@ -236,9 +237,18 @@ struct Scene {
 
 Scene randomScene(Dice& dice) {
   Scene s;
-  const long n = dice.between(3, 45);
-  const double side = dice.uniform(40.0, 300.0);
-  for (long i = 0; i < n; ++i) s.model.push_back(mvVector<2>(dice.uniform(0, side), dice.uniform(0, side)));
+  // Points at least `spacing` apart, as a part's features are: the automatic grid size
+  // follows the spacing, and so does the cost of the search.
+  const long wanted = dice.between(3, 45);
+  const double spacing = dice.uniform(8.0, 20.0);
+  const double side = spacing * (3.0 + 2.0 * std::sqrt(static_cast<double>(wanted)));
+  for (long tries = 0; static_cast<long>(s.model.size()) < wanted && tries < 2000; ++tries) {
+    const mvVector<2> p(dice.uniform(0, side), dice.uniform(0, side));
+    bool apart = true;
+    for (const mvVector<2>& q : s.model) apart = apart && (p - q).len() >= spacing;
+    if (apart) s.model.push_back(p);
+  }
+  const long n = static_cast<long>(s.model.size());
   if (dice.chance(0.3)) {
     for (long i = 0; i < n; ++i) {
       s.weights.push_back(dice.chance(0.1) ? -dice.between(1, 5) : dice.between(1, 20));
