@@ -270,10 +270,15 @@ const ArchivedClass kClasses[] = {
     {"xform", &fuzzValue<mvXform<2>>, &defaultSample<mvXform<2>>},
     {"range", &fuzzValue<mvRange>, &defaultSample<mvRange>},
     {"anglerange", &fuzzValue<mvAngleRange>, &defaultSample<mvAngleRange>},
-    {"longs", &fuzzValue<std::vector<long>>, [] { return stored(std::vector<long>{1, -2, 3}); }},
+    {"longs", &fuzzValue<std::vector<long>>,
+     [] {
+       return stored(std::vector<long>{1, -2, 3});
+     }},
     {"points", &fuzzValue<std::vector<mvVector<2>>>, [] { return stored(kModel); }},
     {"pairs", &fuzzValue<std::vector<mvPair<long>>>,
-     [] { return stored(std::vector<mvPair<long>>{{1, 2}, {-3, 4}}); }},
+     [] {
+       return stored(std::vector<mvPair<long>>{{1, 2}, {-3, 4}});
+     }},
     {"image8", &fuzzImage<unsigned char>, &imageSample<unsigned char>},
     {"image32", &fuzzImage<long>, &imageSample<long>},
     {"image16s", &fuzzImage<short>, &imageSample<short>},
@@ -330,7 +335,8 @@ void writeSeeds(const std::string& dir) {
     seed.insert(seed.begin(), static_cast<unsigned char>(i));
     const std::string path = dir + "/" + std::to_string(i) + "-" + kClasses[i].name;
     std::ofstream out(path, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(seed.data()), static_cast<std::streamsize>(seed.size()));
+    out.write(reinterpret_cast<const char*>(seed.data()),
+              static_cast<std::streamsize>(seed.size()));
   }
 }
 

@@ -29,13 +29,13 @@ using Mode = mvPointMatcherDefs::Mode;
 enum class Training { kPoints, kExhaustive, kImage };
 
 // Largest point sets: the exhaustive search grows as (data + 1) ^ model.
-constexpr std::size_t kMaxSearchModel = 24;
-constexpr std::size_t kMaxSearchData = 48;
+constexpr std::size_t kMaxSearchModel = 16;
+constexpr std::size_t kMaxSearchData = 32;
 constexpr std::size_t kMaxExhaustiveModel = 4;
 constexpr std::size_t kMaxExhaustiveData = 6;
 constexpr long kMaxPatternSide = 8;
 // Polls allowed to one run before it is interrupted.
-constexpr long kRunPolls = 150;
+constexpr long kRunPolls = 60;
 
 std::vector<unsigned char> bytesOf(mvPointMatcher& m) {
   mvMemoryArchive out;
@@ -105,8 +105,10 @@ bool fuzzedTraining(FuzzedDataProvider& in, mvPointMatcher& matcher, bool exhaus
   try {
     if (in.ConsumeBool()) {
       std::vector<long> weights;
-      const std::size_t n = in.ConsumeBool() ? model.size() : in.ConsumeIntegralInRange<std::size_t>(0, 8);
-      for (std::size_t i = 0; i < n; ++i) weights.push_back(in.ConsumeIntegralInRange<long>(-8, 40));
+      const std::size_t n =
+          in.ConsumeBool() ? model.size() : in.ConsumeIntegralInRange<std::size_t>(0, 8);
+      for (std::size_t i = 0; i < n; ++i)
+        weights.push_back(in.ConsumeIntegralInRange<long>(-8, 40));
       matcher.train(model, weights, mode);
     } else {
       matcher.train(model, mode);
@@ -199,7 +201,8 @@ bool sameResults(const mvPointMatcherResultSet& a, const mvPointMatcherResultSet
     // Results that tie in coverage and fit error may come out in either order; compare
     // the keys, which the order fixes.
     if (x.coverage() != y.coverage()) return false;
-    if (!(x.fitError() == y.fitError() || (x.fitError() != x.fitError() && y.fitError() != y.fitError())))
+    if (!(x.fitError() == y.fitError() ||
+          (x.fitError() != x.fitError() && y.fitError() != y.fitError())))
       return false;
   }
   return true;
@@ -209,8 +212,7 @@ bool sameResults(const mvPointMatcherResultSet& a, const mvPointMatcherResultSet
 // point-trained matcher then reports nothing; a pattern-trained one keeps the results it
 // appended before the failure.
 bool runOnce(const mvPointMatcher& matcher, const std::vector<mvVector<2>>& data,
-             const mvPointMatcherRunParams& params, mvPointMatcherResultSet& results,
-             Mode mode) {
+             const mvPointMatcherRunParams& params, mvPointMatcherResultSet& results, Mode mode) {
   fuzz_support::PollBudget budget(kRunPolls);
   try {
     matcher.run(data, params, results);
@@ -239,10 +241,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     return 0;
   }
   const mvPointMatcherRunParams params = fuzzedParams(in);
-  const std::vector<mvVector<2>> points =
-      training == Training::kImage      ? patternData(in, matcher)
-      : training == Training::kExhaustive ? fuzz_support::points(in, kMaxExhaustiveData)
-                                          : fuzz_support::points(in, kMaxSearchData);
+  const std::vector<mvVector<2>> points = training == Training::kImage ? patternData(in, matcher)
+                                          : training == Training::kExhaustive
+                                              ? fuzz_support::points(in, kMaxExhaustiveData)
+                                              : fuzz_support::points(in, kMaxSearchData);
 
   const std::vector<unsigned char> before = bytesOf(matcher);
   const Mode mode = matcher.trainMode();

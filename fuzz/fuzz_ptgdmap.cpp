@@ -64,8 +64,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     yv = fuzz_support::point(in, 40.0);
     // A snap size far below the points' spread makes a bucket grid of up to 2^27 cells,
     // which is allowed but slow; such sizes are left to the hostile values.
-    snap = in.ConsumeIntegralInRange<int>(0, 15) == 0 ? fuzz_support::hostileDouble(in)
-                                                      : in.ConsumeIntegralInRange<int>(-10, 400) / 10.0;
+    snap = in.ConsumeIntegralInRange<int>(0, 15) == 0
+               ? fuzz_support::hostileDouble(in)
+               : in.ConsumeIntegralInRange<int>(-10, 400) / 10.0;
     points = fuzz_support::points(in, kMaxPoints, 400.0);
   }
   const mvRange sizeTol = in.ConsumeBool() ? fuzz_support::range(in, 2.0) : mvRange();

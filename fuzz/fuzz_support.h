@@ -20,12 +20,12 @@
 #include "mvbase/geometry.h"
 
 /// Aborts with the failed condition, its file and line: a broken invariant is a finding.
-#define FUZZ_CHECK(cond)                                                             \
-  do {                                                                               \
-    if (!(cond)) {                                                                   \
+#define FUZZ_CHECK(cond)                                                                   \
+  do {                                                                                     \
+    if (!(cond)) {                                                                         \
       std::fprintf(stderr, "FUZZ_CHECK failed: %s at %s:%d\n", #cond, __FILE__, __LINE__); \
-      std::abort();                                                                  \
-    }                                                                                \
+      std::abort();                                                                        \
+    }                                                                                      \
   } while (0)
 
 namespace fuzz_support {

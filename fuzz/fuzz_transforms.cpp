@@ -38,8 +38,7 @@ bool wellConditioned(const mvXform<2>& x) {
   const double norm = std::fabs(m.element(0, 0)) + std::fabs(m.element(0, 1)) +
                       std::fabs(m.element(1, 0)) + std::fabs(m.element(1, 1));
   const double det = std::fabs(m.determinant());
-  return norm < 1e6 && norm > 1e-6 && det > 1e-6 * norm * norm &&
-         x.trans().len() < 1e6;
+  return norm < 1e6 && norm > 1e-6 && det > 1e-6 * norm * norm && x.trans().len() < 1e6;
 }
 
 void checkRoundTrip2(const mv2PtMatchTm& tm) {

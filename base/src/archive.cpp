@@ -49,19 +49,15 @@ mvArchive* mvbase_detail::currentArchive() {
 mvArchive::Errors::Errors() : mvExceptionWithString(L"The archive could not be read or written.") {}
 mvArchive::Errors::Errors(const std::wstring& message) : mvExceptionWithString(message) {}
 
-void mvArchive::Errors::suicideAndRethrow() {
-  Errors copy(*this);
-  delete this;
-  throw copy;
-}
+void mvArchive::Errors::suicideAndRethrow() { rethrowCopy_(this); }
 
 void mvArchive::Errors::dispatchSerialize(mvArchive& ar) {
-  mvbase_detail::dispatchVersioned(ar, this, sizeof(Errors),
-                                   [&](unsigned char version) { Errors::serialize_(ar, version); });
+  dispatchVersioned_(ar, this, sizeof(Errors),
+                     [&](unsigned char version) { Errors::serialize_(ar, version); });
 }
 
 void mvArchive::Errors::serialize_(mvArchive& ar, unsigned char version) {
-  mvbase_detail::requireClassVersion(version, "mvArchive::Errors");
+  requireClassVersion_(version, "mvArchive::Errors");
   mvExceptionWithString::dispatchSerialize(ar);
 }
 
@@ -82,20 +78,15 @@ mvArchive::UnknownVersion::UnknownVersion() : Errors(unknownVersionMessage(nullp
 mvArchive::UnknownVersion::UnknownVersion(const char* file, int line)
     : Errors(unknownVersionMessage(file, line)), file_(file != nullptr ? file : ""), line_(line) {}
 
-void mvArchive::UnknownVersion::suicideAndRethrow() {
-  UnknownVersion copy(*this);
-  delete this;
-  throw copy;
-}
+void mvArchive::UnknownVersion::suicideAndRethrow() { rethrowCopy_(this); }
 
 void mvArchive::UnknownVersion::dispatchSerialize(mvArchive& ar) {
-  mvbase_detail::dispatchVersioned(ar, this, sizeof(UnknownVersion), [&](unsigned char version) {
-    UnknownVersion::serialize_(ar, version);
-  });
+  dispatchVersioned_(ar, this, sizeof(UnknownVersion),
+                     [&](unsigned char version) { UnknownVersion::serialize_(ar, version); });
 }
 
 void mvArchive::UnknownVersion::serialize_(mvArchive& ar, unsigned char version) {
-  mvbase_detail::requireClassVersion(version, "mvArchive::UnknownVersion");
+  requireClassVersion_(version, "mvArchive::UnknownVersion");
   Errors::dispatchSerialize(ar);
   mfArchiveString(ar, file_);
   ar || line_;
@@ -105,20 +96,15 @@ mvPersistent* mvArchive::UnknownVersion::make() { return new UnknownVersion(); }
 
 mvArchive::EndOfData::EndOfData() : Errors(L"Reading ran past the end of the archive.") {}
 
-void mvArchive::EndOfData::suicideAndRethrow() {
-  EndOfData copy(*this);
-  delete this;
-  throw copy;
-}
+void mvArchive::EndOfData::suicideAndRethrow() { rethrowCopy_(this); }
 
 void mvArchive::EndOfData::dispatchSerialize(mvArchive& ar) {
-  mvbase_detail::dispatchVersioned(ar, this, sizeof(EndOfData), [&](unsigned char version) {
-    EndOfData::serialize_(ar, version);
-  });
+  dispatchVersioned_(ar, this, sizeof(EndOfData),
+                     [&](unsigned char version) { EndOfData::serialize_(ar, version); });
 }
 
 void mvArchive::EndOfData::serialize_(mvArchive& ar, unsigned char version) {
-  mvbase_detail::requireClassVersion(version, "mvArchive::EndOfData");
+  requireClassVersion_(version, "mvArchive::EndOfData");
   Errors::dispatchSerialize(ar);
 }
 
@@ -127,19 +113,15 @@ mvPersistent* mvArchive::EndOfData::make() { return new EndOfData(); }
 mvArchive::BadData::BadData() : Errors(L"The archive holds data that cannot be used.") {}
 mvArchive::BadData::BadData(const std::wstring& message) : Errors(message) {}
 
-void mvArchive::BadData::suicideAndRethrow() {
-  BadData copy(*this);
-  delete this;
-  throw copy;
-}
+void mvArchive::BadData::suicideAndRethrow() { rethrowCopy_(this); }
 
 void mvArchive::BadData::dispatchSerialize(mvArchive& ar) {
-  mvbase_detail::dispatchVersioned(
-      ar, this, sizeof(BadData), [&](unsigned char version) { BadData::serialize_(ar, version); });
+  dispatchVersioned_(ar, this, sizeof(BadData),
+                     [&](unsigned char version) { BadData::serialize_(ar, version); });
 }
 
 void mvArchive::BadData::serialize_(mvArchive& ar, unsigned char version) {
-  mvbase_detail::requireClassVersion(version, "mvArchive::BadData");
+  requireClassVersion_(version, "mvArchive::BadData");
   Errors::dispatchSerialize(ar);
 }
 

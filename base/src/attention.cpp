@@ -3,7 +3,7 @@
 
 #include <atomic>
 
-#include "persist_detail.h"
+#include "mvbase/archive.h"
 
 namespace {
 std::atomic<bool> requested{false};
@@ -12,20 +12,15 @@ std::atomic<mvAttention::Poll> pollFunction{nullptr};
 
 mvAttention::Interrupted::Interrupted() : mvExceptionWithString(L"The run was interrupted.") {}
 
-void mvAttention::Interrupted::suicideAndRethrow() {
-  Interrupted copy(*this);
-  delete this;
-  throw copy;
-}
+void mvAttention::Interrupted::suicideAndRethrow() { rethrowCopy_(this); }
 
 void mvAttention::Interrupted::dispatchSerialize(mvArchive& ar) {
-  mvbase_detail::dispatchVersioned(ar, this, sizeof(Interrupted), [&](unsigned char version) {
-    Interrupted::serialize_(ar, version);
-  });
+  dispatchVersioned_(ar, this, sizeof(Interrupted),
+                     [&](unsigned char version) { Interrupted::serialize_(ar, version); });
 }
 
 void mvAttention::Interrupted::serialize_(mvArchive& ar, unsigned char version) {
-  mvbase_detail::requireClassVersion(version, "mvAttention::Interrupted");
+  requireClassVersion_(version, "mvAttention::Interrupted");
   mvExceptionWithString::dispatchSerialize(ar);
 }
 

@@ -107,12 +107,6 @@ std::string mv_Instantiator::nameOf(const std::type_info& type) {
   return it != r.byType.end() ? it->second.name : std::string();
 }
 
-// --- shared persistence helpers ---
-
-void mvbase_detail::requireClassVersion(unsigned char version, const char* className) {
-  if (version != kClassVersion) throw mvArchive::UnknownVersion(className, 0);
-}
-
 // --- mvException ---
 
 mvException::mvException() = default;
@@ -142,20 +136,19 @@ void mvException::message_(std::wostream& os) const {
 
 long mvException::errorNumber() const { return 0; }
 
-void mvException::suicideAndRethrow() {
-  mvException copy(*this);
-  delete this;
-  throw copy;
+void mvException::requireClassVersion_(unsigned char version, const char* className) {
+  if (version != 0) throw mvArchive::UnknownVersion(className, 0);
 }
 
+void mvException::suicideAndRethrow() { rethrowCopy_(this); }
+
 void mvException::dispatchSerialize(mvArchive& ar) {
-  mvbase_detail::dispatchVersioned(ar, this, sizeof(mvException), [&](unsigned char version) {
-    mvException::serialize_(ar, version);
-  });
+  dispatchVersioned_(ar, this, sizeof(mvException),
+                     [&](unsigned char version) { mvException::serialize_(ar, version); });
 }
 
 void mvException::serialize_(mvArchive& ar, unsigned char version) {
-  mvbase_detail::requireClassVersion(version, "mvException");
+  requireClassVersion_(version, "mvException");
   mvPersistent::dispatchSerialize(ar);
 }
 
@@ -169,20 +162,16 @@ mvExceptionWithString::~mvExceptionWithString() = default;
 
 void mvExceptionWithString::message_(std::wostream& os) const { os << text_; }
 
-void mvExceptionWithString::suicideAndRethrow() {
-  mvExceptionWithString copy(*this);
-  delete this;
-  throw copy;
-}
+void mvExceptionWithString::suicideAndRethrow() { rethrowCopy_(this); }
 
 void mvExceptionWithString::dispatchSerialize(mvArchive& ar) {
-  mvbase_detail::dispatchVersioned(
-      ar, this, sizeof(mvExceptionWithString),
-      [&](unsigned char version) { mvExceptionWithString::serialize_(ar, version); });
+  dispatchVersioned_(ar, this, sizeof(mvExceptionWithString), [&](unsigned char version) {
+    mvExceptionWithString::serialize_(ar, version);
+  });
 }
 
 void mvExceptionWithString::serialize_(mvArchive& ar, unsigned char version) {
-  mvbase_detail::requireClassVersion(version, "mvExceptionWithString");
+  requireClassVersion_(version, "mvExceptionWithString");
   mvException::dispatchSerialize(ar);
   mfArchiveString(ar, text_);
 }
@@ -196,20 +185,15 @@ mvPersistent* mvExceptionWithString::make() {
 mvMathError::mvMathError() : mvExceptionWithString(L"A numeric operation failed.") {}
 mvMathError::mvMathError(const std::wstring& message) : mvExceptionWithString(message) {}
 
-void mvMathError::suicideAndRethrow() {
-  mvMathError copy(*this);
-  delete this;
-  throw copy;
-}
+void mvMathError::suicideAndRethrow() { rethrowCopy_(this); }
 
 void mvMathError::dispatchSerialize(mvArchive& ar) {
-  mvbase_detail::dispatchVersioned(ar, this, sizeof(mvMathError), [&](unsigned char version) {
-    mvMathError::serialize_(ar, version);
-  });
+  dispatchVersioned_(ar, this, sizeof(mvMathError),
+                     [&](unsigned char version) { mvMathError::serialize_(ar, version); });
 }
 
 void mvMathError::serialize_(mvArchive& ar, unsigned char version) {
-  mvbase_detail::requireClassVersion(version, "mvMathError");
+  requireClassVersion_(version, "mvMathError");
   mvExceptionWithString::dispatchSerialize(ar);
 }
 
@@ -235,20 +219,15 @@ mvAssertionError::mvAssertionError(const std::string& expression, const std::str
       module_(module),
       line_(line) {}
 
-void mvAssertionError::suicideAndRethrow() {
-  mvAssertionError copy(*this);
-  delete this;
-  throw copy;
-}
+void mvAssertionError::suicideAndRethrow() { rethrowCopy_(this); }
 
 void mvAssertionError::dispatchSerialize(mvArchive& ar) {
-  mvbase_detail::dispatchVersioned(ar, this, sizeof(mvAssertionError), [&](unsigned char version) {
-    mvAssertionError::serialize_(ar, version);
-  });
+  dispatchVersioned_(ar, this, sizeof(mvAssertionError),
+                     [&](unsigned char version) { mvAssertionError::serialize_(ar, version); });
 }
 
 void mvAssertionError::serialize_(mvArchive& ar, unsigned char version) {
-  mvbase_detail::requireClassVersion(version, "mvAssertionError");
+  requireClassVersion_(version, "mvAssertionError");
   mvExceptionWithString::dispatchSerialize(ar);
   mfArchiveString(ar, expression_);
   mfArchiveString(ar, module_);

@@ -5,7 +5,7 @@
 
 #include <cmath>
 
-#include "persist_detail.h"
+#include "mvbase/archive.h"
 
 namespace {
 
@@ -112,19 +112,15 @@ mvLSPointToPointFitter::Errors::Errors()
 mvLSPointToPointFitter::Errors::Errors(const std::wstring& message)
     : mvExceptionWithString(message) {}
 
-void mvLSPointToPointFitter::Errors::suicideAndRethrow() {
-  Errors copy(*this);
-  delete this;
-  throw copy;
-}
+void mvLSPointToPointFitter::Errors::suicideAndRethrow() { rethrowCopy_(this); }
 
 void mvLSPointToPointFitter::Errors::dispatchSerialize(mvArchive& ar) {
-  mvbase_detail::dispatchVersioned(ar, this, sizeof(Errors),
-                                   [&](unsigned char version) { Errors::serialize_(ar, version); });
+  dispatchVersioned_(ar, this, sizeof(Errors),
+                     [&](unsigned char version) { Errors::serialize_(ar, version); });
 }
 
 void mvLSPointToPointFitter::Errors::serialize_(mvArchive& ar, unsigned char version) {
-  mvbase_detail::requireClassVersion(version, "mvLSPointToPointFitter::Errors");
+  requireClassVersion_(version, "mvLSPointToPointFitter::Errors");
   mvExceptionWithString::dispatchSerialize(ar);
 }
 

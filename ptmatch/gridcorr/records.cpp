@@ -9,23 +9,6 @@ using Defs = mv_PointToGridCorresponderDefs;
 
 namespace {
 
-// The class-versioned step shared by the error classes: an object already visited in
-// this archive is skipped; otherwise the class version byte 0, the class's own fields
-// (through serialize) and the visited mark.
-template <typename Serialize>
-void dispatchVersioned(mvArchive& ar, const void* self, std::size_t size, Serialize serialize) {
-  if (ar.haveVisited(self, size)) return;
-  unsigned char version = 0;
-  ar || version;
-  serialize(version);
-  ar.setVisited(self, size);
-}
-
-// An error class knows one class version, 0.
-void requireClassVersion(unsigned char version, const char* className) {
-  if (version != 0) throw mvArchive::UnknownVersion(className, 0);
-}
-
 constexpr long kInsufficientModelPointsNumber = 0x10005f06;
 constexpr long kInsufficientMemoryNumber = 0x10005f07;
 
@@ -35,19 +18,15 @@ constexpr long kInsufficientMemoryNumber = 0x10005f07;
 
 Defs::Errors::Errors(const std::wstring& message) : mvExceptionWithString(message) {}
 
-void Defs::Errors::suicideAndRethrow() {
-  Errors copy(*this);
-  delete this;
-  throw copy;
-}
+void Defs::Errors::suicideAndRethrow() { rethrowCopy_(this); }
 
 void Defs::Errors::dispatchSerialize(mvArchive& ar) {
-  dispatchVersioned(ar, this, sizeof(Errors),
-                    [&](unsigned char version) { Errors::serialize_(ar, version); });
+  dispatchVersioned_(ar, this, sizeof(Errors),
+                     [&](unsigned char version) { Errors::serialize_(ar, version); });
 }
 
 void Defs::Errors::serialize_(mvArchive& ar, unsigned char version) {
-  requireClassVersion(version, "mv_PointToGridCorresponderDefs::Errors");
+  requireClassVersion_(version, "mv_PointToGridCorresponderDefs::Errors");
   mvExceptionWithString::dispatchSerialize(ar);
 }
 
@@ -58,20 +37,16 @@ Defs::InsufficientModelPoints::InsufficientModelPoints(const std::wstring& messa
 
 long Defs::InsufficientModelPoints::errorNumber() const { return kInsufficientModelPointsNumber; }
 
-void Defs::InsufficientModelPoints::suicideAndRethrow() {
-  InsufficientModelPoints copy(*this);
-  delete this;
-  throw copy;
-}
+void Defs::InsufficientModelPoints::suicideAndRethrow() { rethrowCopy_(this); }
 
 void Defs::InsufficientModelPoints::dispatchSerialize(mvArchive& ar) {
-  dispatchVersioned(ar, this, sizeof(InsufficientModelPoints), [&](unsigned char version) {
+  dispatchVersioned_(ar, this, sizeof(InsufficientModelPoints), [&](unsigned char version) {
     InsufficientModelPoints::serialize_(ar, version);
   });
 }
 
 void Defs::InsufficientModelPoints::serialize_(mvArchive& ar, unsigned char version) {
-  requireClassVersion(version, "mv_PointToGridCorresponderDefs::InsufficientModelPoints");
+  requireClassVersion_(version, "mv_PointToGridCorresponderDefs::InsufficientModelPoints");
   Errors::dispatchSerialize(ar);
 }
 
@@ -81,19 +56,15 @@ Defs::InsufficientMemory::InsufficientMemory(const std::wstring& message) : Erro
 
 long Defs::InsufficientMemory::errorNumber() const { return kInsufficientMemoryNumber; }
 
-void Defs::InsufficientMemory::suicideAndRethrow() {
-  InsufficientMemory copy(*this);
-  delete this;
-  throw copy;
-}
+void Defs::InsufficientMemory::suicideAndRethrow() { rethrowCopy_(this); }
 
 void Defs::InsufficientMemory::dispatchSerialize(mvArchive& ar) {
-  dispatchVersioned(ar, this, sizeof(InsufficientMemory),
-                    [&](unsigned char version) { InsufficientMemory::serialize_(ar, version); });
+  dispatchVersioned_(ar, this, sizeof(InsufficientMemory),
+                     [&](unsigned char version) { InsufficientMemory::serialize_(ar, version); });
 }
 
 void Defs::InsufficientMemory::serialize_(mvArchive& ar, unsigned char version) {
-  requireClassVersion(version, "mv_PointToGridCorresponderDefs::InsufficientMemory");
+  requireClassVersion_(version, "mv_PointToGridCorresponderDefs::InsufficientMemory");
   Errors::dispatchSerialize(ar);
 }
 

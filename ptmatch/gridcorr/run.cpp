@@ -34,8 +34,38 @@ bool roomForPattern(const mvPelRect& observed, const mvRectangle<long>& patternR
          observed.height() + kPadding > patternRect.height();
 }
 
+// A run scans only observed data that spans something and leaves room for the pattern.
+bool worthScanning(const mvPelRect& observed, const mvRectangle<long>& patternRect) {
+  return !spansNothing(observed) && roomForPattern(observed, patternRect);
+}
+
+// The empty image a run draws the observed data into, with the border on every side.
+mvPelBuffer<unsigned char> paddedImage(const mvPelRect& observed) {
+  return mvPelBuffer<unsigned char>(observed.width() + kPadding, observed.height() + kPadding,
+                                    kAlignment);
+}
+
 // The reported results as the run fills them.
 using Results = std::vector<mv_PointToGridCorresponderResult>;
+
+// The clock of a run: starting it empties the results and sets the time to 0; finishing
+// sets the time to the seconds since the start and passes the run's outcome on.
+class RunClock {
+ public:
+  RunClock(Results& results, double& time) : time_(time) {
+    results.clear();
+    time_ = 0.0;
+  }
+
+  bool finish(bool found) {
+    time_ = timer_.sec();
+    return found;
+  }
+
+ private:
+  mvTimer timer_;  // started first, as the run begins
+  double& time_;
+};
 
 // One pointer per row of the padded image, so that probing reads a pel as row pointer
 // plus column.
@@ -119,55 +149,41 @@ void mv_PointToGridCorresponder::checkRunnable_(
 bool mv_PointToGridCorresponder::run(const std::vector<mvPair<long>>& nodes,
                                      const mv_PointToGridCorresponderRunParams& params,
                                      mv_PointToGridCorresponderResultSet& results) const {
-  mvTimer timer;
-  results.results_.clear();
-  results.time_ = 0.0;
+  RunClock clock(results.results_, results.time_);
   checkRunnable_(params);
-  const auto finish = [&](bool found) {
-    results.time_ = timer.sec();
-    return found;
-  };
-  if (nodes.empty()) return finish(false);
+  if (nodes.empty()) return clock.finish(false);
 
   const mvRectangle<long> bounds = ptmatch::gridcorr::nodeBounds(nodes);
   const mvPelRect observed(bounds.ul(), mvPair<long>(bounds.width(), bounds.height()));
-  if (spansNothing(observed) || !roomForPattern(observed, patternRect_)) return finish(false);
+  if (!worthScanning(observed, patternRect_)) return clock.finish(false);
 
-  mvPelBuffer<unsigned char> padded(observed.width() + kPadding, observed.height() + kPadding,
-                                    kAlignment);
+  mvPelBuffer<unsigned char> padded = paddedImage(observed);
   const mvPair<long> toPadded = mvPair<long>(kBorder, kBorder) - observed.ul();
   for (const mvPair<long>& node : nodes) {
     const mvPair<long> p = node + toPadded;
     padded.pointToRow(p.y())[p.x()] = kNode;
   }
-  return finish(run_(padded, observed, params, results));
+  return clock.finish(run_(padded, observed, params, results));
 }
 
 bool mv_PointToGridCorresponder::run(const mvPelBuffer_const<unsigned char>& image,
                                      const mv_PointToGridCorresponderRunParams& params,
                                      mv_PointToGridCorresponderResultSet& results) const {
-  mvTimer timer;
-  results.results_.clear();
-  results.time_ = 0.0;
+  RunClock clock(results.results_, results.time_);
   checkRunnable_(params);
-  const auto finish = [&](bool found) {
-    results.time_ = timer.sec();
-    return found;
-  };
-  if (image.width() < 1 || image.height() < 1) return finish(false);
+  if (image.width() < 1 || image.height() < 1) return clock.finish(false);
 
   const mvPelRect observed(image.offset(), mvPair<long>(image.width() - 1, image.height() - 1));
-  if (spansNothing(observed) || !roomForPattern(observed, patternRect_)) return finish(false);
+  if (!worthScanning(observed, patternRect_)) return clock.finish(false);
 
   // Pel values are copied as they are: only pels equal to 1 match node probes.
-  mvPelBuffer<unsigned char> padded(observed.width() + kPadding, observed.height() + kPadding,
-                                    kAlignment);
+  mvPelBuffer<unsigned char> padded = paddedImage(observed);
   mvPelBuffer<unsigned char> inner = padded;
   const bool windowed = inner.window(kBorder, kBorder, image.width(), image.height());
   mvAssert(windowed, kModule, __LINE__);
   inner.offset(padded.offset());
   mfPelCopy(image, inner);
-  return finish(run_(padded, observed, params, results));
+  return clock.finish(run_(padded, observed, params, results));
 }
 
 bool mv_PointToGridCorresponder::run_(const mvPelBuffer<unsigned char>& padded,

@@ -8,8 +8,6 @@
 #include <typeinfo>
 #include <utility>
 
-#include "matext/error_helpers.h"
-
 namespace {
 
 const char* const kModule = "ptmatch/matext";
@@ -37,18 +35,16 @@ const mv_Instantiator kSingularInstantiator(typeid(mvMatrixExt::SingularMatrix),
 
 mvMatrixExt::NotSquareMatrix::NotSquareMatrix() : mvMathError(L"the matrix is not square") {}
 
-void mvMatrixExt::NotSquareMatrix::suicideAndRethrow() {
-  ptmatch::detail::suicideAndRethrowAs(this);
-}
+void mvMatrixExt::NotSquareMatrix::suicideAndRethrow() { rethrowCopy_(this); }
 
 void mvMatrixExt::NotSquareMatrix::dispatchSerialize(mvArchive& ar) {
-  ptmatch::detail::dispatchClassVersioned(
-      ar, this, sizeof(mvMatrixExt::NotSquareMatrix),
-      [&](unsigned char version) { mvMatrixExt::NotSquareMatrix::serialize_(ar, version); });
+  dispatchVersioned_(ar, this, sizeof(mvMatrixExt::NotSquareMatrix), [&](unsigned char version) {
+    mvMatrixExt::NotSquareMatrix::serialize_(ar, version);
+  });
 }
 
 void mvMatrixExt::NotSquareMatrix::serialize_(mvArchive& ar, unsigned char version) {
-  ptmatch::detail::requireClassVersion(version, "mvMatrixExt::NotSquareMatrix");
+  requireClassVersion_(version, "mvMatrixExt::NotSquareMatrix");
   mvMathError::dispatchSerialize(ar);
 }
 
@@ -56,18 +52,16 @@ mvPersistent* mvMatrixExt::NotSquareMatrix::make() { return new NotSquareMatrix(
 
 mvMatrixExt::SingularMatrix::SingularMatrix() : mvMathError(L"the matrix is singular") {}
 
-void mvMatrixExt::SingularMatrix::suicideAndRethrow() {
-  ptmatch::detail::suicideAndRethrowAs(this);
-}
+void mvMatrixExt::SingularMatrix::suicideAndRethrow() { rethrowCopy_(this); }
 
 void mvMatrixExt::SingularMatrix::dispatchSerialize(mvArchive& ar) {
-  ptmatch::detail::dispatchClassVersioned(
-      ar, this, sizeof(mvMatrixExt::SingularMatrix),
-      [&](unsigned char version) { mvMatrixExt::SingularMatrix::serialize_(ar, version); });
+  dispatchVersioned_(ar, this, sizeof(mvMatrixExt::SingularMatrix), [&](unsigned char version) {
+    mvMatrixExt::SingularMatrix::serialize_(ar, version);
+  });
 }
 
 void mvMatrixExt::SingularMatrix::serialize_(mvArchive& ar, unsigned char version) {
-  ptmatch::detail::requireClassVersion(version, "mvMatrixExt::SingularMatrix");
+  requireClassVersion_(version, "mvMatrixExt::SingularMatrix");
   mvMathError::dispatchSerialize(ar);
 }
 

@@ -22,52 +22,23 @@ constexpr const char* kNotTrainedName = "mvPointMatcherDefs::NotTrained";
 constexpr const char* kNotRunName = "mvPointMatcherDefs::NotRun";
 constexpr const char* kInsufficientModelPointsName = "mvPointMatcherDefs::InsufficientModelPoints";
 
-// The class version every error of this family writes before its base class.
-constexpr unsigned char kClassVersion = 0;
-
-// Persists the class version of one level of an error object, then lets that level
-// persist the rest; an object already visited in this archive is skipped.
-template <typename Serialize>
-void dispatchWithClassVersion(const void* self, std::size_t size, mvArchive& ar,
-                              Serialize serialize) {
-  if (ar.haveVisited(self, size)) return;
-  unsigned char version = kClassVersion;
-  ar || version;
-  serialize(version);
-  ar.setVisited(self, size);
-}
-
-// Throws the unknown-version error of a class when the class version is not 0.
-void checkClassVersion(unsigned char version, const char* className) {
-  if (version != kClassVersion) throw mvArchive::UnknownVersion(className, 0);
-}
-
-// Copies the error, destroys the original (which must live on the heap) and throws the
-// copy by its own type.
-template <typename E>
-[[noreturn]] void rethrowCopyOf(E* self) {
-  E copy(*self);
-  delete self;
-  throw copy;
-}
-
 }  // namespace
 
 // --- Errors ---
 
 mvPointMatcherDefs::Errors::Errors(const std::wstring& message) : mvExceptionWithString(message) {}
 
-void mvPointMatcherDefs::Errors::suicideAndRethrow() { rethrowCopyOf(this); }
+void mvPointMatcherDefs::Errors::suicideAndRethrow() { rethrowCopy_(this); }
 
 void mvPointMatcherDefs::Errors::dispatchSerialize(mvArchive& ar) {
-  dispatchWithClassVersion(this, sizeof(*this), ar,
-                           [&](unsigned char version) { Errors::serialize_(ar, version); });
+  dispatchVersioned_(ar, this, sizeof(*this),
+                     [&](unsigned char version) { Errors::serialize_(ar, version); });
 }
 
 mvPersistent* mvPointMatcherDefs::Errors::make() { return new Errors(L""); }
 
 void mvPointMatcherDefs::Errors::serialize_(mvArchive& ar, unsigned char version) {
-  checkClassVersion(version, kErrorsName);
+  requireClassVersion_(version, kErrorsName);
   mvExceptionWithString::dispatchSerialize(ar);
 }
 
@@ -77,17 +48,17 @@ mvPointMatcherDefs::BadParams::BadParams(const std::wstring& message) : Errors(m
 
 long mvPointMatcherDefs::BadParams::errorNumber() const { return kBadParamsNumber; }
 
-void mvPointMatcherDefs::BadParams::suicideAndRethrow() { rethrowCopyOf(this); }
+void mvPointMatcherDefs::BadParams::suicideAndRethrow() { rethrowCopy_(this); }
 
 void mvPointMatcherDefs::BadParams::dispatchSerialize(mvArchive& ar) {
-  dispatchWithClassVersion(this, sizeof(*this), ar,
-                           [&](unsigned char version) { BadParams::serialize_(ar, version); });
+  dispatchVersioned_(ar, this, sizeof(*this),
+                     [&](unsigned char version) { BadParams::serialize_(ar, version); });
 }
 
 mvPersistent* mvPointMatcherDefs::BadParams::make() { return new BadParams(L""); }
 
 void mvPointMatcherDefs::BadParams::serialize_(mvArchive& ar, unsigned char version) {
-  checkClassVersion(version, kBadParamsName);
+  requireClassVersion_(version, kBadParamsName);
   Errors::dispatchSerialize(ar);
 }
 
@@ -97,17 +68,17 @@ mvPointMatcherDefs::NotTrained::NotTrained(const std::wstring& message) : Errors
 
 long mvPointMatcherDefs::NotTrained::errorNumber() const { return kNotTrainedNumber; }
 
-void mvPointMatcherDefs::NotTrained::suicideAndRethrow() { rethrowCopyOf(this); }
+void mvPointMatcherDefs::NotTrained::suicideAndRethrow() { rethrowCopy_(this); }
 
 void mvPointMatcherDefs::NotTrained::dispatchSerialize(mvArchive& ar) {
-  dispatchWithClassVersion(this, sizeof(*this), ar,
-                           [&](unsigned char version) { NotTrained::serialize_(ar, version); });
+  dispatchVersioned_(ar, this, sizeof(*this),
+                     [&](unsigned char version) { NotTrained::serialize_(ar, version); });
 }
 
 mvPersistent* mvPointMatcherDefs::NotTrained::make() { return new NotTrained(L""); }
 
 void mvPointMatcherDefs::NotTrained::serialize_(mvArchive& ar, unsigned char version) {
-  checkClassVersion(version, kNotTrainedName);
+  requireClassVersion_(version, kNotTrainedName);
   Errors::dispatchSerialize(ar);
 }
 
@@ -117,17 +88,17 @@ mvPointMatcherDefs::NotRun::NotRun(const std::wstring& message) : Errors(message
 
 long mvPointMatcherDefs::NotRun::errorNumber() const { return kNotRunNumber; }
 
-void mvPointMatcherDefs::NotRun::suicideAndRethrow() { rethrowCopyOf(this); }
+void mvPointMatcherDefs::NotRun::suicideAndRethrow() { rethrowCopy_(this); }
 
 void mvPointMatcherDefs::NotRun::dispatchSerialize(mvArchive& ar) {
-  dispatchWithClassVersion(this, sizeof(*this), ar,
-                           [&](unsigned char version) { NotRun::serialize_(ar, version); });
+  dispatchVersioned_(ar, this, sizeof(*this),
+                     [&](unsigned char version) { NotRun::serialize_(ar, version); });
 }
 
 mvPersistent* mvPointMatcherDefs::NotRun::make() { return new NotRun(L""); }
 
 void mvPointMatcherDefs::NotRun::serialize_(mvArchive& ar, unsigned char version) {
-  checkClassVersion(version, kNotRunName);
+  requireClassVersion_(version, kNotRunName);
   Errors::dispatchSerialize(ar);
 }
 
@@ -140,10 +111,10 @@ long mvPointMatcherDefs::InsufficientModelPoints::errorNumber() const {
   return kInsufficientModelPointsNumber;
 }
 
-void mvPointMatcherDefs::InsufficientModelPoints::suicideAndRethrow() { rethrowCopyOf(this); }
+void mvPointMatcherDefs::InsufficientModelPoints::suicideAndRethrow() { rethrowCopy_(this); }
 
 void mvPointMatcherDefs::InsufficientModelPoints::dispatchSerialize(mvArchive& ar) {
-  dispatchWithClassVersion(this, sizeof(*this), ar, [&](unsigned char version) {
+  dispatchVersioned_(ar, this, sizeof(*this), [&](unsigned char version) {
     InsufficientModelPoints::serialize_(ar, version);
   });
 }
@@ -153,7 +124,7 @@ mvPersistent* mvPointMatcherDefs::InsufficientModelPoints::make() {
 }
 
 void mvPointMatcherDefs::InsufficientModelPoints::serialize_(mvArchive& ar, unsigned char version) {
-  checkClassVersion(version, kInsufficientModelPointsName);
+  requireClassVersion_(version, kInsufficientModelPointsName);
   Errors::dispatchSerialize(ar);
 }
 

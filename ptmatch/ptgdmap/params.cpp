@@ -8,8 +8,6 @@ namespace {
 
 /// Version word of both records.
 constexpr unsigned long kRecordVersion = 1100;
-/// Class version byte of the error class.
-constexpr unsigned char kErrorClassVersion = 0;
 
 /// Reads or writes the version word and rejects any other than 1100.
 void archiveRecordVersion(mvArchive& ar, int line) {
@@ -32,24 +30,15 @@ const mv_Instantiator registerBadInput(typeid(mvPtToGridMapDefs::BadInput), &mak
 mvPtToGridMapDefs::BadInput::BadInput(const std::wstring& message)
     : mvExceptionWithString(message) {}
 
-void mvPtToGridMapDefs::BadInput::suicideAndRethrow() {
-  BadInput copy(*this);
-  delete this;
-  throw copy;
-}
+void mvPtToGridMapDefs::BadInput::suicideAndRethrow() { rethrowCopy_(this); }
 
 void mvPtToGridMapDefs::BadInput::dispatchSerialize(mvArchive& ar) {
-  if (ar.haveVisited(this, sizeof(BadInput))) return;
-  unsigned char version = kErrorClassVersion;
-  ar || version;
-  BadInput::serialize_(ar, version);
-  ar.setVisited(this, sizeof(BadInput));
+  dispatchVersioned_(ar, this, sizeof(BadInput),
+                     [&](unsigned char version) { BadInput::serialize_(ar, version); });
 }
 
 void mvPtToGridMapDefs::BadInput::serialize_(mvArchive& ar, unsigned char version) {
-  if (version != kErrorClassVersion) {
-    throw mvArchive::UnknownVersion("mvPtToGridMapDefs::BadInput", 0);
-  }
+  requireClassVersion_(version, "mvPtToGridMapDefs::BadInput");
   mvExceptionWithString::dispatchSerialize(ar);
 }
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <typeinfo>
 
-#include "matext/error_helpers.h"
 #include "ptmatch/tm.h"
 
 namespace {
@@ -81,16 +80,15 @@ void inverseByRefit(const double* h, double* inverse) {
 
 mv2PTm::BadArgs::BadArgs() : mvExceptionWithString(L"the two point lists differ in length") {}
 
-void mv2PTm::BadArgs::suicideAndRethrow() { ptmatch::detail::suicideAndRethrowAs(this); }
+void mv2PTm::BadArgs::suicideAndRethrow() { rethrowCopy_(this); }
 
 void mv2PTm::BadArgs::dispatchSerialize(mvArchive& ar) {
-  ptmatch::detail::dispatchClassVersioned(
-      ar, this, sizeof(mv2PTm::BadArgs),
-      [&](unsigned char version) { mv2PTm::BadArgs::serialize_(ar, version); });
+  dispatchVersioned_(ar, this, sizeof(mv2PTm::BadArgs),
+                     [&](unsigned char version) { mv2PTm::BadArgs::serialize_(ar, version); });
 }
 
 void mv2PTm::BadArgs::serialize_(mvArchive& ar, unsigned char version) {
-  ptmatch::detail::requireClassVersion(version, "mv2PTm::BadArgs");
+  requireClassVersion_(version, "mv2PTm::BadArgs");
   mvExceptionWithString::dispatchSerialize(ar);
 }
 

@@ -4,7 +4,6 @@
 #include <cmath>
 #include <typeinfo>
 
-#include "matext/error_helpers.h"
 #include "ptmatch/tm.h"
 
 namespace {
@@ -41,16 +40,16 @@ mvXform<2> fitFirstFamily(const mvLSPointToPointFitter& pairs) {
 
 mv2PtMatchTm::BadArgs::BadArgs() : mvExceptionWithString(L"the two point lists differ in length") {}
 
-void mv2PtMatchTm::BadArgs::suicideAndRethrow() { ptmatch::detail::suicideAndRethrowAs(this); }
+void mv2PtMatchTm::BadArgs::suicideAndRethrow() { rethrowCopy_(this); }
 
 void mv2PtMatchTm::BadArgs::dispatchSerialize(mvArchive& ar) {
-  ptmatch::detail::dispatchClassVersioned(
-      ar, this, sizeof(mv2PtMatchTm::BadArgs),
-      [&](unsigned char version) { mv2PtMatchTm::BadArgs::serialize_(ar, version); });
+  dispatchVersioned_(ar, this, sizeof(mv2PtMatchTm::BadArgs), [&](unsigned char version) {
+    mv2PtMatchTm::BadArgs::serialize_(ar, version);
+  });
 }
 
 void mv2PtMatchTm::BadArgs::serialize_(mvArchive& ar, unsigned char version) {
-  ptmatch::detail::requireClassVersion(version, "mv2PtMatchTm::BadArgs");
+  requireClassVersion_(version, "mv2PtMatchTm::BadArgs");
   mvExceptionWithString::dispatchSerialize(ar);
 }
 

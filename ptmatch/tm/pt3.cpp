@@ -4,7 +4,6 @@
 #include <cmath>
 #include <typeinfo>
 
-#include "matext/error_helpers.h"
 #include "ptmatch/tm.h"
 
 namespace {
@@ -63,6 +62,15 @@ void inverseByGaussJordan(const double* m, double* inverse) {
   }
 }
 
+/// Makes forward the transform (a2b) and its inverse the inverse (b2a). The inverse is
+/// worked out first, so that a singular forward leaves both as they were.
+void assignWithInverse(const double* forward, double* a2b, double* b2a) {
+  double inverse[kElements];
+  inverseByGaussJordan(forward, inverse);
+  std::copy(forward, forward + kElements, a2b);
+  std::copy(inverse, inverse + kElements, b2a);
+}
+
 /// Copies the solved values of a row's fitter into row r of m (as many as were solved).
 void solveRowInto(const mvPsuedoInverse& fitter, double* m, int r) {
   const std::vector<double> solved = fitter.fit();
@@ -74,16 +82,16 @@ void solveRowInto(const mvPsuedoInverse& fitter, double* m, int r) {
 
 mv3PtMatchTm::BadArgs::BadArgs() : mvExceptionWithString(L"the two point lists differ in length") {}
 
-void mv3PtMatchTm::BadArgs::suicideAndRethrow() { ptmatch::detail::suicideAndRethrowAs(this); }
+void mv3PtMatchTm::BadArgs::suicideAndRethrow() { rethrowCopy_(this); }
 
 void mv3PtMatchTm::BadArgs::dispatchSerialize(mvArchive& ar) {
-  ptmatch::detail::dispatchClassVersioned(
-      ar, this, sizeof(mv3PtMatchTm::BadArgs),
-      [&](unsigned char version) { mv3PtMatchTm::BadArgs::serialize_(ar, version); });
+  dispatchVersioned_(ar, this, sizeof(mv3PtMatchTm::BadArgs), [&](unsigned char version) {
+    mv3PtMatchTm::BadArgs::serialize_(ar, version);
+  });
 }
 
 void mv3PtMatchTm::BadArgs::serialize_(mvArchive& ar, unsigned char version) {
-  ptmatch::detail::requireClassVersion(version, "mv3PtMatchTm::BadArgs");
+  requireClassVersion_(version, "mv3PtMatchTm::BadArgs");
   mvExceptionWithString::dispatchSerialize(ar);
 }
 
@@ -135,10 +143,7 @@ void mv3PtMatchTm::fit() {
   solveRowInto(xFitter_, forward, 0);
   solveRowInto(yFitter_, forward, 1);
   solveRowInto(zFitter_, forward, 2);
-  double inverse[kElements];
-  inverseByGaussJordan(forward, inverse);
-  std::copy(forward, forward + kElements, a2b_);
-  std::copy(inverse, inverse + kElements, b2a_);
+  assignWithInverse(forward, a2b_, b2a_);
 }
 
 void mv3PtMatchTm::fit(const std::vector<mvVector<3>>& a, const std::vector<mvVector<3>>& b) {
@@ -196,10 +201,7 @@ void mv3PtMatchTm::concat_(const double* first, const double* second, double* ou
 void mv3PtMatchTm::concatLinear_(const double* linear) {
   double edited[kElements];
   concat_(a2b_, linear, edited);
-  double inverse[kElements];
-  inverseByGaussJordan(edited, inverse);
-  std::copy(edited, edited + kElements, a2b_);
-  std::copy(inverse, inverse + kElements, b2a_);
+  assignWithInverse(edited, a2b_, b2a_);
 }
 
 void mv3PtMatchTm::rotateOnX(mvRadian angle) {
@@ -235,10 +237,7 @@ void mv3PtMatchTm::translate(const mvVector<3>& v) {
   const double shift[kElements] = {1, 0, 0, v.x(), 0, 1, 0, v.y(), 0, 0, 1, v.z()};
   double moved[kElements];
   mul_(shift, a2b_, moved);
-  double inverse[kElements];
-  inverseByGaussJordan(moved, inverse);
-  std::copy(moved, moved + kElements, a2b_);
-  std::copy(inverse, inverse + kElements, b2a_);
+  assignWithInverse(moved, a2b_, b2a_);
 }
 
 // --- mapping ---

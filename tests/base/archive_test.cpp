@@ -7,10 +7,10 @@
 #include <limits>
 #include <sstream>
 
-#include "base/bytes_helpers.h"
+#include "common/archive_bytes.h"
 #include "mvbase/archive.h"
 
-using namespace testing_bytes;
+using namespace archive_bytes;
 
 // --- primitives ---
 

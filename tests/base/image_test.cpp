@@ -4,10 +4,10 @@
 
 #include <cstdint>
 
-#include "base/bytes_helpers.h"
+#include "common/archive_bytes.h"
 #include "mvbase/image.h"
 
-using namespace testing_bytes;
+using namespace archive_bytes;
 
 namespace {
 

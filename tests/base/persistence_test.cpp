@@ -4,13 +4,13 @@
 
 #include <memory>
 
-#include "base/bytes_helpers.h"
+#include "common/archive_bytes.h"
 #include "mvbase/archive.h"
 #include "mvbase/attention.h"
 #include "mvbase/exception.h"
 #include "mvbase/fitter.h"
 
-using namespace testing_bytes;
+using namespace archive_bytes;
 
 namespace {
 
@@ -19,20 +19,6 @@ class Widget : public mvPersistent {
  public:
   static mvPersistent* make() { return new Widget(); }
 };
-
-template <typename E>
-std::unique_ptr<E> created(const std::string& name) {
-  std::unique_ptr<mvPersistent> p(mv_Instantiator::create(name));
-  E* e = dynamic_cast<E*>(p.get());
-  if (e != nullptr) p.release();
-  return std::unique_ptr<E>(e);
-}
-
-Bytes storeException(mvException& e) {
-  mvMemoryArchive out;
-  e.dispatchSerialize(out);
-  return out.bytes();
-}
 
 }  // namespace
 
@@ -220,12 +206,12 @@ TEST(Assertions, AFailingCheckIsAnMvException) {
 TEST(ExceptionPersistence, ClassVersionBytesThenTheMessage) {
   mvMathError e(L"x");
   // mvMathError, mvExceptionWithString and mvException versions, then count and UTF-8 bytes.
-  EXPECT_EQ(storeException(e), cat({{0, 0, 0}, le32(1), {'x'}}));
+  EXPECT_EQ(storeError(e), cat({{0, 0, 0}, le32(1), {'x'}}));
 }
 
 TEST(ExceptionPersistence, MessageRoundTrip) {
   mvMathError e(L"singular \u00e9\U0001F600");
-  const Bytes bytes = storeException(e);
+  const Bytes bytes = storeError(e);
   auto back = created<mvMathError>("mvMathError");
   ASSERT_NE(back, nullptr);
   mvMemoryArchive in(bytes);
@@ -236,7 +222,7 @@ TEST(ExceptionPersistence, MessageRoundTrip) {
 
 TEST(ExceptionPersistence, AssertionKeepsExpressionModuleAndLine) {
   mvAssertionError e("a < b", "ptmatch/pinv", 1723);
-  const Bytes bytes = storeException(e);
+  const Bytes bytes = storeError(e);
   mvAssertionError back;
   mvMemoryArchive in(bytes);
   back.dispatchSerialize(in);
@@ -249,7 +235,7 @@ TEST(ExceptionPersistence, AssertionKeepsExpressionModuleAndLine) {
 
 TEST(ExceptionPersistence, UnknownVersionKeepsFileAndLine) {
   mvArchive::UnknownVersion e("ptmatch/matext", 778);
-  const Bytes bytes = storeException(e);
+  const Bytes bytes = storeError(e);
   mvArchive::UnknownVersion back;
   mvMemoryArchive in(bytes);
   back.dispatchSerialize(in);
@@ -264,7 +250,7 @@ TEST(ExceptionPersistence, EveryRegisteredErrorRoundTrips) {
         "mvLSPointToPointFitter::Errors", "mvAttention::Interrupted"}) {
     auto original = created<mvExceptionWithString>(name);
     ASSERT_NE(original, nullptr) << name;
-    const Bytes bytes = storeException(*original);
+    const Bytes bytes = storeError(*original);
     auto back = created<mvExceptionWithString>(name);
     mvMemoryArchive in(bytes);
     back->dispatchSerialize(in);
@@ -294,7 +280,7 @@ TEST(ExceptionPersistence, UnknownClassVersionNamesTheClass) {
 
 TEST(ExceptionPersistence, TruncatedMessageIsAnArchiveError) {
   mvMathError e(L"hello");
-  const Bytes bytes = storeException(e);
+  const Bytes bytes = storeError(e);
   for (std::size_t n = 0; n < bytes.size(); ++n) {
     mvMathError back;
     mvMemoryArchive in(Bytes(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(n)));

@@ -138,12 +138,18 @@ constexpr std::uint64_t kZero = 0;
 
 // --- storing and loading through a memory archive ---
 
-/// The bytes that storing a value writes.
+/// The bytes that storing object itself writes.
+template <typename T>
+Bytes storeObject(T& object) {
+  mvMemoryArchive out;
+  out || object;
+  return out.bytes();
+}
+
+/// The bytes that storing a copy of value writes (so value may be const or a temporary).
 template <typename T>
 Bytes store(T value) {
-  mvMemoryArchive out;
-  out || value;
-  return out.bytes();
+  return storeObject(value);
 }
 
 /// Loads into target from bytes; true when every byte was used.

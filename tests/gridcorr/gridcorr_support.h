@@ -1,5 +1,5 @@
 // Helpers for the grid corresponder's tests: node lists drawn as pictures, the probe list
-// read back through the corresponder's archive, and archive bytes spelled out by hand.
+// read back through the corresponder's archive, and the version word of its records.
 #pragma once
 
 #include <cstdint>
@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include "common/archive_bytes.h"
 #include "mvbase/archive.h"
 #include "ptmatch/gridcorr.h"
 
@@ -73,10 +74,7 @@ struct Archived {
 
 /// Reads a corresponder's fields back from its archive, in the archived order.
 inline Archived archivedFields(const mv_PointToGridCorresponder& corresponder) {
-  mv_PointToGridCorresponder copy(corresponder);
-  mvMemoryArchive out;
-  out || copy;
-  mvMemoryArchive in(out.bytes());
+  mvMemoryArchive in(archive_bytes::store(corresponder));
   Archived fields;
   unsigned long version = 0;
   in || version;
@@ -112,52 +110,7 @@ inline mv_PointToGridCorresponder trainedOn(std::initializer_list<const char*> r
   return corresponder;
 }
 
-/// The archive encoding spelled out by hand: little-endian, 4-byte longs, 8-byte doubles.
-class Bytes {
- public:
-  Bytes& u8(unsigned v) {
-    bytes_.push_back(static_cast<unsigned char>(v));
-    return *this;
-  }
-  Bytes& boolean(bool v) { return u8(v ? 1 : 0); }
-  Bytes& i32(long v) {
-    const auto u = static_cast<std::uint32_t>(v);
-    for (int i = 0; i < 4; ++i) u8((u >> (8 * i)) & 0xffu);
-    return *this;
-  }
-  Bytes& f64(double v) {
-    std::uint64_t u = 0;
-    std::memcpy(&u, &v, sizeof u);
-    for (int i = 0; i < 8; ++i) u8(static_cast<unsigned>((u >> (8 * i)) & 0xffu));
-    return *this;
-  }
-  /// The version word of every grid corresponder record.
-  Bytes& version() { return i32(1100); }
-  /// A position: version byte 0, x, y.
-  Bytes& pair(long x, long y) { return u8(0).i32(x).i32(y); }
-  /// A transform: a00, a01, a10, a11, tx, ty.
-  Bytes& identity() { return f64(1).f64(0).f64(0).f64(1).f64(0).f64(0); }
-  const std::vector<unsigned char>& bytes() const { return bytes_; }
-
- private:
-  std::vector<unsigned char> bytes_;
-};
-
-/// The bytes that storing a value writes.
-template <typename T>
-std::vector<unsigned char> stored(T value) {
-  mvMemoryArchive out;
-  out || value;
-  return out.bytes();
-}
-
-/// A value loaded from bytes; the bytes must be used up exactly.
-template <typename T>
-T loaded(const std::vector<unsigned char>& bytes, T value = T()) {
-  mvMemoryArchive in(bytes);
-  in || value;
-  EXPECT_TRUE(in.atEnd());
-  return value;
-}
+/// The version word of every grid corresponder record.
+constexpr long kVersion = 1100;
 
 }  // namespace gridcorr_test

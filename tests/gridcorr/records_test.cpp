@@ -10,6 +10,7 @@
 
 namespace {
 
+using namespace archive_bytes;
 using namespace gridcorr_test;
 using Defs = mv_PointToGridCorresponderDefs;
 using TrainParams = mv_PointToGridCorresponderTrainParams;
@@ -76,7 +77,7 @@ TEST(GridCorrRecords, ErrorsPersistTheirMessage) {
 }
 
 TEST(GridCorrRecords, ErrorWithAnUnknownClassVersionIsRefused) {
-  mvMemoryArchive in(Bytes().u8(1).bytes());
+  mvMemoryArchive in(ByteWriter().u8(1).bytes());
   Defs::InsufficientModelPoints error;
   try {
     error.dispatchSerialize(in);
@@ -128,30 +129,31 @@ TEST(GridCorrRecords, DefaultResultIsNotFoundAtTheOrigin) {
 // --- archive layouts ---
 
 TEST(GridCorrArchive, FeatureTypeIsAVersionAndALong) {
-  EXPECT_EQ(stored(Defs::eThickBoundaryFeatures), Bytes().version().i32(2).bytes());
-  EXPECT_EQ(loaded<Defs::FeatureType>(Bytes().version().i32(0).bytes(), Defs::eBoundaryFeatures),
-            Defs::ePointFeatures);
-  EXPECT_EQ(loaded<Defs::FeatureType>(Bytes().version().i32(9).bytes()),
+  EXPECT_EQ(store(Defs::eThickBoundaryFeatures), ByteWriter().i32(kVersion).i32(2).bytes());
+  EXPECT_EQ(
+      load<Defs::FeatureType>(ByteWriter().i32(kVersion).i32(0).bytes(), Defs::eBoundaryFeatures),
+      Defs::ePointFeatures);
+  EXPECT_EQ(load<Defs::FeatureType>(ByteWriter().i32(kVersion).i32(9).bytes()),
             static_cast<Defs::FeatureType>(9));
 }
 
 TEST(GridCorrArchive, TrainParamsLayout) {
-  const auto bytes = Bytes().version().boolean(true).version().i32(0).bytes();
-  EXPECT_EQ(stored(TrainParams(true, Defs::ePointFeatures)), bytes);
-  EXPECT_EQ(loaded<TrainParams>(bytes), TrainParams(true, Defs::ePointFeatures));
+  const auto bytes = ByteWriter().i32(kVersion).boolean(true).i32(kVersion).i32(0).bytes();
+  EXPECT_EQ(store(TrainParams(true, Defs::ePointFeatures)), bytes);
+  EXPECT_EQ(load<TrainParams>(bytes), TrainParams(true, Defs::ePointFeatures));
 }
 
 TEST(GridCorrArchive, RunParamsStoreTheCountFirst) {
-  const auto bytes = Bytes().version().i32(7).f64(0.25).f64(3.0).bytes();
-  EXPECT_EQ(stored(RunParams(0.25, 3.0, 7)), bytes);
-  const RunParams p = loaded<RunParams>(bytes);
+  const auto bytes = ByteWriter().i32(kVersion).i32(7).f64(0.25).f64(3.0).bytes();
+  EXPECT_EQ(store(RunParams(0.25, 3.0, 7)), bytes);
+  const RunParams p = load<RunParams>(bytes);
   EXPECT_EQ(p.maxNumResults(), 7);
   EXPECT_EQ(p.accept(), 0.25);
   EXPECT_EQ(p.confusion(), 3.0);
 }
 
 TEST(GridCorrArchive, DefaultResultLayout) {
-  EXPECT_EQ(stored(Result()), Bytes().version().boolean(false).f64(0.0).pair(0, 0).bytes());
+  EXPECT_EQ(store(Result()), ByteWriter().i32(kVersion).boolean(false).f64(0.0).pair(0, 0).bytes());
 }
 
 // A run's single result: the model "##" found at (7, -3) with both probes agreeing.
@@ -165,15 +167,15 @@ ResultSet foundAtSevenMinusThree() {
 TEST(GridCorrArchive, ReportedResultLayout) {
   const ResultSet results = foundAtSevenMinusThree();
   ASSERT_EQ(results.results().size(), 1u);
-  const auto bytes = Bytes().version().boolean(true).f64(1.0).pair(7, -3).bytes();
-  EXPECT_EQ(stored(results.results()[0]), bytes);
-  const Result back = loaded<Result>(bytes);
+  const auto bytes = ByteWriter().i32(kVersion).boolean(true).f64(1.0).pair(7, -3).bytes();
+  EXPECT_EQ(store(results.results()[0]), bytes);
+  const Result back = load<Result>(bytes);
   EXPECT_EQ(back.score(), 1.0);
   EXPECT_EQ(back.position(), mvPair<long>(7, -3));
 }
 
 TEST(GridCorrArchive, ResultPositionWithANonzeroVersionByteIsRefused) {
-  const auto bytes = Bytes().version().boolean(true).f64(1.0).u8(1).i32(7).i32(-3).bytes();
+  const auto bytes = ByteWriter().i32(kVersion).boolean(true).f64(1.0).u8(1).i32(7).i32(-3).bytes();
   mvMemoryArchive in(bytes);
   Result r;
   try {
@@ -186,21 +188,21 @@ TEST(GridCorrArchive, ResultPositionWithANonzeroVersionByteIsRefused) {
 }
 
 TEST(GridCorrArchive, ResultSetLayout) {
-  EXPECT_EQ(stored(ResultSet()), Bytes().version().f64(0.0).u8(0).i32(0).bytes());
+  EXPECT_EQ(store(ResultSet()), ByteWriter().i32(kVersion).f64(0.0).u8(0).i32(0).bytes());
 
   const ResultSet results = foundAtSevenMinusThree();
-  const auto bytes = Bytes()
-                         .version()
+  const auto bytes = ByteWriter()
+                         .i32(kVersion)
                          .f64(results.time())
                          .u8(0)
                          .i32(1)
-                         .version()
+                         .i32(kVersion)
                          .boolean(true)
                          .f64(1.0)
                          .pair(7, -3)
                          .bytes();
-  EXPECT_EQ(stored(results), bytes);
-  const ResultSet back = loaded<ResultSet>(bytes);
+  EXPECT_EQ(store(results), bytes);
+  const ResultSet back = load<ResultSet>(bytes);
   EXPECT_EQ(back.time(), results.time());
   ASSERT_EQ(back.results().size(), 1u);
   EXPECT_EQ(back.results()[0].position(), mvPair<long>(7, -3));
@@ -208,16 +210,16 @@ TEST(GridCorrArchive, ResultSetLayout) {
 
 TEST(GridCorrArchive, UntrainedCorresponderLayout) {
   // clang-format off
-  const auto bytes = Bytes()
-                         .version()                                   // corresponder
-                         .version().boolean(false).version().i32(1)   // train params
-                         .i32(0).i32(0)                               // unbound pattern
-                         .pair(0, 0).pair(0, 0)                       // pattern rectangle
-                         .i32(0)                                      // no probes
+  const auto bytes = ByteWriter()
+                         .i32(kVersion)                                      // corresponder
+                         .i32(kVersion).boolean(false).i32(kVersion).i32(1)  // train params
+                         .i32(0).i32(0)                                      // unbound pattern
+                         .pair(0, 0).pair(0, 0)                              // pattern rectangle
+                         .i32(0)                                             // no probes
                          .bytes();
   // clang-format on
-  EXPECT_EQ(stored(mv_PointToGridCorresponder()), bytes);
-  EXPECT_FALSE(loaded<mv_PointToGridCorresponder>(bytes).isTrained());
+  EXPECT_EQ(store(mv_PointToGridCorresponder()), bytes);
+  EXPECT_FALSE(load<mv_PointToGridCorresponder>(bytes).isTrained());
 }
 
 TEST(GridCorrArchive, TrainedCorresponderLayout) {
@@ -226,9 +228,9 @@ TEST(GridCorrArchive, TrainedCorresponderLayout) {
   corresponder.train(nodesOf({"##", "#."}, mvPair<long>(4, 5)),
                      TrainParams(false, Defs::ePointFeatures), mvXform<2>::I);
   // clang-format off
-  const auto bytes = Bytes()
-                         .version()
-                         .version().boolean(false).version().i32(0)
+  const auto bytes = ByteWriter()
+                         .i32(kVersion)
+                         .i32(kVersion).boolean(false).i32(kVersion).i32(0)
                          .i32(2).i32(2).pair(4, 5).identity().u8(1).u8(1).u8(1).u8(0)
                          .pair(4, 5).pair(5, 6)
                          .i32(3)
@@ -237,13 +239,13 @@ TEST(GridCorrArchive, TrainedCorresponderLayout) {
                          .pair(0, 1).u8(1)
                          .bytes();
   // clang-format on
-  EXPECT_EQ(stored(corresponder), bytes);
+  EXPECT_EQ(store(corresponder), bytes);
 }
 
 TEST(GridCorrArchive, LoadedCorresponderRunsLikeTheOriginal) {
   const auto original = trainedOn({"##.#", "#...", ".##."}, Defs::eBoundaryFeatures, true);
-  const auto copy = loaded<mv_PointToGridCorresponder>(stored(original));
-  EXPECT_EQ(stored(copy), stored(original));
+  const auto copy = load<mv_PointToGridCorresponder>(store(original));
+  EXPECT_EQ(store(copy), store(original));
   EXPECT_EQ(copy.trainParams(), original.trainParams());
   EXPECT_EQ(copy.pattern().offset(), original.pattern().offset());
 
@@ -262,7 +264,7 @@ TEST(GridCorrArchive, LoadedCorresponderRunsLikeTheOriginal) {
 TEST(GridCorrArchive, LoadingReplacesAProbeListOfAnotherLength) {
   auto target = trainedOn({"###", "###", "###"}, Defs::ePointFeatures);
   const auto source = trainedOn({"#.#"}, Defs::ePointFeatures);
-  mvMemoryArchive in(stored(source));
+  mvMemoryArchive in(store(source));
   in || target;
   EXPECT_EQ(probesOf(target), (Probes{{0, 0, 1}, {2, 0, 1}}));
 }
@@ -283,24 +285,25 @@ void expectUnknownVersion(const std::vector<unsigned char>& bytes) {
 
 TEST(GridCorrArchive, EveryRecordRefusesAnyVersionButItsOwn) {
   for (long version : {1099L, 1101L, 0L}) {
-    expectUnknownVersion<Defs::FeatureType>(Bytes().i32(version).i32(0).bytes());
-    expectUnknownVersion<RunParams>(Bytes().i32(version).i32(1).f64(0.5).f64(1).bytes());
-    expectUnknownVersion<Result>(Bytes().i32(version).bytes());
-    expectUnknownVersion<ResultSet>(Bytes().i32(version).bytes());
-    expectUnknownVersion<mv_PointToGridCorresponder>(Bytes().i32(version).bytes());
+    expectUnknownVersion<Defs::FeatureType>(ByteWriter().i32(version).i32(0).bytes());
+    expectUnknownVersion<RunParams>(ByteWriter().i32(version).i32(1).f64(0.5).f64(1).bytes());
+    expectUnknownVersion<Result>(ByteWriter().i32(version).bytes());
+    expectUnknownVersion<ResultSet>(ByteWriter().i32(version).bytes());
+    expectUnknownVersion<mv_PointToGridCorresponder>(ByteWriter().i32(version).bytes());
   }
 }
 
 TEST(GridCorrArchive, TrainParamsRefuseAnUnknownFeatureTypeVersion) {
-  expectUnknownVersion<TrainParams>(Bytes().i32(1101).bytes());
-  expectUnknownVersion<TrainParams>(Bytes().version().boolean(false).i32(1101).i32(0).bytes());
+  expectUnknownVersion<TrainParams>(ByteWriter().i32(1101).bytes());
+  expectUnknownVersion<TrainParams>(
+      ByteWriter().i32(kVersion).boolean(false).i32(1101).i32(0).bytes());
 }
 
 TEST(GridCorrArchive, ProbeOutsideThePatternRectangleIsRefused) {
   // clang-format off
-  const auto bytes = Bytes()
-                         .version()
-                         .version().boolean(false).version().i32(0)
+  const auto bytes = ByteWriter()
+                         .i32(kVersion)
+                         .i32(kVersion).boolean(false).i32(kVersion).i32(0)
                          .i32(2).i32(1).pair(0, 0).identity().u8(1).u8(1)
                          .pair(0, 0).pair(1, 0)
                          .i32(1)
@@ -314,9 +317,9 @@ TEST(GridCorrArchive, ProbeOutsideThePatternRectangleIsRefused) {
 
 TEST(GridCorrArchive, NegativeProbeCountIsRefused) {
   // clang-format off
-  const auto bytes = Bytes()
-                         .version()
-                         .version().boolean(false).version().i32(0)
+  const auto bytes = ByteWriter()
+                         .i32(kVersion)
+                         .i32(kVersion).boolean(false).i32(kVersion).i32(0)
                          .i32(0).i32(0)
                          .pair(0, 0).pair(0, 0)
                          .i32(-1)

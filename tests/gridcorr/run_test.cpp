@@ -14,6 +14,7 @@
 namespace {
 
 using namespace gridcorr_test;
+using archive_bytes::store;
 using Defs = mv_PointToGridCorresponderDefs;
 using TrainParams = mv_PointToGridCorresponderTrainParams;
 using RunParams = mv_PointToGridCorresponderRunParams;
@@ -28,7 +29,7 @@ std::vector<mvPair<long>> shifted(std::vector<mvPair<long>> nodes, mvPair<long> 
 }
 
 // The found flag has no accessor; it is the byte after the version word in the archive.
-bool foundFlag(const mv_PointToGridCorresponderResult& r) { return stored(r).at(4) != 0; }
+bool foundFlag(const mv_PointToGridCorresponderResult& r) { return store(r).at(4) != 0; }
 
 // --- finding the pattern ---
 

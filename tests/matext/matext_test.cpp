@@ -8,12 +8,12 @@
 #include <memory>
 #include <vector>
 
-#include "matext/archive_bytes.h"
+#include "common/archive_bytes.h"
 #include "ptmatch/matext.h"
 
-using numerics_test::Bytes;
-using numerics_test::load;
-using numerics_test::store;
+using archive_bytes::ByteWriter;
+using archive_bytes::loadInto;
+using archive_bytes::store;
 
 namespace {
 
@@ -299,29 +299,31 @@ TEST(MatrixExtGaussJordan, ShapesMustAgree) {
 // --- persistence ---
 
 TEST(MatrixExtArchive, EmptyMatrixIsVersionSizesAndAnEmptyVector) {
-  const std::vector<unsigned char> expected = Bytes().u32(1100).u32(0).u32(0).u8(0).u32(0).get();
+  const std::vector<unsigned char> expected =
+      ByteWriter().u32(1100).u32(0).u32(0).u8(0).u32(0).bytes();
   EXPECT_EQ(store(mvMatrixExt()), expected);
 }
 
 TEST(MatrixExtArchive, ColumnsComeBeforeRowsThenTheElementsRowByRow) {
   const std::vector<unsigned char> expected =
-      Bytes().u32(1100).u32(3).u32(2).doubles({1, 2, 3, 4, 5, 6}).get();
+      ByteWriter().u32(1100).u32(3).u32(2).doubles({1, 2, 3, 4, 5, 6}).bytes();
   EXPECT_EQ(store(matrixOf({{1, 2, 3}, {4, 5, 6}})), expected);
 }
 
 TEST(MatrixExtArchive, LoadingRestoresTheMatrix) {
   mvMatrixExt loaded(5, 5);
-  EXPECT_TRUE(load(store(matrixOf({{1, 2, 3}, {4, 5, 6}})), loaded));
+  EXPECT_TRUE(loadInto(store(matrixOf({{1, 2, 3}, {4, 5, 6}})), loaded));
   EXPECT_EQ(loaded.rows(), 2);
   EXPECT_EQ(loaded.cols(), 3);
   EXPECT_EQ(loaded[1], (std::vector<double>{4, 5, 6}));
 }
 
 TEST(MatrixExtArchive, OtherVersionsAreUnknown) {
-  const std::vector<unsigned char> bytes = Bytes().u32(1101).u32(0).u32(0).u8(0).u32(0).get();
+  const std::vector<unsigned char> bytes =
+      ByteWriter().u32(1101).u32(0).u32(0).u8(0).u32(0).bytes();
   mvMatrixExt m;
   try {
-    load(bytes, m);
+    loadInto(bytes, m);
     FAIL() << "no error";
   } catch (const mvArchive::UnknownVersion& e) {
     EXPECT_EQ(e.file(), "ptmatch/matext");
@@ -330,10 +332,11 @@ TEST(MatrixExtArchive, OtherVersionsAreUnknown) {
 
 TEST(MatrixExtArchive, SizesThatDisagreeWithTheElementsAreBadData) {
   mvMatrixExt m = matrixOf({{7}});
-  EXPECT_THROW(load(Bytes().u32(1100).u32(2).u32(2).doubles({1, 2, 3}).get(), m),
+  EXPECT_THROW(loadInto(ByteWriter().u32(1100).u32(2).u32(2).doubles({1, 2, 3}).bytes(), m),
                mvArchive::BadData);
-  EXPECT_THROW(load(Bytes().u32(1100).u32(0xFFFFFFFF).u32(0xFFFFFFFF).doubles({1}).get(), m),
-               mvArchive::BadData);
+  EXPECT_THROW(
+      loadInto(ByteWriter().u32(1100).u32(0xFFFFFFFF).u32(0xFFFFFFFF).doubles({1}).bytes(), m),
+      mvArchive::BadData);
   EXPECT_EQ(m.rows(), 1);
   EXPECT_EQ(m.element(0, 0), 7.0);
 }
@@ -341,8 +344,8 @@ TEST(MatrixExtArchive, SizesThatDisagreeWithTheElementsAreBadData) {
 TEST(MatrixExtArchive, ACountBeyondTheBytesLeftIsRejectedBeforeAllocating) {
   mvMatrixExt m;
   const std::vector<unsigned char> bytes =
-      Bytes().u32(1100).u32(50000).u32(50000).u8(0).u32(2500000000u).get();
-  EXPECT_THROW(load(bytes, m), mvArchive::Errors);
+      ByteWriter().u32(1100).u32(50000).u32(50000).u8(0).u32(2500000000u).bytes();
+  EXPECT_THROW(loadInto(bytes, m), mvArchive::Errors);
 }
 
 // --- errors ---

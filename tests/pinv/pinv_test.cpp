@@ -5,12 +5,14 @@
 #include <random>
 #include <vector>
 
-#include "matext/archive_bytes.h"
+#include "common/archive_bytes.h"
+#include "pinv/fitter_bytes.h"
 #include "ptmatch/pinv.h"
 
-using numerics_test::Bytes;
-using numerics_test::load;
-using numerics_test::store;
+using archive_bytes::ByteWriter;
+using archive_bytes::loadInto;
+using archive_bytes::store;
+using fitter_bytes::emptyFitter;
 
 namespace {
 
@@ -36,8 +38,9 @@ TEST(PsuedoInverse, AccumulatesTheNormalEquations) {
   EXPECT_EQ(fitter.element(0, 1), 0.0);
   EXPECT_EQ(fitter.element(1, 0), 0.0);
   EXPECT_EQ(fitter.element(1, 1), 5.0);
-  EXPECT_EQ(store(fitter),
-            Bytes().u32(1100).u32(1100).u32(2).u32(2).doubles({5, 0, 0, 5}).doubles({5, 5}).get());
+  EXPECT_EQ(
+      store(fitter),
+      ByteWriter().u32(1100).u32(1100).u32(2).u32(2).doubles({5, 0, 0, 5}).doubles({5, 5}).bytes());
 }
 
 TEST(PsuedoInverse, FitsAnOverdeterminedLineInTheLeastSquaresSense) {
@@ -75,7 +78,7 @@ TEST(PsuedoInverse, FitAfterResetWithoutObservationsIsSingular) {
   fitter.update({0, 0, 1}, 4);
   fitter.reset();
   EXPECT_EQ(fitter.numParams(), 3);
-  EXPECT_EQ(store(fitter), Bytes().emptyFitter(3).get());
+  EXPECT_EQ(store(fitter), emptyFitter(3));
   EXPECT_THROW(fitter.fit(), mvMatrixExt::SingularMatrix);
 }
 
@@ -86,7 +89,7 @@ TEST(PsuedoInverse, ResizeEmptiesTheSumsAndChangesTheCount) {
   EXPECT_EQ(fitter.numParams(), 4);
   EXPECT_EQ(fitter.rows(), 4);
   EXPECT_EQ(fitter.cols(), 4);
-  EXPECT_EQ(store(fitter), Bytes().emptyFitter(4).get());
+  EXPECT_EQ(store(fitter), emptyFitter(4));
 }
 
 TEST(PsuedoInverse, NoParametersFitToNothing) {
@@ -104,7 +107,7 @@ TEST(PsuedoInverse, LongerRowsUseTheirFirstElements) {
 TEST(PsuedoInverse, ShortRowsFailThroughTheAssertion) {
   mvPsuedoInverse fitter(3);
   EXPECT_THROW(fitter.update({1, 2}, 1), mvAssertionError);
-  EXPECT_EQ(store(fitter), Bytes().emptyFitter(3).get());
+  EXPECT_EQ(store(fitter), emptyFitter(3));
 }
 
 TEST(PsuedoInverse, NearlyDegenerateSystemsStillSolve) {
@@ -150,7 +153,7 @@ TEST(PsuedoInverse, RandomWellConditionedSystemsAreRecovered) {
 // --- persistence ---
 
 TEST(PsuedoInverseArchive, EmptyFitterLayout) {
-  EXPECT_EQ(store(mvPsuedoInverse(2)), Bytes().emptyFitter(2).get());
+  EXPECT_EQ(store(mvPsuedoInverse(2)), emptyFitter(2));
 }
 
 TEST(PsuedoInverseArchive, LoadingRestoresTheSums) {
@@ -158,7 +161,7 @@ TEST(PsuedoInverseArchive, LoadingRestoresTheSums) {
   stored.update({1, 2}, 3);
   stored.update({2, -1}, 1);
   mvPsuedoInverse loaded(5);
-  EXPECT_TRUE(load(store(stored), loaded));
+  EXPECT_TRUE(loadInto(store(stored), loaded));
   EXPECT_EQ(store(loaded), store(stored));
   EXPECT_EQ(loaded.fit(), stored.fit());
 }
@@ -168,7 +171,7 @@ TEST(PsuedoInverseArchive, OtherVersionsAreUnknown) {
   bytes[0] = 0x4D;  // 1101
   mvPsuedoInverse loaded(1);
   try {
-    load(bytes, loaded);
+    loadInto(bytes, loaded);
     FAIL() << "no error";
   } catch (const mvArchive::UnknownVersion& e) {
     EXPECT_EQ(e.file(), "ptmatch/pinv");
@@ -180,7 +183,7 @@ TEST(PsuedoInverseArchive, UnknownMatrixVersionNamesTheMatrix) {
   bytes[4] = 0x4D;  // the matrix part's version becomes 1101
   mvPsuedoInverse loaded(1);
   try {
-    load(bytes, loaded);
+    loadInto(bytes, loaded);
     FAIL() << "no error";
   } catch (const mvArchive::UnknownVersion& e) {
     EXPECT_EQ(e.file(), "ptmatch/matext");
@@ -188,10 +191,16 @@ TEST(PsuedoInverseArchive, UnknownMatrixVersionNamesTheMatrix) {
 }
 
 TEST(PsuedoInverseArchive, MatrixAndRightHandSideOfDifferentSizesAreBadData) {
-  const std::vector<unsigned char> bytes =
-      Bytes().u32(1100).u32(1100).u32(2).u32(2).doubles({1, 0, 0, 1}).doubles({1, 2, 3}).get();
+  const std::vector<unsigned char> bytes = ByteWriter()
+                                               .u32(1100)
+                                               .u32(1100)
+                                               .u32(2)
+                                               .u32(2)
+                                               .doubles({1, 0, 0, 1})
+                                               .doubles({1, 2, 3})
+                                               .bytes();
   mvPsuedoInverse loaded(1);
-  EXPECT_THROW(load(bytes, loaded), mvArchive::BadData);
+  EXPECT_THROW(loadInto(bytes, loaded), mvArchive::BadData);
   EXPECT_EQ(loaded.numParams(), 1);
   EXPECT_EQ(loaded.rows(), 1);
 }

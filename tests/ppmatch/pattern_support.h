@@ -14,9 +14,11 @@
 #include <utility>
 #include <vector>
 
+#include "common/archive_bytes.h"
 #include "mvbase/archive.h"
 #include "mvbase/geometry.h"
 #include "mvbase/image.h"
+#include "ppmatch/expect_message.h"
 #include "ptmatch/gridcorr.h"
 #include "ptmatch/ppmatch.h"
 
@@ -24,16 +26,6 @@ namespace pattern_test {
 
 using Points = std::vector<mvVector<2>>;
 using Cells = std::vector<mvPair<long>>;
-
-#define EXPECT_THROW_MESSAGE(statement, E, expected)    \
-  do {                                                  \
-    try {                                               \
-      statement;                                        \
-      ADD_FAILURE() << "no exception from " #statement; \
-    } catch (const E& e) {                              \
-      EXPECT_EQ(e.message(), std::wstring(expected));   \
-    }                                                   \
-  } while (false)
 
 /// Similarity pose: rotate by degrees and scale about the origin, then translate.
 inline mvXform<2> similarity(double tx, double ty, double degrees, double scale = 1.0) {
@@ -254,10 +246,7 @@ struct PatternState {
 /// version, the three presence flags with the corresponder and the nested matcher, the
 /// pattern transform, the cell count and the cells.
 inline PatternState readPatternState(const mvPointMatcher& matcher) {
-  mvPointMatcher copy(matcher);
-  mvMemoryArchive out;
-  out || copy;
-  mvMemoryArchive in(out.bytes());
+  mvMemoryArchive in(archive_bytes::store(matcher));
   PatternState s;
   unsigned long version = 0;
   long modelFlag = 0;

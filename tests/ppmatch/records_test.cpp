@@ -9,6 +9,7 @@
 #include <typeinfo>
 
 #include "mvbase/archive.h"
+#include "ppmatch/expect_message.h"
 #include "ppmatch/matcher_bytes.h"
 #include "ptmatch/ppmatch.h"
 
@@ -19,32 +20,6 @@ namespace {
 using Defs = mvPointMatcherDefs;
 
 const double kNaN = std::numeric_limits<double>::quiet_NaN();
-
-// Expects statement to throw E whose message is exactly `message`.
-#define EXPECT_THROW_MESSAGE(statement, E, expected)    \
-  do {                                                  \
-    try {                                               \
-      statement;                                        \
-      ADD_FAILURE() << "no exception from " #statement; \
-    } catch (const E& e) {                              \
-      EXPECT_EQ(e.message(), std::wstring(expected));   \
-    }                                                   \
-  } while (false)
-
-template <typename T>
-Bytes stored(T value) {
-  mvMemoryArchive out;
-  out || value;
-  return out.bytes();
-}
-
-template <typename T>
-T loaded(const Bytes& bytes, T start = T()) {
-  mvMemoryArchive in(bytes);
-  in || start;
-  EXPECT_TRUE(in.atEnd()) << "bytes left over";
-  return start;
-}
 
 // Loads bytes and returns the UnknownVersion it throws.
 template <typename T>
@@ -58,20 +33,6 @@ mvArchive::UnknownVersion unknownVersionOf(const Bytes& bytes) {
   }
   ADD_FAILURE() << "no UnknownVersion";
   return mvArchive::UnknownVersion();
-}
-
-Bytes storedError(mvException& e) {
-  mvMemoryArchive out;
-  e.dispatchSerialize(out);
-  return out.bytes();
-}
-
-template <typename E>
-std::unique_ptr<E> created(const std::string& name) {
-  std::unique_ptr<mvPersistent> p(mv_Instantiator::create(name));
-  E* e = dynamic_cast<E*>(p.get());
-  if (e != nullptr) p.release();
-  return std::unique_ptr<E>(e);
 }
 
 // The run parameters used by the layout tests: every field differs from its default.
@@ -160,11 +121,11 @@ TEST(MatcherErrors, SuicideAndRethrowThrowsACopyByItsOwnType) {
 // mvException; then the message as its UTF-8 byte count and bytes.
 TEST(MatcherErrors, PersistAClassVersionPerLevelThenTheMessage) {
   Defs::BadParams e(L"ab");
-  EXPECT_EQ(storedError(e), cat({u8(0), u8(0), u8(0), u8(0), le32(2), Bytes{'a', 'b'}}));
+  EXPECT_EQ(storeError(e), cat({u8(0), u8(0), u8(0), u8(0), le32(2), Bytes{'a', 'b'}}));
 
   auto copy = created<Defs::BadParams>("mvPointMatcherDefs::BadParams");
   ASSERT_NE(copy, nullptr);
-  mvMemoryArchive in(storedError(e));
+  mvMemoryArchive in(storeError(e));
   copy->dispatchSerialize(in);
   EXPECT_TRUE(in.atEnd());
   EXPECT_EQ(copy->message(), L"ab");
@@ -431,13 +392,13 @@ TEST(RunParams, EveryFieldTakesPartInEquality) {
 }
 
 TEST(RunParams, ArchiveLayoutPutsRotationBeforeTranslation) {
-  EXPECT_EQ(stored(sampleParams()), sampleParamsBytes());
-  EXPECT_TRUE(loaded<mvPointMatcherRunParams>(sampleParamsBytes()) == sampleParams());
+  EXPECT_EQ(store(sampleParams()), sampleParamsBytes());
+  EXPECT_TRUE(load<mvPointMatcherRunParams>(sampleParamsBytes()) == sampleParams());
 }
 
 TEST(RunParams, OlderVersionsReadTheSameLayout) {
-  EXPECT_TRUE(loaded<mvPointMatcherRunParams>(sampleParamsBytes(200008)) == sampleParams());
-  EXPECT_TRUE(loaded<mvPointMatcherRunParams>(sampleParamsBytes(0)) == sampleParams());
+  EXPECT_TRUE(load<mvPointMatcherRunParams>(sampleParamsBytes(200008)) == sampleParams());
+  EXPECT_TRUE(load<mvPointMatcherRunParams>(sampleParamsBytes(0)) == sampleParams());
 }
 
 TEST(RunParams, ANewerVersionIsUnknownAtLine2226) {
@@ -450,8 +411,8 @@ TEST(RunParams, ArchiveKeepsSizesStoredUnderAnAutomaticFlag) {
   mvPointMatcherRunParams p;
   p.gridSize(-5.0);
   p.autoGridSize(false);
-  EXPECT_TRUE(loaded<mvPointMatcherRunParams>(stored(p)) == p);
-  EXPECT_EQ(loaded<mvPointMatcherRunParams>(stored(p)).gridSize(), -5.0);
+  EXPECT_TRUE(load<mvPointMatcherRunParams>(store(p)) == p);
+  EXPECT_EQ(load<mvPointMatcherRunParams>(store(p)).gridSize(), -5.0);
 }
 
 // --- one result ---
@@ -469,7 +430,7 @@ TEST(Result, DefaultIsAnEmptyPointToPointResult) {
 }
 
 TEST(Result, DefaultArchiveLayout) {
-  EXPECT_EQ(stored(mvPointMatcherResult()),
+  EXPECT_EQ(store(mvPointMatcherResult()),
             cat({le32(kVersion), le32(1), identity(), longs({}), f64(0), f64(0), unboundImage()}));
 }
 
@@ -487,19 +448,19 @@ Bytes gridResultBytes() {
 }  // namespace
 
 TEST(Result, ExhaustiveResultRoundTripsByteForByte) {
-  const auto r = loaded<mvPointMatcherResult>(exhaustiveResultBytes());
+  const auto r = load<mvPointMatcherResult>(exhaustiveResultBytes());
   EXPECT_EQ(r.runMode(), Defs::eExhaustiveMode);
   EXPECT_EQ(r.modelToDataXform(), mvXform<2>(mvMatrix<2>(), mvVector<2>(10, 5)));
   EXPECT_EQ(r.modelToDataMap(), (std::vector<long>{1, -1, 0}));
   EXPECT_EQ(r.coverage(), 0.75);
   EXPECT_EQ(r.fitError(), 0.5);
-  EXPECT_EQ(stored(r), exhaustiveResultBytes());
-  EXPECT_EQ(stored(loaded<mvPointMatcherResult>(exhaustiveResultBytes(7))), exhaustiveResultBytes())
+  EXPECT_EQ(store(r), exhaustiveResultBytes());
+  EXPECT_EQ(store(load<mvPointMatcherResult>(exhaustiveResultBytes(7))), exhaustiveResultBytes())
       << "an older version is read with the same layout and written as the current one";
 }
 
 TEST(Result, PointToGridResultAnswersOnlyTheGridMap) {
-  const auto r = loaded<mvPointMatcherResult>(gridResultBytes());
+  const auto r = load<mvPointMatcherResult>(gridResultBytes());
   EXPECT_EQ(r.runMode(), Defs::ePointToGrid);
   EXPECT_EQ(r.gridToDataMap(mvPair<long>(3, 4)), 7);
   EXPECT_EQ(r.gridToDataMap(mvPair<long>(4, 4)), 9);
@@ -507,13 +468,13 @@ TEST(Result, PointToGridResultAnswersOnlyTheGridMap) {
   EXPECT_THROW_MESSAGE(
       r.modelToDataMap(), Defs::NotRun,
       L"mvPointMatcherResult was not run in mode ePointToGrid or eExhaustiveMode\n");
-  EXPECT_EQ(stored(r), gridResultBytes());
+  EXPECT_EQ(store(r), gridResultBytes());
 }
 
 TEST(Result, AnAutoDetectResultHasNoModelToDataMap) {
   Bytes bytes = exhaustiveResultBytes();
   bytes[4] = 4;  // run mode eAutoDetect
-  const auto r = loaded<mvPointMatcherResult>(bytes);
+  const auto r = load<mvPointMatcherResult>(bytes);
   EXPECT_EQ(r.runMode(), Defs::eAutoDetect);
   EXPECT_THROW(r.modelToDataMap(), Defs::NotRun);
   EXPECT_THROW(r.gridToDataMap(mvPair<long>(0, 0)), Defs::NotRun);
@@ -536,7 +497,7 @@ TEST(Result, ANewerVersionIsUnknownAtLine2253) {
 }
 
 TEST(Result, CopiesShareTheGridImageAndKeepEveryField) {
-  const auto r = loaded<mvPointMatcherResult>(gridResultBytes());
+  const auto r = load<mvPointMatcherResult>(gridResultBytes());
   mvPointMatcherResult copy;
   copy = r;
   EXPECT_EQ(copy.runMode(), Defs::ePointToGrid);
@@ -544,7 +505,7 @@ TEST(Result, CopiesShareTheGridImageAndKeepEveryField) {
   EXPECT_EQ(copy.coverage(), 1.0);
   EXPECT_EQ(copy.fitError(), 0.25);
   const mvPointMatcherResult constructed(r);
-  EXPECT_EQ(stored(constructed), gridResultBytes());
+  EXPECT_EQ(store(constructed), gridResultBytes());
 }
 
 // --- result set ---
@@ -553,7 +514,7 @@ TEST(ResultSet, DefaultIsEmptyWithTimeZero) {
   const mvPointMatcherResultSet s;
   EXPECT_TRUE(s.results().empty());
   EXPECT_EQ(s.time(), 0.0);
-  EXPECT_EQ(stored(s), cat({le32(kVersion), f64(0.0), vectorHeader(0)}));
+  EXPECT_EQ(store(s), cat({le32(kVersion), f64(0.0), vectorHeader(0)}));
 }
 
 namespace {
@@ -564,17 +525,17 @@ Bytes resultSetBytes(std::uint32_t version = kVersion) {
 }  // namespace
 
 TEST(ResultSet, ArchiveHoldsTimeThenEachResultWithItsVersion) {
-  const auto s = loaded<mvPointMatcherResultSet>(resultSetBytes());
+  const auto s = load<mvPointMatcherResultSet>(resultSetBytes());
   EXPECT_EQ(s.time(), 1.5);
   ASSERT_EQ(s.results().size(), 2u);
   EXPECT_EQ(s.results()[0].runMode(), Defs::eExhaustiveMode);
   EXPECT_EQ(s.results()[1].runMode(), Defs::ePointToGrid);
-  EXPECT_EQ(stored(s), resultSetBytes());
+  EXPECT_EQ(store(s), resultSetBytes());
 
   mvPointMatcherResultSet copy;
   copy = s;
-  EXPECT_EQ(stored(copy), resultSetBytes());
-  EXPECT_EQ(stored(loaded<mvPointMatcherResultSet>(resultSetBytes(3))), resultSetBytes());
+  EXPECT_EQ(store(copy), resultSetBytes());
+  EXPECT_EQ(store(load<mvPointMatcherResultSet>(resultSetBytes(3))), resultSetBytes());
 }
 
 TEST(ResultSet, ANewerVersionIsUnknownAtLine2304) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "mvbase/archive.h"
+#include "ppmatch/expect_message.h"
 #include "ppmatch/matcher_bytes.h"
 #include "ptmatch/ppmatch.h"
 
@@ -20,16 +21,6 @@ using Points = std::vector<mvVector<2>>;
 
 const double kInf = std::numeric_limits<double>::infinity();
 
-#define EXPECT_THROW_MESSAGE(statement, E, expected)    \
-  do {                                                  \
-    try {                                               \
-      statement;                                        \
-      ADD_FAILURE() << "no exception from " #statement; \
-    } catch (const E& e) {                              \
-      EXPECT_EQ(e.message(), std::wstring(expected));   \
-    }                                                   \
-  } while (false)
-
 const wchar_t* const kNotTrained = L"mvPointMatcher tool is not trained\n";
 const wchar_t* const kNotTrainedPtToPt =
     L"mvPointMatcher tool is not trained in mode ePointToPoint\n";
@@ -37,18 +28,6 @@ const wchar_t* const kBadMode =
     L"mode must be either mvPointMatcherDefs::eExhaustiveMode or mvPointMatcherDefs::eAutoDetect";
 
 const Points kTriangle = {{0, 0}, {10, 0}, {0, 10}};
-
-Bytes stored(mvPointMatcher& m) {
-  mvMemoryArchive out;
-  out || m;
-  return out.bytes();
-}
-
-void load(const Bytes& bytes, mvPointMatcher& m) {
-  mvMemoryArchive in(bytes);
-  in || m;
-  EXPECT_TRUE(in.atEnd()) << "bytes left over";
-}
 
 // The bytes of a point model: version, trained, default grid size, bounding box (upper
 // left, lower right), centre, points, radius, and for version 1 the weights and total.
@@ -84,7 +63,7 @@ TEST(Training, NewMatcherIsUntrained) {
   EXPECT_THROW_MESSAGE(m.trainMode(), Defs::NotTrained, kNotTrained);
   EXPECT_THROW_MESSAGE(m.modelPoints(), Defs::NotTrained, kNotTrainedPtToPt);
   EXPECT_THROW_MESSAGE(m.weights(), Defs::NotTrained, kNotTrainedPtToPt);
-  EXPECT_EQ(stored(m), untrainedMatcher());
+  EXPECT_EQ(storeObject(m), untrainedMatcher());
 }
 
 TEST(Training, AutoDetectTrainsAndReportsPointToPoint) {
@@ -99,14 +78,14 @@ TEST(Training, AutoDetectTrainsAndReportsPointToPoint) {
 TEST(Training, TrianglePrecomputesGridSizeBoxCentreAndRadius) {
   mvPointMatcher m;
   m.train(kTriangle, Defs::eAutoDetect);
-  EXPECT_EQ(stored(m), matcherWithModel(triangleModel(longs({}), 3)));
+  EXPECT_EQ(storeObject(m), matcherWithModel(triangleModel(longs({}), 3)));
 }
 
 TEST(Training, CoincidentPointsGiveAnInfiniteGridSize) {
   mvPointMatcher m;
   m.train(Points{{2, 3}, {2, 3}, {2, 3}}, Defs::eAutoDetect);
   EXPECT_TRUE(m.isTrained());
-  EXPECT_EQ(stored(m),
+  EXPECT_EQ(storeObject(m),
             matcherWithModel(modelBytes(1, true, kInf, 2, 3, 2, 3, 2, 3,
                                         points({{2, 3}, {2, 3}, {2, 3}}), 0.0, longs({}), 3)));
 }
@@ -116,7 +95,7 @@ TEST(Training, ACoincidentPairAddsNothingToTheSpacing) {
   // Box (0,0)-(8,6), centre (4,3), radius 5.
   mvPointMatcher m;
   m.train(Points{{0, 0}, {0, 0}, {8, 6}}, Defs::eAutoDetect);
-  EXPECT_EQ(stored(m),
+  EXPECT_EQ(storeObject(m),
             matcherWithModel(modelBytes(1, true, 2.5, 0, 0, 8, 6, 4, 3,
                                         points({{0, 0}, {0, 0}, {8, 6}}), 5.0, longs({}), 3)));
 }
@@ -125,7 +104,7 @@ TEST(Training, AWideModelTakesItsGridSizeFromItsSpan) {
   // Spacing 1 gives 0.25; the span 8192 gives 2, which is larger.
   mvPointMatcher m;
   m.train(Points{{0, 0}, {1, 0}, {8192, 0}}, Defs::eAutoDetect);
-  const Bytes bytes = stored(m);
+  const Bytes bytes = storeObject(m);
   const Bytes gridSize(bytes.begin() + 13, bytes.begin() + 21);  // after version, flag,
                                                                  // model version, trained
   EXPECT_EQ(gridSize, f64(2.0));
@@ -134,7 +113,7 @@ TEST(Training, AWideModelTakesItsGridSizeFromItsSpan) {
 TEST(Training, BoundingBoxTakesTheExtremesOfAnyOrder) {
   mvPointMatcher m;
   m.train(Points{{5, -1}, {-3, 4}, {9, 2}, {1, -6}}, Defs::eAutoDetect);
-  const Bytes bytes = stored(m);
+  const Bytes bytes = storeObject(m);
   const Bytes box(bytes.begin() + 21, bytes.begin() + 53);
   EXPECT_EQ(box, f64s({-3, -6, 9, 4}));
   const Bytes centre(bytes.begin() + 53, bytes.begin() + 69);
@@ -145,7 +124,7 @@ TEST(Training, WeightedTrainingKeepsWeightsAndSumsThePositiveOnes) {
   mvPointMatcher m;
   m.train(kTriangle, std::vector<long>{5, 1, -3}, Defs::eAutoDetect);
   EXPECT_EQ(m.weights(), (std::vector<long>{5, 1, -3}));
-  EXPECT_EQ(stored(m), matcherWithModel(triangleModel(longs({5, 1, -3}), 6)));
+  EXPECT_EQ(storeObject(m), matcherWithModel(triangleModel(longs({5, 1, -3}), 6)));
 }
 
 TEST(Training, FewerThanTwoPositiveWeightsAreRejected) {
@@ -267,7 +246,7 @@ TEST(Training, UntrainForgetsTheModel) {
   EXPECT_FALSE(m.isTrained());
   EXPECT_THROW_MESSAGE(m.trainMode(), Defs::NotTrained, kNotTrained);
   EXPECT_THROW(m.modelPoints(), Defs::NotTrained);
-  EXPECT_EQ(stored(m), untrainedMatcher());
+  EXPECT_EQ(storeObject(m), untrainedMatcher());
   m.untrain();  // untraining twice is harmless
   EXPECT_FALSE(m.isTrained());
 }
@@ -308,7 +287,7 @@ TEST(Copying, ACopyIsIndependentOfItsSource) {
   EXPECT_EQ(copy.modelPoints(), kTriangle);
   source.untrain();
   EXPECT_TRUE(copy.isTrained());
-  EXPECT_EQ(stored(copy), matcherWithModel(triangleModel(longs({}), 3)));
+  EXPECT_EQ(storeObject(copy), matcherWithModel(triangleModel(longs({}), 3)));
 }
 
 TEST(Copying, CopyOfAnUntrainedMatcherIsUntrained) {
@@ -361,9 +340,9 @@ TEST(Copying, SelfAssignmentKeepsEverything) {
 
 TEST(MatcherArchive, UntrainedLayoutHasThreeZeroFlags) {
   mvPointMatcher m;
-  EXPECT_EQ(stored(m), untrainedMatcher());
+  EXPECT_EQ(storeObject(m), untrainedMatcher());
   mvPointMatcher loaded;
-  load(untrainedMatcher(), loaded);
+  EXPECT_TRUE(loadInto(untrainedMatcher(), loaded)) << "bytes left over";
   EXPECT_FALSE(loaded.isTrained());
 }
 
@@ -371,18 +350,18 @@ TEST(MatcherArchive, RoundTripRestoresTheModelButNotTheTrainMode) {
   mvPointMatcher m;
   m.train(kTriangle, std::vector<long>{5, 1, -3}, Defs::eExhaustiveMode);
   mvPointMatcher loaded;
-  load(stored(m), loaded);
+  EXPECT_TRUE(loadInto(storeObject(m), loaded)) << "bytes left over";
   EXPECT_TRUE(loaded.isTrained());
   EXPECT_EQ(loaded.trainMode(), Defs::ePointToPoint);
   EXPECT_EQ(loaded.modelPoints(), kTriangle);
   EXPECT_EQ(loaded.weights(), (std::vector<long>{5, 1, -3}));
-  EXPECT_EQ(stored(loaded), stored(m));
+  EXPECT_EQ(storeObject(loaded), storeObject(m));
 }
 
 TEST(MatcherArchive, AZeroFlagLeavesTheExistingModelUntouched) {
   mvPointMatcher m;
   m.train(kTriangle, Defs::eAutoDetect);
-  load(untrainedMatcher(), m);
+  EXPECT_TRUE(loadInto(untrainedMatcher(), m)) << "bytes left over";
   EXPECT_TRUE(m.isTrained());
   EXPECT_EQ(m.modelPoints(), kTriangle);
 }
@@ -390,7 +369,7 @@ TEST(MatcherArchive, AZeroFlagLeavesTheExistingModelUntouched) {
 TEST(MatcherArchive, LoadingAModelReplacesTheExistingOne) {
   mvPointMatcher m;
   m.train(Points{{0, 0}, {1, 0}, {0, 1}, {1, 1}}, std::vector<long>{1, 2, 3, 4}, Defs::eAutoDetect);
-  load(matcherWithModel(triangleModel(longs({}), 3)), m);
+  EXPECT_TRUE(loadInto(matcherWithModel(triangleModel(longs({}), 3)), m)) << "bytes left over";
   EXPECT_EQ(m.modelPoints(), kTriangle);
   EXPECT_EQ(m.weights(), (std::vector<long>{1, 1, 1}));
 }
@@ -399,15 +378,15 @@ TEST(MatcherArchive, PatternStateIsPersisted) {
   const Bytes bytes = cat({le32(kVersion), s32(0), s32(0), s32(0), xform(2, 0, 0, 2, 1, -1), s32(2),
                            vectorHeader(2), pair(1, 2), pair(-3, 4)});
   mvPointMatcher m;
-  load(bytes, m);
+  EXPECT_TRUE(loadInto(bytes, m)) << "bytes left over";
   EXPECT_FALSE(m.isTrained());
-  EXPECT_EQ(stored(m), bytes);
+  EXPECT_EQ(storeObject(m), bytes);
   mvPointMatcher copy(m);
-  EXPECT_EQ(stored(copy), bytes);
+  EXPECT_EQ(storeObject(copy), bytes);
   // untrain() clears the cells but keeps the transform and the cell count.
   m.untrain();
-  EXPECT_EQ(stored(m), cat({le32(kVersion), s32(0), s32(0), s32(0), xform(2, 0, 0, 2, 1, -1),
-                            s32(2), vectorHeader(0)}));
+  EXPECT_EQ(storeObject(m), cat({le32(kVersion), s32(0), s32(0), s32(0), xform(2, 0, 0, 2, 1, -1),
+                                 s32(2), vectorHeader(0)}));
 }
 
 TEST(MatcherArchive, ANestedMatcherIsPersistedAndCopiedWithItsOwner) {
@@ -415,15 +394,15 @@ TEST(MatcherArchive, ANestedMatcherIsPersistedAndCopiedWithItsOwner) {
   const Bytes bytes =
       cat({le32(kVersion), s32(0), s32(0), s32(1), nested, identity(), s32(0), vectorHeader(0)});
   mvPointMatcher m;
-  load(bytes, m);
-  EXPECT_EQ(stored(m), bytes);
+  EXPECT_TRUE(loadInto(bytes, m)) << "bytes left over";
+  EXPECT_EQ(storeObject(m), bytes);
   mvPointMatcher copy(m);
   mvPointMatcher assigned;
   assigned = m;
   m.untrain();
-  EXPECT_EQ(stored(copy), bytes);
-  EXPECT_EQ(stored(assigned), bytes);
-  EXPECT_EQ(stored(m), untrainedMatcher()) << "untrain() releases the nested matcher";
+  EXPECT_EQ(storeObject(copy), bytes);
+  EXPECT_EQ(storeObject(assigned), bytes);
+  EXPECT_EQ(storeObject(m), untrainedMatcher()) << "untrain() releases the nested matcher";
 }
 
 TEST(MatcherArchive, MatchersNestedTooDeeplyAreBadData) {
@@ -457,7 +436,7 @@ TEST(MatcherArchive, OlderMatcherVersionsReadTheSameLayout) {
   bytes[1] = 0;
   bytes[2] = 0;
   mvPointMatcher m;
-  load(bytes, m);
+  EXPECT_TRUE(loadInto(bytes, m)) << "bytes left over";
   EXPECT_EQ(m.modelPoints(), kTriangle);
 }
 
@@ -468,11 +447,11 @@ TEST(ModelArchive, VersionsWithoutWeightsGiveAnUnweightedModel) {
     mvPointMatcher m;
     m.train(Points{{0, 0}, {1, 0}, {0, 1}, {1, 1}}, std::vector<long>{1, 2, 3, 4},
             Defs::eAutoDetect);
-    load(matcherWithModel(model), m);
+    EXPECT_TRUE(loadInto(matcherWithModel(model), m)) << "bytes left over";
     EXPECT_EQ(m.modelPoints(), kTriangle);
     EXPECT_EQ(m.weights(), (std::vector<long>{1, 1, 1})) << version;
     // Stored again, the model is written as version 1 with its total weight.
-    EXPECT_EQ(stored(m), matcherWithModel(triangleModel(longs({}), 3)));
+    EXPECT_EQ(storeObject(m), matcherWithModel(triangleModel(longs({}), 3)));
   }
 }
 
@@ -501,7 +480,7 @@ TEST(ModelArchive, AWeightCountThatDiffersFromThePointCountIsBadData) {
 TEST(ModelArchive, AnUntrainedModelLoadsAsUntrained) {
   const Bytes model = modelBytes(1, false, 0, 0, 0, 0, 0, 0, 0, points({}), 0, longs({}), 0);
   mvPointMatcher m;
-  load(matcherWithModel(model), m);
+  EXPECT_TRUE(loadInto(matcherWithModel(model), m)) << "bytes left over";
   EXPECT_FALSE(m.isTrained());
-  EXPECT_EQ(stored(m), matcherWithModel(model));
+  EXPECT_EQ(storeObject(m), matcherWithModel(model));
 }

@@ -6,10 +6,10 @@
 #include <utility>
 #include <vector>
 
-#include "base/bytes_helpers.h"
+#include "common/archive_bytes.h"
 #include "ptmatch/ptgdmap.h"
 
-using namespace testing_bytes;
+using namespace archive_bytes;
 
 namespace {
 

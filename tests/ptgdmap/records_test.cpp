@@ -3,10 +3,10 @@
 
 #include <cstdint>
 
-#include "base/bytes_helpers.h"
+#include "common/archive_bytes.h"
 #include "ptmatch/ptgdmap.h"
 
-using namespace testing_bytes;
+using namespace archive_bytes;
 
 namespace {
 

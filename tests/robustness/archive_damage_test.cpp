@@ -191,17 +191,18 @@ TEST(HostileArchive, PointTrainedMatcherSurvivesTruncationAndBitFlips) {
   mvPointMatcher weighted;
   weighted.train(referenceModel(), {3, 1, 2, 0, -1}, mvPointMatcherDefs::eAutoDetect);
   expectTruncationsRefused<mvPointMatcher>(pointMatcher(), [] { return mvPointMatcher(); });
-  expectBitFlipsSafe<mvPointMatcher>(pointMatcher(), [] { return mvPointMatcher(); },
-                                     probeMatcher);
-  expectBitFlipsSafe<mvPointMatcher>(weighted, [] { return mvPointMatcher(); }, probeMatcher);
+  expectBitFlipsSafe<mvPointMatcher>(
+      pointMatcher(), [] { return mvPointMatcher(); }, probeMatcher);
+  expectBitFlipsSafe<mvPointMatcher>(
+      weighted, [] { return mvPointMatcher(); }, probeMatcher);
 }
 
 TEST(HostileArchive, ImageTrainedMatcherSurvivesTruncationAndBitFlips) {
   ShortRuns shortRuns;
   expectTruncationsRefused<mvPointMatcher>(sampleImageTrainedMatcher(),
                                            [] { return mvPointMatcher(); });
-  expectBitFlipsSafe<mvPointMatcher>(sampleImageTrainedMatcher(), [] { return mvPointMatcher(); },
-                                     probeMatcher);
+  expectBitFlipsSafe<mvPointMatcher>(
+      sampleImageTrainedMatcher(), [] { return mvPointMatcher(); }, probeMatcher);
 }
 
 TEST(HostileArchive, DamagedLoadIntoATrainedMatcherLeavesItLoadable) {
@@ -223,7 +224,8 @@ TEST(HostileArchive, DamagedLoadIntoATrainedMatcherLeavesItLoadable) {
 
 TEST(HostileArchive, GridMapRecordsSurviveTruncationAndBitFlips) {
   mvPtToGridMapRunParams params(mvVector<2>(10, 0), mvVector<2>(0, 10), true, 9.0,
-                                mvRange(0.9, 1.1), mvAngleRange(mvDegree(-5.0), mvDegree(5.0), false));
+                                mvRange(0.9, 1.1),
+                                mvAngleRange(mvDegree(-5.0), mvDegree(5.0), false));
   expectArchiveDamageHandled(params);
   std::vector<mvVector<2>> points;
   for (int j = 0; j < 3; ++j) {
@@ -231,19 +233,20 @@ TEST(HostileArchive, GridMapRecordsSurviveTruncationAndBitFlips) {
   }
   points.emplace_back(55.0, 55.0);
   mvPtToGridMapResult result;
-  ASSERT_GE(mfPtToGridMap(points, mvPtToGridMapRunParams(mvVector<2>(10, 0), mvVector<2>(0, 10),
-                                                          false, 9.0),
-                          result),
+  ASSERT_GE(mfPtToGridMap(
+                points, mvPtToGridMapRunParams(mvVector<2>(10, 0), mvVector<2>(0, 10), false, 9.0),
+                result),
             3);
   expectArchiveDamageHandled(result);
 }
 
 TEST(HostileArchive, GridCorresponderAndItsRecordsSurviveTruncationAndBitFlips) {
   mv_PointToGridCorresponder corresponder;
-  corresponder.train(sampleImage(), mv_PointToGridCorresponderTrainParams(
-                                        false, mv_PointToGridCorresponderDefs::eThickBoundaryFeatures));
-  expectArchiveDamageHandled(corresponder, std::function<void(mv_PointToGridCorresponder&)>(
-                                               probeCorresponder));
+  corresponder.train(sampleImage(),
+                     mv_PointToGridCorresponderTrainParams(
+                         false, mv_PointToGridCorresponderDefs::eThickBoundaryFeatures));
+  expectArchiveDamageHandled(corresponder,
+                             std::function<void(mv_PointToGridCorresponder&)>(probeCorresponder));
   expectArchiveDamageHandled(mv_PointToGridCorresponderTrainParams(
       true, mv_PointToGridCorresponderDefs::eThickBoundaryFeatures));
   expectArchiveDamageHandled(mv_PointToGridCorresponderRunParams(0.75, 0.5, 4));
@@ -279,9 +282,11 @@ TEST(HostileArchive, TransformsAndNumericsSurviveTruncationAndBitFlips) {
 
 TEST(HostileArchive, ExceptionsSurviveTruncationAndBitFlips) {
   using Make = mvPersistent* (*)();
-  const Make makers[] = {&mvPointMatcherDefs::BadParams::make, &mvPtToGridMapDefs::BadInput::make,
+  const Make makers[] = {&mvPointMatcherDefs::BadParams::make,
+                         &mvPtToGridMapDefs::BadInput::make,
                          &mv_PointToGridCorresponderDefs::InsufficientMemory::make,
-                         &mvMatrixExt::SingularMatrix::make, &mvArchive::UnknownVersion::make,
+                         &mvMatrixExt::SingularMatrix::make,
+                         &mvArchive::UnknownVersion::make,
                          &mvAssertionError::make};
   for (Make make : makers) {
     std::unique_ptr<mvPersistent> sample(make());

@@ -44,7 +44,8 @@ Points dataFor(const Points& model, const mvXform<2>& pose, std::size_t clutter,
   Points data = transformed(pose, model);
   std::mt19937 random(seed);
   std::uniform_real_distribution<double> coordinate(-100.0, 400.0);
-  for (std::size_t k = 0; k < clutter; ++k) data.emplace_back(coordinate(random), coordinate(random));
+  for (std::size_t k = 0; k < clutter; ++k)
+    data.emplace_back(coordinate(random), coordinate(random));
   std::shuffle(data.begin(), data.end(), random);
   return data;
 }
@@ -82,9 +83,11 @@ struct Job {
 
 // Runs every job serially, then from kThreads threads at once (each thread takes the jobs
 // in its own order), and expects every threaded result to equal the serial one.
-void expectThreadedRunsMatchSerialRuns(const mvPointMatcher& matcher, const std::vector<Job>& jobs) {
+void expectThreadedRunsMatchSerialRuns(const mvPointMatcher& matcher,
+                                       const std::vector<Job>& jobs) {
   std::vector<mvPointMatcherResultSet> serial(jobs.size());
-  for (std::size_t j = 0; j < jobs.size(); ++j) matcher.run(jobs[j].data, jobs[j].params, serial[j]);
+  for (std::size_t j = 0; j < jobs.size(); ++j)
+    matcher.run(jobs[j].data, jobs[j].params, serial[j]);
 
   std::vector<std::vector<mvPointMatcherResultSet>> threaded(
       kThreads, std::vector<mvPointMatcherResultSet>(jobs.size()));
@@ -215,8 +218,8 @@ TEST(Concurrency, EightThreadsRunOnePointMatcherAsASerialRunDoes) {
                               similarity(10, 10, 3, 0.95)};
   unsigned seed = 1;
   for (const mvXform<2>& pose : poses) {
-    jobs.push_back({dataFor(model, pose, 30, seed++),
-                    around(searchParams(30, 0.06, 3), model, pose, 40.0)});
+    jobs.push_back(
+        {dataFor(model, pose, 30, seed++), around(searchParams(30, 0.06, 3), model, pose, 40.0)});
   }
   // One job with free translation.
   jobs.push_back({dataFor(model, similarity(5, -5, 2, 1.0), 10, seed), searchParams(5, 0.0, 2)});
@@ -232,7 +235,8 @@ TEST(Concurrency, EightThreadsRunOneWeightedPointMatcherAsASerialRunDoes) {
   std::vector<Job> jobs;
   const mvXform<2> first = similarity(5, 5, 8, 1.0);
   const mvXform<2> second = similarity(-5, 9, -8, 1.0);
-  jobs.push_back({dataFor(model, first, 20, 3), around(searchParams(20, 0.0, 2), model, first, 30)});
+  jobs.push_back(
+      {dataFor(model, first, 20, 3), around(searchParams(20, 0.0, 2), model, first, 30)});
   jobs.push_back(
       {dataFor(model, second, 20, 4), around(searchParams(20, 0.0, 2), model, second, 30)});
   expectThreadedRunsMatchSerialRuns(trained, jobs);
@@ -274,8 +278,8 @@ TEST(Concurrency, EightThreadsRunOneImageTrainedMatcherAsASerialRunDoes) {
       Points data;
       for (long y = 0; y < image.height(); ++y) {
         for (long x = 0; x < image.width(); ++x) {
-          if (image.get(x, y) != 0) data.push_back(similarity(20.0 * j + 3, 7, 4.0 * j, 1.0) *
-                                                   mvVector<2>(x, y));
+          if (image.get(x, y) != 0)
+            data.push_back(similarity(20.0 * j + 3, 7, 4.0 * j, 1.0) * mvVector<2>(x, y));
         }
       }
       mvPointMatcherRunParams params = searchParams(10, 0.0, 2);
@@ -291,7 +295,8 @@ TEST(Concurrency, EightThreadsMapGridsAndRunOneCorresponderAsSerialCallsDo) {
   Points dots;
   for (int j = 0; j < 12; ++j) {
     for (int i = 0; i < 15; ++i) {
-      if ((i * 5 + j * 3) % 11 != 0) dots.push_back(similarity(4, 9, 7, 1.0) * mvVector<2>(10.0 * i, 10.0 * j));
+      if ((i * 5 + j * 3) % 11 != 0)
+        dots.push_back(similarity(4, 9, 7, 1.0) * mvVector<2>(10.0 * i, 10.0 * j));
     }
   }
   const mvPtToGridMapRunParams params(mvVector<2>(10, 0), mvVector<2>(0, 10), false, 9.0);

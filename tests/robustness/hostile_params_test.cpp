@@ -65,9 +65,9 @@ Points gridOfDots() {
 
 TEST(HostileZeroGridVectors, GridMapWithBothVectorsNullAssignsNothing) {
   mvPtToGridMapResult result;
-  ASSERT_EQ(mfPtToGridMap(gridOfDots(),
-                          mvPtToGridMapRunParams(mvVector<2>(10, 0), mvVector<2>(0, 10), false, 9.0),
-                          result),
+  ASSERT_EQ(mfPtToGridMap(
+                gridOfDots(),
+                mvPtToGridMapRunParams(mvVector<2>(10, 0), mvVector<2>(0, 10), false, 9.0), result),
             30);
   const mvPtToGridMapResult earlier = result;
   for (bool staggered : {false, true}) {
@@ -82,10 +82,10 @@ TEST(HostileZeroGridVectors, GridMapWithBothVectorsNullAssignsNothing) {
 
 TEST(HostileZeroGridVectors, GridMapWithOneNullVectorStillMapsTheGrid) {
   mvPtToGridMapResult result;
-  EXPECT_EQ(mfPtToGridMap(gridOfDots(),
-                          mvPtToGridMapRunParams(mvVector<2>(10, 0), mvVector<2>(), false, 9.0),
-                          result),
-            30);
+  EXPECT_EQ(
+      mfPtToGridMap(gridOfDots(),
+                    mvPtToGridMapRunParams(mvVector<2>(10, 0), mvVector<2>(), false, 9.0), result),
+      30);
   EXPECT_TRUE(result.valid());
 }
 
@@ -225,7 +225,8 @@ TEST(HostileHugeMaxNumResults, CorresponderRunReportsEveryPosition) {
   const mv_PointToGridCorresponder corresponder = trainedCorresponder();
   mv_PointToGridCorresponderResultSet results;
   ASSERT_TRUE(corresponder.run(shifted(patternNodes(), 5, 7),
-                               mv_PointToGridCorresponderRunParams(0.5, 1.0, 2147483647L), results));
+                               mv_PointToGridCorresponderRunParams(0.5, 1.0, 2147483647L),
+                               results));
   EXPECT_EQ(results.results()[0].position(), mvPair<long>(5, 7));
   EXPECT_LT(results.results().size(), 100u);
 }

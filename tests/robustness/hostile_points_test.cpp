@@ -153,7 +153,8 @@ TEST(HostileNonFinite, PerspectiveAnd3dFitsReportASingularMatrix) {
   EXPECT_THROW(tm3.fit(P3{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {0, 0, kNaN}},
                        P3{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {0, 0, 1}}),
                mvMatrixExt::SingularMatrix);
-  tm3.fit(P3{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {0, 0, 1}}, P3{{1, 2, 3}, {2, 2, 3}, {1, 3, 3}, {1, 2, 4}});
+  tm3.fit(P3{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {0, 0, 1}},
+          P3{{1, 2, 3}, {2, 2, 3}, {1, 3, 3}, {1, 2, 4}});
   const mvVector<3> moved = tm3.a2b(mvVector<3>(1, 1, 1));
   EXPECT_NEAR(moved.x(), 2.0, 1e-9);
   EXPECT_NEAR(moved.y(), 3.0, 1e-9);
@@ -377,7 +378,9 @@ TEST(HostileFewPoints, CorresponderTrainsFromOneNode) {
 TEST(HostileFewPoints, AffineFitOfOnePairThrowsAndOfTwoPairsGivesASimilarity) {
   mv2PtMatchTm tm;
   expectThrowsWithMessage<mvLSPointToPointFitter::Errors>(
-      [&] { tm.fit(Points{{0, 0}}, Points{{1, 1}}, 0); },
+      [&] {
+        tm.fit(Points{{0, 0}}, Points{{1, 1}}, 0);
+      },
       "Too few point pairs for the asked family.");
   tm.fit(Points{{0, 0}, {1, 0}}, Points{{1, 1}, {1, 3}}, 0);
   const mvVector<2> p = tm.a2b(mvVector<2>(1, 0));

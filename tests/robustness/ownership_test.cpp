@@ -147,8 +147,9 @@ TEST(Ownership, ArchiveFailuresReleaseWhatLoadingAllocated) {
     const Bytes good = bytesOf(matcher);
     for (std::size_t n = 0; n < good.size(); n += 3) {
       mvPointMatcher target;
-      EXPECT_THROW(loadInto(Bytes(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(n)), target),
-                   mvArchive::Errors);
+      EXPECT_THROW(
+          loadInto(Bytes(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(n)), target),
+          mvArchive::Errors);
     }
   }
 }

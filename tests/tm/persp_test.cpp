@@ -8,12 +8,14 @@
 #include <random>
 #include <vector>
 
-#include "matext/archive_bytes.h"
+#include "common/archive_bytes.h"
+#include "pinv/fitter_bytes.h"
 #include "ptmatch/tm.h"
 
-using numerics_test::Bytes;
-using numerics_test::load;
-using numerics_test::store;
+using archive_bytes::ByteWriter;
+using archive_bytes::loadInto;
+using archive_bytes::store;
+using fitter_bytes::emptyFitter;
 
 namespace {
 
@@ -53,7 +55,7 @@ Points imagesOf(const Homography& h, const Points& points) {
 }
 
 /// The identity's interleaved parameters: a2b[i], b2a[i] for i = 0 ... 7.
-Bytes& identityParameters(Bytes& bytes) {
+ByteWriter& identityParameters(ByteWriter& bytes) {
   for (int i = 0; i < 8; ++i) {
     const double v = (i == 0 || i == 4) ? 1.0 : 0.0;
     bytes.f64(v).f64(v);
@@ -191,15 +193,15 @@ TEST(PerspectiveTmBadArgs, IsALibraryErrorRegisteredByName) {
 
 TEST(PerspectiveTm, PointsOnTheVanishingLineMapToNonFiniteCoordinates) {
   // a2b = (1, 0, 0, 0, 1, 0, 1, 0): w = x + 1 vanishes at x = -1.
-  Bytes bytes;
-  bytes.u32(1100);
+  ByteWriter writer;
+  writer.u32(1100);
   for (int i = 0; i < 8; ++i) {
     const double forward = (i == 0 || i == 4 || i == 6) ? 1.0 : 0.0;
-    bytes.f64(forward).f64(i == 0 || i == 4 ? 1.0 : 0.0);
+    writer.f64(forward).f64(i == 0 || i == 4 ? 1.0 : 0.0);
   }
-  bytes.emptyFitter(8);
+  writer.append(emptyFitter(8));
   mv2PTm tm;
-  ASSERT_TRUE(load(bytes.get(), tm));
+  ASSERT_TRUE(loadInto(writer.bytes(), tm));
   mvVector<2> image;
   EXPECT_NO_THROW(image = tm.a2b(mvVector<2>(-1, 5)));
   EXPECT_FALSE(std::isfinite(image.x()));
@@ -210,10 +212,10 @@ TEST(PerspectiveTm, PointsOnTheVanishingLineMapToNonFiniteCoordinates) {
 // --- persistence ---
 
 TEST(PerspectiveTmArchive, IdentityIsInterleavedParametersThenAnEmptyFitter) {
-  Bytes expected;
+  ByteWriter expected;
   expected.u32(1100);
-  identityParameters(expected).emptyFitter(8);
-  EXPECT_EQ(store(mv2PTm()), expected.get());
+  identityParameters(expected).append(emptyFitter(8));
+  EXPECT_EQ(store(mv2PTm()), expected.bytes());
 }
 
 TEST(PerspectiveTmArchive, ParametersAreInterleavedForwardThenInverse) {
@@ -221,7 +223,7 @@ TEST(PerspectiveTmArchive, ParametersAreInterleavedForwardThenInverse) {
   // first bytes after the version are a2b0 = 2 and then b2a0, near 0.5.
   const mv2PTm tm(mv2PtMatchTm(xformOf(2, 0, 0, 4, 2, 4)));
   const std::vector<unsigned char> bytes = store(tm);
-  ASSERT_EQ(bytes.size(), 4u + 16u * 8u + Bytes().emptyFitter(8).get().size());
+  ASSERT_EQ(bytes.size(), 4u + 16u * 8u + emptyFitter(8).size());
   double values[16];
   std::memcpy(values, bytes.data() + 4, sizeof values);
   const double forward[8] = {2, 0, 2, 0, 4, 4, 0, 0};
@@ -237,7 +239,7 @@ TEST(PerspectiveTmArchive, LoadingRestoresParametersAndSums) {
   stored.update(kCorners, imagesOf(kTilt, kCorners));
   stored.fit();
   mv2PTm loaded;
-  EXPECT_TRUE(load(store(stored), loaded));
+  EXPECT_TRUE(loadInto(store(stored), loaded));
   EXPECT_EQ(store(loaded), store(stored));
   EXPECT_EQ(loaded.a2b(mvVector<2>(1, 2)), stored.a2b(mvVector<2>(1, 2)));
   loaded.fit();  // the loaded sums fit the same transform
@@ -249,7 +251,7 @@ TEST(PerspectiveTmArchive, OtherVersionsAreUnknown) {
   bytes[0] = 0x4D;
   mv2PTm loaded;
   try {
-    load(bytes, loaded);
+    loadInto(bytes, loaded);
     FAIL() << "no error";
   } catch (const mvArchive::UnknownVersion& e) {
     EXPECT_EQ(e.file(), "ptmatch/tm");
@@ -257,12 +259,12 @@ TEST(PerspectiveTmArchive, OtherVersionsAreUnknown) {
 }
 
 TEST(PerspectiveTmArchive, AFitterOfAnotherSizeIsBadData) {
-  Bytes bytes;
-  bytes.u32(1100);
-  identityParameters(bytes).emptyFitter(3);
+  ByteWriter writer;
+  writer.u32(1100);
+  identityParameters(writer).append(emptyFitter(3));
   mv2PTm loaded(kCorners, imagesOf(kTilt, kCorners));
   const std::vector<unsigned char> before = store(loaded);
-  EXPECT_THROW(load(bytes.get(), loaded), mvArchive::BadData);
+  EXPECT_THROW(loadInto(writer.bytes(), loaded), mvArchive::BadData);
   EXPECT_EQ(store(loaded), before);
 }
 

@@ -7,12 +7,12 @@
 #include <random>
 #include <vector>
 
-#include "matext/archive_bytes.h"
+#include "common/archive_bytes.h"
 #include "ptmatch/tm.h"
 
-using numerics_test::Bytes;
-using numerics_test::load;
-using numerics_test::store;
+using archive_bytes::ByteWriter;
+using archive_bytes::loadInto;
+using archive_bytes::store;
 
 namespace {
 
@@ -382,7 +382,7 @@ TEST(PtMatchTmMap, RandomFitsRoundTrip) {
 // --- persistence ---
 
 TEST(PtMatchTmArchive, IdentityIsTheVersionAndTwoIdentityTransforms) {
-  const std::vector<unsigned char> expected = Bytes()
+  const std::vector<unsigned char> expected = ByteWriter()
                                                   .u32(1100)
                                                   .f64(1)
                                                   .f64(0)
@@ -396,13 +396,13 @@ TEST(PtMatchTmArchive, IdentityIsTheVersionAndTwoIdentityTransforms) {
                                                   .f64(1)
                                                   .f64(0)
                                                   .f64(0)
-                                                  .get();
+                                                  .bytes();
   EXPECT_EQ(store(mv2PtMatchTm()), expected);
 }
 
 TEST(PtMatchTmArchive, ForwardThenInverseEachAsMatrixThenTranslation) {
   // a2b: (2 1; 1 1) + (1, 2), of determinant 1; b2a: (1 -1; -1 2) + (1, -3), all exact.
-  const std::vector<unsigned char> expected = Bytes()
+  const std::vector<unsigned char> expected = ByteWriter()
                                                   .u32(1100)
                                                   .f64(2)
                                                   .f64(1)
@@ -416,7 +416,7 @@ TEST(PtMatchTmArchive, ForwardThenInverseEachAsMatrixThenTranslation) {
                                                   .f64(2)
                                                   .f64(1)
                                                   .f64(-3)
-                                                  .get();
+                                                  .bytes();
   mv2PtMatchTm tm(xformOf(2, 1, 1, 1, 1, 2));
   EXPECT_EQ(store(tm), expected);
 }
@@ -425,7 +425,7 @@ TEST(PtMatchTmArchive, LoadingRestoresBothTransformsAndKeepsThePairs) {
   mv2PtMatchTm stored(xformOf(2, 1, 0, 3, 1, -1));
   mv2PtMatchTm loaded;
   addThreeAffinePairs(loaded);
-  EXPECT_TRUE(load(store(stored), loaded));
+  EXPECT_TRUE(loadInto(store(stored), loaded));
   EXPECT_EQ(loaded.a2bXform(), stored.a2bXform());
   EXPECT_EQ(loaded.b2aXform(), stored.b2aXform());
   loaded.fit(6);  // the pairs added before loading are still there
@@ -437,7 +437,7 @@ TEST(PtMatchTmArchive, OtherVersionsAreUnknown) {
   bytes[0] = 0x4B;  // 1099
   mv2PtMatchTm loaded;
   try {
-    load(bytes, loaded);
+    loadInto(bytes, loaded);
     FAIL() << "no error";
   } catch (const mvArchive::UnknownVersion& e) {
     EXPECT_EQ(e.file(), "ptmatch/tm");
@@ -449,7 +449,7 @@ TEST(PtMatchTmArchive, TruncatedDataChangesNothing) {
   std::vector<unsigned char> bytes = store(mv2PtMatchTm(xformOf(2, 0, 0, 2, 0, 0)));
   bytes.resize(bytes.size() - 1);
   mv2PtMatchTm loaded;
-  EXPECT_THROW(load(bytes, loaded), mvArchive::EndOfData);
+  EXPECT_THROW(loadInto(bytes, loaded), mvArchive::EndOfData);
   EXPECT_TRUE(loaded == mvXform<2>::I);
   EXPECT_EQ(loaded.b2aXform(), mvXform<2>::I);
 }

@@ -7,12 +7,14 @@
 #include <random>
 #include <vector>
 
-#include "matext/archive_bytes.h"
+#include "common/archive_bytes.h"
+#include "pinv/fitter_bytes.h"
 #include "ptmatch/tm.h"
 
-using numerics_test::Bytes;
-using numerics_test::load;
-using numerics_test::store;
+using archive_bytes::ByteWriter;
+using archive_bytes::loadInto;
+using archive_bytes::store;
+using fitter_bytes::emptyFitter;
 
 namespace {
 
@@ -42,7 +44,7 @@ Points imagesOf(mvVector<3> (*map)(const mvVector<3>&), const Points& points) {
 }
 
 /// The identity's interleaved elements: a2b[i], b2a[i] for i = 0 ... 11.
-Bytes& identityElements(Bytes& bytes) {
+ByteWriter& identityElements(ByteWriter& bytes) {
   for (int i = 0; i < 12; ++i) {
     const double v = (i == 0 || i == 5 || i == 10) ? 1.0 : 0.0;
     bytes.f64(v).f64(v);
@@ -213,28 +215,28 @@ TEST(PtMatchTm3BadArgs, IsALibraryErrorRegisteredByName) {
 // --- persistence ---
 
 TEST(PtMatchTm3Archive, IdentityIsThreeEmptyFittersThenTwentyFourDoubles) {
-  Bytes expected;
-  expected.u32(1100).emptyFitter(4).emptyFitter(4).emptyFitter(4);
+  ByteWriter expected;
+  expected.u32(1100).append(emptyFitter(4)).append(emptyFitter(4)).append(emptyFitter(4));
   identityElements(expected);
-  EXPECT_EQ(store(mv3PtMatchTm()), expected.get());
+  EXPECT_EQ(store(mv3PtMatchTm()), expected.bytes());
 }
 
 TEST(PtMatchTm3Archive, ElementsAreInterleavedForwardThenInverse) {
   mv3PtMatchTm tm;
   tm.translate(mvVector<3>(1, 2, 3));
-  Bytes expected;
-  expected.u32(1100).emptyFitter(4).emptyFitter(4).emptyFitter(4);
+  ByteWriter expected;
+  expected.u32(1100).append(emptyFitter(4)).append(emptyFitter(4)).append(emptyFitter(4));
   const double forward[12] = {1, 0, 0, 1, 0, 1, 0, 2, 0, 0, 1, 3};
   const double inverse[12] = {1, 0, 0, -1, 0, 1, 0, -2, 0, 0, 1, -3};
   for (int i = 0; i < 12; ++i) expected.f64(forward[i]).f64(inverse[i]);
-  EXPECT_EQ(store(tm), expected.get());
+  EXPECT_EQ(store(tm), expected.bytes());
 }
 
 TEST(PtMatchTm3Archive, LoadingRestoresElementsAndSums) {
   mv3PtMatchTm stored;
   stored.fit(kTetrahedron, imagesOf(skew, kTetrahedron));
   mv3PtMatchTm loaded;
-  EXPECT_TRUE(load(store(stored), loaded));
+  EXPECT_TRUE(loadInto(store(stored), loaded));
   EXPECT_EQ(store(loaded), store(stored));
   EXPECT_EQ(loaded.a2b(mvVector<3>(1, 2, 3)), stored.a2b(mvVector<3>(1, 2, 3)));
 }
@@ -244,7 +246,7 @@ TEST(PtMatchTm3Archive, OtherVersionsAreUnknown) {
   bytes[0] = 0x4D;
   mv3PtMatchTm loaded;
   try {
-    load(bytes, loaded);
+    loadInto(bytes, loaded);
     FAIL() << "no error";
   } catch (const mvArchive::UnknownVersion& e) {
     EXPECT_EQ(e.file(), "ptmatch/tm");
@@ -252,13 +254,13 @@ TEST(PtMatchTm3Archive, OtherVersionsAreUnknown) {
 }
 
 TEST(PtMatchTm3Archive, FittersOfAnotherSizeAreBadData) {
-  Bytes bytes;
-  bytes.u32(1100).emptyFitter(4).emptyFitter(2).emptyFitter(4);
-  identityElements(bytes);
+  ByteWriter writer;
+  writer.u32(1100).append(emptyFitter(4)).append(emptyFitter(2)).append(emptyFitter(4));
+  identityElements(writer);
   mv3PtMatchTm loaded;
   loaded.translate(mvVector<3>(1, 1, 1));
   const std::vector<unsigned char> before = store(loaded);
-  EXPECT_THROW(load(bytes.get(), loaded), mvArchive::BadData);
+  EXPECT_THROW(loadInto(writer.bytes(), loaded), mvArchive::BadData);
   EXPECT_EQ(store(loaded), before);
 }
 

@@ -8,12 +8,14 @@
 #include <cstring>
 #include <vector>
 
-#include "matext/archive_bytes.h"
+#include "common/archive_bytes.h"
+#include "pinv/fitter_bytes.h"
 #include "ptmatch/tm.h"
 
-using numerics_test::Bytes;
-using numerics_test::load;
-using numerics_test::store;
+using archive_bytes::ByteWriter;
+using archive_bytes::loadInto;
+using archive_bytes::store;
+using fitter_bytes::emptyFitter;
 
 namespace {
 
@@ -54,11 +56,11 @@ Parameters linearisedFit(const Points& a, const Points& b) {
 
 /// A transform with forward parameters h, the identity as its inverse and empty sums.
 void loadForward(const Parameters& h, mv2PTm& tm) {
-  Bytes bytes;
-  bytes.u32(1100);
-  for (int i = 0; i < 8; ++i) bytes.f64(h[i]).f64(i == 0 || i == 4 ? 1.0 : 0.0);
-  bytes.emptyFitter(8);
-  ASSERT_TRUE(load(bytes.get(), tm));
+  ByteWriter writer;
+  writer.u32(1100);
+  for (int i = 0; i < 8; ++i) writer.f64(h[i]).f64(i == 0 || i == 4 ? 1.0 : 0.0);
+  writer.append(emptyFitter(8));
+  ASSERT_TRUE(loadInto(writer.bytes(), tm));
 }
 
 /// The forward (which = 0) or inverse (which = 1) parameters, read from the archive.

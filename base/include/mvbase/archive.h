@@ -272,3 +272,15 @@ MVBASE_API mvArchive& operator||(mvArchive& ar, mvAngleRange& r);
 MVBASE_API mvArchive& operator||(mvArchive& ar, mvXform<2>& x);
 MVBASE_API mvArchive& operator||(mvArchive& ar, mvRectangle<long>& r);
 MVBASE_API mvArchive& operator||(mvArchive& ar, mvRectangle<double>& r);
+
+// --- the class-versioned persistence step of the exception classes ---
+
+template <typename Serialize>
+void mvException::dispatchVersioned_(mvArchive& ar, const void* self, std::size_t size,
+                                     Serialize serialize) {
+  if (ar.haveVisited(self, size)) return;
+  unsigned char version = 0;  // the one class version of every exception class
+  ar || version;
+  serialize(version);
+  ar.setVisited(self, size);
+}

@@ -75,6 +75,22 @@ class MVBASE_API mvException : public mvPersistent, public std::exception {
  protected:
   virtual void serialize_(mvArchive& ar, unsigned char version);
 
+  // The shared steps of the overrides in derived error classes.
+
+  /// Copies self (heap-allocated), deletes it and throws the copy by its own type E.
+  template <typename E>
+  [[noreturn]] static void rethrowCopy_(E* self) {
+    E copy(*self);
+    delete self;
+    throw copy;
+  }
+  /// Unless self is visited in ar: class version byte 0, serialize(version), visited mark.
+  template <typename Serialize>  // defined at the end of mvbase/archive.h, which it needs
+  static void dispatchVersioned_(mvArchive& ar, const void* self, std::size_t size,
+                                 Serialize serialize);
+  /// Throws mvArchive::UnknownVersion(className, 0) unless the class version is 0.
+  static void requireClassVersion_(unsigned char version, const char* className);
+
  private:
   mutable std::string what_;
 };

@@ -27,6 +27,9 @@ constexpr long kRowCost = 5;
 constexpr long kBlockCost = 2;
 // Relative cost of the box sums, per block of kVoteBlock cells of an accumulator row.
 constexpr long kBoxBlockCost = 12;
+// Extra cost per row of scattering with a column test (a window narrower than the raster):
+// the test's outcome changes twice a row, and the processor guesses wrong there.
+constexpr long kTestedRowCost = 40;
 
 // Accumulator cells in one band of rows summed by the dense points: 16 KiB, a part of the
 // first-level cache.
@@ -92,6 +95,7 @@ ScatterVoter::ScatterVoter(const mvPelBuffer_const<unsigned char>& occupancy,
       cells_(static_cast<std::size_t>(height_ * stride_), 0),
       centreCells_(keyed_ ? static_cast<std::size_t>((height_ + 2) * stride_) : 0, 0),
       rowSums_(keyed_ ? static_cast<std::size_t>(3 * stride_) : 0, 0),
+      rowMax_(static_cast<std::size_t>(height_), 0),
       bandRows_(std::max(1L, kBandCells / stride_)),
       touchedFirst_(height_),
       touchedLast_(-1),
@@ -223,6 +227,12 @@ long ScatterVoter::denseCost(const PointVote& p) {
   return rows * (kRowCost + blocksOf(p.reach.xHi - p.reach.xLo + 1) * kBlockCost);
 }
 
+long ScatterVoter::scatterCost(const PointVote& p, long items) const {
+  const long rows = p.occupied.last - p.occupied.first + 1;
+  const bool tested = !fitsPadding(p.reach, kPad, kPad - kPieceCells + 1, width_, rasterWidth_);
+  return items * kItemCost + (tested ? rows * kTestedRowCost : 0);
+}
+
 // Whether block centres with box sums are less work for the planned points than pieces
 // only, each point scattering or adding rows, whichever is less work.
 bool ScatterVoter::chooseBoxSums() const {
@@ -231,8 +241,8 @@ bool ScatterVoter::chooseBoxSums() const {
   long first = height_;
   long last = -1;
   for (const PointVote& p : points_) {
-    withBoxSums += std::min(denseCost(p), (p.centreCount + p.residueCount) * kItemCost);
-    withPieces += std::min(denseCost(p), p.pieceCount * kItemCost);
+    withBoxSums += std::min(denseCost(p), scatterCost(p, p.centreCount + p.residueCount));
+    withPieces += std::min(denseCost(p), scatterCost(p, p.pieceCount));
     if (p.centreCount > 0) {
       first = std::min(first, p.centres.first - p.reach.y0 - 1);
       last = std::max(last, p.centres.last - p.reach.y0 + 1);
@@ -248,7 +258,7 @@ bool ScatterVoter::chooseBoxSums() const {
 void ScatterVoter::chooseDensePoints(bool boxSums) {
   for (PointVote& p : points_) {
     const long items = boxSums ? p.centreCount + p.residueCount : p.pieceCount;
-    p.dense = !keyed_ || denseCost(p) < items * kItemCost;
+    p.dense = !keyed_ || denseCost(p) < scatterCost(p, items);
   }
 }
 
@@ -365,7 +375,10 @@ void ScatterVoter::addCentreBoxSums() {
     b.scratchStride = stride_;
     b.rows = last - first + 1;
     b.blocks = blocksOf(width_);
+    b.rowMax = rowMax_.data() + first;
     addBoxSums(b);
+    maxFirst_ = first;
+    maxLast_ = last;
   }
   std::fill(centreCells_.begin() + (centresFirst_ + 1) * stride_,
             centreCells_.begin() + (centresLast_ + 2) * stride_, std::uint16_t{0});
@@ -378,7 +391,29 @@ void ScatterVoter::touch(long first, long last) {
   touchedLast_ = std::max(touchedLast_, last);
 }
 
+// The first row from v on (last + 1 when none) with a value above threshold, reading the
+// maxima the box sums left where there are some. Values in the padding may stop it at a
+// row needlessly, never make it pass one.
+long ScatterVoter::nextCandidateRow(long v, long last, std::int16_t threshold) const {
+  const long blocks = blocksOf(width_);
+  while (v <= last) {
+    if (v < maxFirst_ || v > maxLast_) {
+      const long end = v < maxFirst_ ? std::min(last, maxFirst_ - 1) : last;
+      const long found = nextExceedingRow(row(0), stride_, v, end, blocks, threshold);
+      if (found <= end) return found;
+      v = end + 1;
+      continue;
+    }
+    for (; v <= std::min(last, maxLast_); ++v) {
+      if (rowMax_[v] > threshold) return v;
+    }
+  }
+  return last + 1;
+}
+
 void ScatterVoter::clearTouchedRows() {
+  maxFirst_ = 0;
+  maxLast_ = -1;
   if (touchedFirst_ <= touchedLast_) {
     std::fill(cells_.begin() + touchedFirst_ * stride_,
               cells_.begin() + (touchedLast_ + 1) * stride_, std::uint16_t{0});
@@ -436,12 +471,10 @@ void ScatterVoter::collectPeaks(long minScore, double scale, const mvDegree& rot
   // Rows the vote did not touch hold only zeros, below minScore. The row test reads whole
   // blocks, into the padding, whose stray addends can only make it stop at a row needlessly.
   const auto threshold = static_cast<std::int16_t>(minScore - 1);
-  const long blocks = blocksOf(width_);
   const long last = touchedLast_;
   collectPeakRows(
-      rowAt,
-      [&](long v) { return nextExceedingRow(row(0), stride_, v, last, blocks, threshold); },
-      width_, height_, touchedFirst_, last, minScore, window_, scale, rotation, store);
+      rowAt, [&](long v) { return nextCandidateRow(v, last, threshold); }, width_, height_,
+      touchedFirst_, last, minScore, window_, scale, rotation, store);
 }
 
 }  // namespace detail

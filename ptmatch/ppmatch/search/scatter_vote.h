@@ -121,6 +121,7 @@ class ScatterVoter {
   Rows rowsOf(const RowItems& items, long yLo, long yHi) const;
   static long countOf(const RowItems& items, const Rows& rows);
   static long denseCost(const PointVote& p);
+  long scatterCost(const PointVote& p, long items) const;
   bool planPoint(const mvPair<long>& cell, std::uint16_t weight, PointVote& p) const;
   bool chooseBoxSums() const;
   void chooseDensePoints(bool boxSums);
@@ -131,6 +132,7 @@ class ScatterVoter {
   void addDensePointsByBands();
   void addCentreBoxSums();
   void touch(long first, long last);
+  long nextCandidateRow(long v, long last, std::int16_t threshold) const;
   void clearTouchedRows();
   std::int16_t* row(long v);
   const std::int16_t* row(long v) const;
@@ -160,6 +162,11 @@ class ScatterVoter {
   // (v + 1) x stride_ + padding + u; and three rows of its horizontal 3-sums.
   std::vector<std::uint16_t> centreCells_;
   std::vector<std::uint16_t> rowSums_;
+  // The largest value of each accumulator row the box sums wrote last, rows
+  // maxFirst_..maxLast_ (none when first > last).
+  std::vector<std::int16_t> rowMax_;
+  long maxFirst_ = 0;
+  long maxLast_ = -1;
   // Accumulator rows summed together by the dense points.
   const long bandRows_;
   // The points of the vote at hand.

@@ -64,6 +64,11 @@ PTMATCH_ALWAYS_INLINE void addBoxSumsBody(const BoxSums& b) {
     for (long i = 0; i < cells; ++i) {
       acc[i] = static_cast<std::uint16_t>(acc[i] + above[i] + at[i] + below[i]);
     }
+    // The row's maximum, so that the peak scan need not read the row again.
+    const auto* values = reinterpret_cast<const std::int16_t*>(acc);
+    std::int16_t highest = values[0];
+    for (long i = 1; i < cells; ++i) highest = values[i] > highest ? values[i] : highest;
+    b.rowMax[r] = highest;
   }
 }
 

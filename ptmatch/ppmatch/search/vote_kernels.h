@@ -42,7 +42,8 @@ long nextExceedingRow(const std::int16_t* row0, long stride, long first, long la
 /// r (at acc + r x accStride) gets, in each of its blocks x kVoteBlock cells u, the sum of
 /// the centre cells u - 1 .. u + 1 of centre rows r - 1 .. r + 1 (centre row c at centres
 /// + c x centreStride, for c = -1 .. rows), modulo 2^16. scratch holds 3 rows of
-/// scratchStride >= blocks x kVoteBlock cells.
+/// scratchStride >= blocks x kVoteBlock cells. rowMax[r] receives the largest value of
+/// accumulator row r's blocks afterwards (as signed 16-bit values).
 struct BoxSums {
   std::uint16_t* acc;
   long accStride;
@@ -52,6 +53,7 @@ struct BoxSums {
   long scratchStride;
   long rows;
   long blocks;
+  std::int16_t* rowMax;
 };
 void addBoxSums(const BoxSums& b);
 
