@@ -8,9 +8,10 @@
 #                                       (tests/robustness), build directory build-tsan/
 #   scripts/test.sh --build-dir DIR     any other build directory
 #
-# The sanitizer build leaves out the benchmarks and examples, also traps float-to-integer
-# conversions that overflow, and skips the tests named in PTMATCH_SANITIZE_SKIP (a ctest
-# regular expression; by default the 2000 x 2000 grid-map test, which takes minutes there).
+# The sanitizer build leaves out the benchmarks, examples and Python module, also traps
+# float-to-integer conversions that overflow, and skips the tests named in
+# PTMATCH_SANITIZE_SKIP (a ctest regular expression; by default the 2000 x 2000 grid-map
+# test, which takes minutes there).
 #
 # Extra arguments after "--" go to cmake when configuring. PTMATCH_JOBS sets the build
 # parallelism (default 2).
@@ -114,7 +115,8 @@ fi
 
 sanitize_args=()
 if [ "$sanitize" = ON ]; then
-  sanitize_args=(-DPTMATCH_BUILD_BENCH=OFF -DPTMATCH_BUILD_EXAMPLES=OFF
+  # The Python module cannot load the sanitizer runtime into an ordinary interpreter.
+  sanitize_args=(-DPTMATCH_BUILD_BENCH=OFF -DPTMATCH_BUILD_EXAMPLES=OFF -DPTMATCH_PYTHON=OFF
     -DCMAKE_CXX_FLAGS=-fsanitize=float-cast-overflow)
 fi
 

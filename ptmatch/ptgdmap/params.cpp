@@ -18,9 +18,8 @@ void archiveRecordVersion(mvArchive& ar, int line) {
   }
 }
 
-mvPersistent* makeBadInput() { return new mvPtToGridMapDefs::BadInput(); }
-
-const mv_Instantiator registerBadInput(typeid(mvPtToGridMapDefs::BadInput), &makeBadInput,
+const mv_Instantiator registerBadInput(typeid(mvPtToGridMapDefs::BadInput),
+                                       &mvPtToGridMapDefs::BadInput::make,
                                        "mvPtToGridMapDefs::BadInput");
 
 }  // namespace
@@ -42,7 +41,7 @@ void mvPtToGridMapDefs::BadInput::serialize_(mvArchive& ar, unsigned char versio
   mvExceptionWithString::dispatchSerialize(ar);
 }
 
-mvPersistent* mvPtToGridMapDefs::BadInput::make() { return makeBadInput(); }
+mvPersistent* mvPtToGridMapDefs::BadInput::make() { return new BadInput(); }
 
 // --- mvPtToGridMapRunParams ---
 

@@ -11,9 +11,7 @@
 #include "common/archive_bytes.h"
 #include "ptmatch/matext.h"
 
-using archive_bytes::ByteWriter;
-using archive_bytes::loadInto;
-using archive_bytes::store;
+using namespace archive_bytes;
 
 namespace {
 

@@ -10,9 +10,7 @@
 #include "common/archive_bytes.h"
 #include "ptmatch/tm.h"
 
-using archive_bytes::ByteWriter;
-using archive_bytes::loadInto;
-using archive_bytes::store;
+using namespace archive_bytes;
 
 namespace {
 

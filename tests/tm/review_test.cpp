@@ -12,9 +12,7 @@
 #include "pinv/fitter_bytes.h"
 #include "ptmatch/tm.h"
 
-using archive_bytes::ByteWriter;
-using archive_bytes::loadInto;
-using archive_bytes::store;
+using namespace archive_bytes;
 using fitter_bytes::emptyFitter;
 
 namespace {

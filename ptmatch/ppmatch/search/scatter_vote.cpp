@@ -41,6 +41,11 @@ constexpr long kMaxKeyedCells = std::numeric_limits<std::int32_t>::max();
 
 long blocksOf(long cells) { return (cells + kVoteBlock - 1) / kVoteBlock; }
 
+// A point's weight as a 16-bit addend (1 for unit votes).
+std::uint16_t weightOf(const std::vector<std::int16_t>& weights, std::size_t i) {
+  return weights.empty() ? std::uint16_t{1} : static_cast<std::uint16_t>(weights[i]);
+}
+
 }  // namespace
 
 // --- RowItems ---
@@ -254,12 +259,18 @@ bool ScatterVoter::chooseBoxSums() const {
   return withBoxSums < withPieces;
 }
 
-// Whether each planned point adds its window rows rather than scattering.
-void ScatterVoter::chooseDensePoints(bool boxSums) {
-  for (PointVote& p : points_) {
-    const long items = boxSums ? p.centreCount + p.residueCount : p.pieceCount;
-    p.dense = !keyed_ || denseCost(p) < scatterCost(p, items);
+// Chooses the layers for the whole search from the points of its first vote.
+void ScatterVoter::chooseLayers(const std::vector<mvPair<long>>& projected,
+                                const std::vector<std::int16_t>& weights) {
+  points_.clear();
+  for (std::size_t i = 0; i < projected.size(); ++i) {
+    PointVote p;
+    const std::uint16_t weight = weightOf(weights, i);
+    if (weight != 0 && planPoint(projected[i], weight, p)) points_.push_back(p);
   }
+  if (points_.empty()) return;  // choose at a vote that has points
+  layers_ = keyed_ && chooseBoxSums() ? Layers::eBoxSums : Layers::ePieces;
+  points_.clear();
 }
 
 // True when every item of the raster, shifted by the point's window, starts at least
@@ -346,15 +357,12 @@ void ScatterVoter::addDensePointsByBands() {
   long first = height_;
   long last = -1;
   for (const PointVote& d : points_) {
-    if (!d.dense) continue;
     first = std::min(first, d.occupied.first - d.reach.y0);
     last = std::max(last, d.occupied.last - d.reach.y0);
   }
   for (long band = first; band <= last; band += bandRows_) {
     const long bandLast = std::min(last, band + bandRows_ - 1);
-    for (const PointVote& d : points_) {
-      if (d.dense) addRows(d, band, bandLast);
-    }
+    for (const PointVote& d : points_) addRows(d, band, bandLast);
   }
 }
 
@@ -425,35 +433,30 @@ void ScatterVoter::clearTouchedRows() {
 void ScatterVoter::vote(const std::vector<mvPair<long>>& projected,
                         const std::vector<std::int16_t>& weights) {
   clearTouchedRows();
+  if (layers_ == Layers::eUnchosen) chooseLayers(projected, weights);
+  const bool boxSums = layers_ == Layers::eBoxSums;
+  // Points that add window rows wait in points_ and are summed band by band at the end.
   points_.clear();
   for (std::size_t i = 0; i < projected.size(); ++i) {
-    const std::uint16_t weight =
-        weights.empty() ? std::uint16_t{1} : static_cast<std::uint16_t>(weights[i]);
+    const std::uint16_t weight = weightOf(weights, i);
     if (weight == 0) continue;  // adds nothing
     PointVote p;
-    if (planPoint(projected[i], weight, p)) points_.push_back(p);
-  }
-  if (layers_ == Layers::eUnchosen && keyed_ && !points_.empty()) {
-    layers_ = chooseBoxSums() ? Layers::eBoxSums : Layers::ePieces;
-  }
-  const bool boxSums = layers_ == Layers::eBoxSums;
-  chooseDensePoints(boxSums);
-  bool anyDense = false;
-  for (const PointVote& p : points_) {
+    if (!planPoint(projected[i], weight, p)) continue;
     const Reach& r = p.reach;
-    if (p.dense) {
+    const long items = boxSums ? p.centreCount + p.residueCount : p.pieceCount;
+    if (!keyed_ || denseCost(p) < scatterCost(p, items)) {
       touch(p.occupied.first - r.y0, p.occupied.last - r.y0);
-      anyDense = true;
+      points_.push_back(p);
     } else if (boxSums) {
-      voteCentres(r, p.centres, p.weight);
+      voteCentres(r, p.centres, weight);
       if (p.residueCount > 0) touch(p.residue.first - r.y0, p.residue.last - r.y0);
-      votePieces(residue_, r, p.residue, p.weight);
+      votePieces(residue_, r, p.residue, weight);
     } else {
       if (p.pieceCount > 0) touch(p.pieces.first - r.y0, p.pieces.last - r.y0);
-      votePieces(pieces_, r, p.pieces, p.weight);
+      votePieces(pieces_, r, p.pieces, weight);
     }
   }
-  if (anyDense) addDensePointsByBands();
+  if (!points_.empty()) addDensePointsByBands();
   if (boxSums) addCentreBoxSums();
 }
 

@@ -106,14 +106,13 @@ class ScatterVoter {
   struct Rows {
     long first, last;
   };
-  // A point of the vote at hand: its window, its weight, the rows of each layer it
-  // covers, and how it votes.
+  // A point of the vote at hand: its window, its weight, and the rows of each layer it
+  // covers.
   struct PointVote {
     Reach reach;
     std::uint16_t weight;
     Rows occupied, centres, residue, pieces;
     long centreCount, residueCount, pieceCount;
-    bool dense;
   };
 
   void takeApart(const mvPelBuffer_const<unsigned char>& occupancy);
@@ -124,7 +123,8 @@ class ScatterVoter {
   long scatterCost(const PointVote& p, long items) const;
   bool planPoint(const mvPair<long>& cell, std::uint16_t weight, PointVote& p) const;
   bool chooseBoxSums() const;
-  void chooseDensePoints(bool boxSums);
+  void chooseLayers(const std::vector<mvPair<long>>& projected,
+                    const std::vector<std::int16_t>& weights);
   static bool fitsPadding(const Reach& r, long before, long after, long width, long rasterWidth);
   void voteCentres(const Reach& r, const Rows& rows, std::uint16_t weight);
   void votePieces(const RowItems& items, const Reach& r, const Rows& rows, std::uint16_t weight);
@@ -169,7 +169,8 @@ class ScatterVoter {
   long maxLast_ = -1;
   // Accumulator rows summed together by the dense points.
   const long bandRows_;
-  // The points of the vote at hand.
+  // The points of the vote at hand that add window rows (all points while the layers are
+  // chosen).
   std::vector<PointVote> points_;
   // Whether the votes add block centres and box sums (or pieces only), chosen at the first
   // vote with points for the whole search (either way gives the same accumulator).

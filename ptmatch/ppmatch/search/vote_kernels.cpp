@@ -1,5 +1,7 @@
 #include "ppmatch/search/vote_kernels.h"
 
+#include <limits>
+
 namespace ptmatch {
 namespace detail {
 namespace {
@@ -34,8 +36,8 @@ PTMATCH_ALWAYS_INLINE long nextExceedingRowBody(const std::int16_t* row0, long s
   for (long v = first; v <= last; ++v) {
     const std::int16_t* row = row0 + v * stride;
     // A maximum over the row, without an early exit, vectorises to whole registers.
-    std::int16_t highest = row[0];
-    for (long i = 1; i < blocks * kVoteBlock; ++i) highest = row[i] > highest ? row[i] : highest;
+    std::int16_t highest = std::numeric_limits<std::int16_t>::min();
+    for (long i = 0; i < blocks * kVoteBlock; ++i) highest = row[i] > highest ? row[i] : highest;
     if (highest > threshold) return v;
   }
   return last + 1;
@@ -61,13 +63,14 @@ PTMATCH_ALWAYS_INLINE void addBoxSumsBody(const BoxSums& b) {
     const std::uint16_t* at = sums(r);
     const std::uint16_t* below = sums(r + 1);
     std::uint16_t* acc = b.acc + r * b.accStride;
+    // The row's maximum is taken on the way, so that the peak scan need not read the row.
+    std::int16_t highest = std::numeric_limits<std::int16_t>::min();
     for (long i = 0; i < cells; ++i) {
-      acc[i] = static_cast<std::uint16_t>(acc[i] + above[i] + at[i] + below[i]);
+      const auto sum = static_cast<std::uint16_t>(acc[i] + above[i] + at[i] + below[i]);
+      acc[i] = sum;
+      const auto value = static_cast<std::int16_t>(sum);  // modulo 2^16
+      highest = value > highest ? value : highest;
     }
-    // The row's maximum, so that the peak scan need not read the row again.
-    const auto* values = reinterpret_cast<const std::int16_t*>(acc);
-    std::int16_t highest = values[0];
-    for (long i = 1; i < cells; ++i) highest = values[i] > highest ? values[i] : highest;
     b.rowMax[r] = highest;
   }
 }
@@ -100,7 +103,10 @@ __attribute__((target("avx2"))) long nextExceedingRowAvx2(const std::int16_t* ro
 __attribute__((target("avx2"))) void addBoxSumsAvx2(const BoxSums& b) { addBoxSumsBody(b); }
 
 bool hasAvx2() {
-  static const bool has = __builtin_cpu_supports("avx2") != 0;
+  static const bool has = [] {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx2") != 0;
+  }();
   return has;
 }
 #endif
