@@ -39,7 +39,13 @@ void BM_SearchModelSize(benchmark::State& state) {
   searchScene(state, static_cast<long>(state.range(0)), kSweepData);
 }
 BENCHMARK(BM_SearchModelSize)
-    ->Arg(10)->Arg(20)->Arg(50)->Arg(100)->Arg(200)->Arg(500)->Arg(1000)
+    ->Arg(10)
+    ->Arg(20)
+    ->Arg(50)
+    ->Arg(100)
+    ->Arg(200)
+    ->Arg(500)
+    ->Arg(1000)
     ->Unit(benchmark::kMillisecond);
 
 // Argument: data points; a 10-point model.
@@ -47,7 +53,13 @@ void BM_SearchDataSize(benchmark::State& state) {
   searchScene(state, kSweepModel, static_cast<long>(state.range(0)));
 }
 BENCHMARK(BM_SearchDataSize)
-    ->Arg(10)->Arg(30)->Arg(100)->Arg(300)->Arg(1000)->Arg(3000)->Arg(10000)
+    ->Arg(10)
+    ->Arg(30)
+    ->Arg(100)
+    ->Arg(300)
+    ->Arg(1000)
+    ->Arg(3000)
+    ->Arg(10000)
     ->Unit(benchmark::kMillisecond);
 
 // Arguments: grid side (nodes per row and column), 1 for a staggered grid. The snap size

@@ -65,7 +65,8 @@ mv_PointMatcherModel modelOf(const ptmatch_bench::Points& points) {
     maxY = std::max(maxY, p.y());
   }
   model.center = mvVector<2>((minX + maxX) / 2.0, (minY + maxY) / 2.0);
-  for (const mvVector<2>& p : points) model.radius = std::max(model.radius, (p - model.center).len());
+  for (const mvVector<2>& p : points)
+    model.radius = std::max(model.radius, (p - model.center).len());
   double spacing = 1e300;
   double span = 0.0;
   for (std::size_t i = 0; i < points.size(); ++i) {
@@ -116,20 +117,21 @@ VoteScene makeVoteScene(const std::string& label, const ptmatch_bench::PointScen
   using ptmatch::detail::walkLattice;
   walkLattice(ptmatch::detail::scaleLattice(params.scaleUncertainty(), gridSize, s.model),
               [&](double scale) {
-                walkLattice(ptmatch::detail::rotationLattice(params.rotationUncertainty(),
-                                                             gridSize, s.model, scale),
-                            [&](double rotation) { lattice.push_back(Step{scale, rotation}); });
+                walkLattice(ptmatch::detail::rotationLattice(params.rotationUncertainty(), gridSize,
+                                                             s.model, scale),
+                            [&](double rotation) {
+                              lattice.push_back(Step{scale, rotation});
+                            });
               });
   for (std::size_t k = 0; k < kSteps && k < lattice.size(); ++k) {
     s.steps.push_back(lattice[k * lattice.size() / std::min(kSteps, lattice.size())]);
   }
   std::vector<mvPair<long>> cells;
   for (const Step& step : s.steps) {
-    ptmatch::detail::projectModel(
-        s.model.points,
-        ptmatch::detail::modelToGrid(s.space.dataToGrid, s.model.center, step.scale,
-                                     mvDegree(step.rotation)),
-        cells);
+    ptmatch::detail::projectModel(s.model.points,
+                                  ptmatch::detail::modelToGrid(s.space.dataToGrid, s.model.center,
+                                                               step.scale, mvDegree(step.rotation)),
+                                  cells);
     appendVotes(s, cells, s.votes);
   }
   return s;
@@ -159,8 +161,7 @@ const std::vector<VoteScene>& scenes() {
 void setCounters(benchmark::State& state, const VoteScene& s) {
   state.SetLabel(s.label);
   state.counters["votes"] = static_cast<double>(s.votes.size());
-  state.counters["cells"] =
-      static_cast<double>((s.window.width() + 1) * (s.window.height() + 1));
+  state.counters["cells"] = static_cast<double>((s.window.width() + 1) * (s.window.height() + 1));
   state.counters["votes_per_second"] = benchmark::Counter(
       static_cast<double>(s.votes.size()), benchmark::Counter::kIsIterationInvariantRate);
 }

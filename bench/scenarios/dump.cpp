@@ -42,8 +42,8 @@ std::string points(const ptmatch_bench::Points& list) {
 std::string pose(const mvXform<2>& x) {
   const mvMatrix<2>& m = x.matrix();
   return "[[" + number(m.element(0, 0)) + "," + number(m.element(0, 1)) + "," +
-         number(x.trans().x()) + "],[" + number(m.element(1, 0)) + "," +
-         number(m.element(1, 1)) + "," + number(x.trans().y()) + "]]";
+         number(x.trans().x()) + "],[" + number(m.element(1, 0)) + "," + number(m.element(1, 1)) +
+         "," + number(x.trans().y()) + "]]";
 }
 
 std::string quoted(const std::string& s) { return "\"" + s + "\""; }
@@ -59,10 +59,10 @@ std::string pointJson(const PointScenario& s) {
     << ",\"missing\":" << s.missing << ",\"clutter\":" << s.clutter << ",\"image\":["
     << number(s.imageWidth) << "," << number(s.imageHeight) << "],\"ranges\":{"
     << "\"full_rotation\":" << (r.fullRotation ? "true" : "false") << ",\"rotation\":["
-    << number(r.rotationLo) << "," << number(r.rotationHi) << "],\"scale\":["
-    << number(r.scaleLo) << "," << number(r.scaleHi) << "],\"start\":" << vec(r.start)
-    << ",\"translation\":" << number(r.translation)
-    << ",\"min_coverage\":" << number(r.minCoverage) << "}}";
+    << number(r.rotationLo) << "," << number(r.rotationHi) << "],\"scale\":[" << number(r.scaleLo)
+    << "," << number(r.scaleHi) << "],\"start\":" << vec(r.start)
+    << ",\"translation\":" << number(r.translation) << ",\"min_coverage\":" << number(r.minCoverage)
+    << "}}";
   return o.str();
 }
 
@@ -148,8 +148,8 @@ int main(int argc, char** argv) {
       if (!contains(pointNames, family)) continue;
       for (long i = 0; i < count; ++i) {
         json << (first ? "" : ",\n")
-             << pointJson(ptmatch_bench::makePointScenario(family, i,
-                                                           static_cast<std::uint32_t>(seed)));
+             << pointJson(
+                    ptmatch_bench::makePointScenario(family, i, static_cast<std::uint32_t>(seed)));
         first = false;
       }
     }
@@ -159,8 +159,8 @@ int main(int argc, char** argv) {
       if (contains(pointNames, family)) continue;
       for (long i = 0; i < count; ++i) {
         json << (first ? "" : ",\n")
-             << gridJson(ptmatch_bench::makeGridScenario(family, i,
-                                                         static_cast<std::uint32_t>(seed)));
+             << gridJson(
+                    ptmatch_bench::makeGridScenario(family, i, static_cast<std::uint32_t>(seed)));
         first = false;
       }
     }

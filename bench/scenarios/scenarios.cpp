@@ -96,9 +96,7 @@ Points spacedPoints(Random& rng, long n, double spacing, double side) {
 
 // Side of the square that holds n points spaced `spacing` apart at a comfortable density
 // (one point per (2 spacing)^2 on average).
-double sideFor(long n, double spacing) {
-  return 2.0 * spacing * std::sqrt(static_cast<double>(n));
-}
+double sideFor(long n, double spacing) { return 2.0 * spacing * std::sqrt(static_cast<double>(n)); }
 
 mvVector<2> gaussianNoise(Random& rng, double sigma) {
   if (sigma <= 0.0) return mvVector<2>();
@@ -133,12 +131,12 @@ void makeData(Random& rng, PointScenario& s, long missing, long clutter,
     if (keep(p)) tagged.push_back(Tagged{p, static_cast<long>(m)});
   }
   rng.shuffle(tagged);
-  tagged.resize(tagged.size() - static_cast<std::size_t>(
-                                    std::min(missing, static_cast<long>(tagged.size()))));
+  tagged.resize(tagged.size() -
+                static_cast<std::size_t>(std::min(missing, static_cast<long>(tagged.size()))));
   s.missing = static_cast<long>(s.model.size() - tagged.size());
   for (long c = 0; c < clutter; ++c) {
-    tagged.push_back(Tagged{
-        mvVector<2>(rng.uniform(0.0, s.imageWidth), rng.uniform(0.0, s.imageHeight)), -1});
+    tagged.push_back(
+        Tagged{mvVector<2>(rng.uniform(0.0, s.imageWidth), rng.uniform(0.0, s.imageHeight)), -1});
   }
   s.clutter = clutter;
   rng.shuffle(tagged);
@@ -159,11 +157,11 @@ bool anywhere(const mvVector<2>&) { return true; }
 void randomPlacedModel(Random& rng, PointScenario& s, long n, double spacing) {
   s.model = spacedPoints(rng, n, spacing, sideFor(n, spacing));
   const SearchRanges& r = s.ranges;
-  const double degrees = r.fullRotation ? rng.uniform(-180.0, 180.0)
-                                        : rng.uniform(r.rotationLo, r.rotationHi);
+  const double degrees =
+      r.fullRotation ? rng.uniform(-180.0, 180.0) : rng.uniform(r.rotationLo, r.rotationHi);
   const double scale = 1.0 + rng.uniform(r.scaleLo, r.scaleHi);
-  s.truth = similarity(degrees, scale,
-                       placeInside(rng, s.model, degrees, scale, s.imageWidth, s.imageHeight, 10.0));
+  s.truth = similarity(
+      degrees, scale, placeInside(rng, s.model, degrees, scale, s.imageWidth, s.imageHeight, 10.0));
 }
 
 SearchRanges similarityRanges(double degrees, double scale, double minCoverage) {
@@ -242,8 +240,8 @@ void fewFamily(Random& rng, PointScenario& s) {
   s.model = spacedPoints(rng, 4 + s.index % 5, 25.0, 120.0);
   const double degrees = rng.uniform(-30.0, 30.0);
   const double scale = 1.0 + rng.uniform(-0.05, 0.05);
-  s.truth = similarity(degrees, scale,
-                       placeInside(rng, s.model, degrees, scale, s.imageWidth, s.imageHeight, 10.0));
+  s.truth = similarity(
+      degrees, scale, placeInside(rng, s.model, degrees, scale, s.imageWidth, s.imageHeight, 10.0));
   makeData(rng, s, 0, 0, anywhere);
 }
 
@@ -328,8 +326,8 @@ void symmetricFamily(Random& rng, PointScenario& s) {
   rng.shuffle(s.model);
   const double degrees = rng.uniform(-180.0, 180.0);
   const double scale = 1.0 + rng.uniform(-0.05, 0.05);
-  s.truth = similarity(degrees, scale,
-                       placeInside(rng, s.model, degrees, scale, s.imageWidth, s.imageHeight, 10.0));
+  s.truth = similarity(
+      degrees, scale, placeInside(rng, s.model, degrees, scale, s.imageWidth, s.imageHeight, 10.0));
   makeData(rng, s, 0, 0, anywhere);
 }
 
@@ -346,12 +344,15 @@ void rotationScaleFamily(Random& rng, PointScenario& s) {
 using PointMaker = void (*)(Random&, PointScenario&);
 
 const std::map<std::string, PointMaker>& pointMakers() {
-  static const std::map<std::string, PointMaker> makers = {
-      {"clean", cleanFamily},         {"noise", noiseFamily},
-      {"clutter", clutterFamily},     {"missing", missingFamily},
-      {"partial", partialFamily},     {"few", fewFamily},
-      {"many", manyFamily},           {"symmetric", symmetricFamily},
-      {"rotation-scale", rotationScaleFamily}};
+  static const std::map<std::string, PointMaker> makers = {{"clean", cleanFamily},
+                                                           {"noise", noiseFamily},
+                                                           {"clutter", clutterFamily},
+                                                           {"missing", missingFamily},
+                                                           {"partial", partialFamily},
+                                                           {"few", fewFamily},
+                                                           {"many", manyFamily},
+                                                           {"symmetric", symmetricFamily},
+                                                           {"rotation-scale", rotationScaleFamily}};
   return makers;
 }
 
@@ -399,8 +400,8 @@ class GridGeometry {
   mvVector<2> place(const mvVector<2>& node) const {
     const mvVector<2> local = (node - center_) * pose_.pitch;
     const double k = pose_.perspective / reach_;
-    const double w = 1.0 + k * (std::cos(pose_.direction) * local.x() +
-                                std::sin(pose_.direction) * local.y());
+    const double w =
+        1.0 + k * (std::cos(pose_.direction) * local.x() + std::sin(pose_.direction) * local.y());
     const mvXform<2> turn =
         similarity(pose_.rotation, pose_.scale, mvVector<2>(width_ / 2.0, height_ / 2.0));
     return turn * (local / w);
@@ -427,7 +428,8 @@ double distanceToLattice(const mvVector<2>& q, bool staggered) {
   for (long b = b0 - 1; b <= b0 + 2; ++b) {
     for (long a = a0 - 1; a <= a0 + 2; ++a) {
       if (staggered && ((a + b) % 2 + 2) % 2 != 0) continue;
-      best = std::min(best, (q - mvVector<2>(static_cast<double>(a), static_cast<double>(b))).len());
+      best =
+          std::min(best, (q - mvVector<2>(static_cast<double>(a), static_cast<double>(b))).len());
     }
   }
   return best;
@@ -556,16 +558,16 @@ double Random::normal() {
 }
 
 const std::vector<std::string>& pointFamilies() {
-  static const std::vector<std::string> families = {
-      "clean", "noise", "clutter", "missing", "partial", "few", "many", "symmetric",
-      "rotation-scale"};
+  static const std::vector<std::string> families = {"clean",   "noise",     "clutter",
+                                                    "missing", "partial",   "few",
+                                                    "many",    "symmetric", "rotation-scale"};
   return families;
 }
 
 const std::vector<std::string>& gridFamilies() {
-  static const std::vector<std::string> families = {"grid-symmetric", "grid-staggered",
+  static const std::vector<std::string> families = {"grid-symmetric",   "grid-staggered",
                                                     "grid-perspective", "grid-noise",
-                                                    "grid-missing", "grid-clutter"};
+                                                    "grid-missing",     "grid-clutter"};
   return families;
 }
 
@@ -603,8 +605,9 @@ PointScenario makeSizedScenario(long modelPoints, long dataPoints, std::uint32_t
   const double reach = modelSide * 0.75;
   const mvVector<2> center = boundsOf(s.model).center();
   const mvXform<2> turn = similarity(degrees, 1.0, mvVector<2>());
-  const mvVector<2> place(rng.uniform(std::min(reach, side / 2.0), std::max(side - reach, side / 2.0)),
-                          rng.uniform(std::min(reach, side / 2.0), std::max(side - reach, side / 2.0)));
+  const mvVector<2> place(
+      rng.uniform(std::min(reach, side / 2.0), std::max(side - reach, side / 2.0)),
+      rng.uniform(std::min(reach, side / 2.0), std::max(side - reach, side / 2.0)));
   s.truth = similarity(degrees, 1.0, place - turn * center);
   auto inside = [side](const mvVector<2>& p) {
     return p.x() >= 0.0 && p.x() < side && p.y() >= 0.0 && p.y() < side;
@@ -619,9 +622,9 @@ PointScenario makeSizedScenario(long modelPoints, long dataPoints, std::uint32_t
 mvPointMatcherRunParams searchParams(const SearchRanges& r) {
   mvPointMatcherRunParams p;
   p.minCoverage(r.minCoverage);
-  p.rotationUncertainty(r.fullRotation ? mvAngleRange::FullRange()
-                                       : mvAngleRange(mvDegree(r.rotationLo),
-                                                      mvDegree(r.rotationHi), false));
+  p.rotationUncertainty(r.fullRotation
+                            ? mvAngleRange::FullRange()
+                            : mvAngleRange(mvDegree(r.rotationLo), mvDegree(r.rotationHi), false));
   p.scaleUncertainty(mvRange(r.scaleLo, r.scaleHi));
   if (r.translation > 0.0) {
     p.startPose(mvXform<2>(mvMatrix<2>(), r.start));

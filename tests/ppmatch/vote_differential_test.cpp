@@ -34,9 +34,7 @@ struct MethodGuard {
 class Dice {
  public:
   explicit Dice(std::uint32_t seed) : engine_(seed) {}
-  long between(long lo, long hi) {
-    return std::uniform_int_distribution<long>(lo, hi)(engine_);
-  }
+  long between(long lo, long hi) { return std::uniform_int_distribution<long>(lo, hi)(engine_); }
   double uniform(double lo, double hi) {
     return std::uniform_real_distribution<double>(lo, hi)(engine_);
   }
@@ -78,7 +76,8 @@ mvPelRect randomWindow(Dice& dice, const mv_PelBuffer& raster) {
   switch (dice.between(0, 4)) {
     case 0:
       return mvPelRect(-dice.between(0, 40) - 8, -dice.between(0, 40) - 8,
-                       raster.width() + dice.between(16, 80), raster.height() + dice.between(16, 80));
+                       raster.width() + dice.between(16, 80),
+                       raster.height() + dice.between(16, 80));
     case 1:
       return mvPelRect(dice.between(-20, raster.width()), dice.between(-20, raster.height()),
                        dice.between(0, 12), dice.between(0, 12));
@@ -132,7 +131,8 @@ std::vector<StoredPeak> contents(HypothesisStore& store) {
   return out;
 }
 
-void expectSameAccumulators(const Voter& reference, const Voter& scatter, const std::string& where) {
+void expectSameAccumulators(const Voter& reference, const Voter& scatter,
+                            const std::string& where) {
   for (long v = 0; v <= reference.window.height(); ++v) {
     for (long u = 0; u <= reference.window.width(); ++u) {
       ASSERT_EQ(reference.accumulatorAt(u, v), scatter.accumulatorAt(u, v))
@@ -141,7 +141,8 @@ void expectSameAccumulators(const Voter& reference, const Voter& scatter, const 
   }
 }
 
-void expectSameStores(HypothesisStore& reference, HypothesisStore& scatter, const std::string& where) {
+void expectSameStores(HypothesisStore& reference, HypothesisStore& scatter,
+                      const std::string& where) {
   const std::vector<StoredPeak> a = contents(reference);
   const std::vector<StoredPeak> b = contents(scatter);
   ASSERT_EQ(a.size(), b.size()) << where;
@@ -257,14 +258,17 @@ Scene randomScene(Dice& dice) {
   }
   const double degrees = dice.uniform(-40.0, 40.0);
   const double scale = dice.uniform(0.9, 1.1);
-  const mvXform<2> pose = similarity(dice.uniform(100, 400), dice.uniform(100, 300), degrees, scale);
+  const mvXform<2> pose =
+      similarity(dice.uniform(100, 400), dice.uniform(100, 300), degrees, scale);
   const double noise = dice.uniform(0.0, 0.5);
   for (const mvVector<2>& m : s.model) {
     if (dice.chance(0.15)) continue;
-    s.data.push_back(pose * m + mvVector<2>(dice.uniform(-noise, noise), dice.uniform(-noise, noise)));
+    s.data.push_back(pose * m +
+                     mvVector<2>(dice.uniform(-noise, noise), dice.uniform(-noise, noise)));
   }
   const long clutter = dice.between(0, n);
-  for (long k = 0; k < clutter; ++k) s.data.push_back(mvVector<2>(dice.uniform(0, 640), dice.uniform(0, 480)));
+  for (long k = 0; k < clutter; ++k)
+    s.data.push_back(mvVector<2>(dice.uniform(0, 640), dice.uniform(0, 480)));
   if (s.data.empty()) s.data.push_back(mvVector<2>(1.0, 2.0));
 
   s.params.minCoverage(dice.uniform(0.2, 0.9));

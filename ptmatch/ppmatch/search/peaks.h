@@ -38,8 +38,8 @@ inline bool isPeak(const std::int16_t* up, const std::int16_t* row, const std::i
 /// accumulator is smaller than 2 x 2.
 template <typename RowAt, typename NextRow>
 void collectPeakRows(RowAt rowAt, NextRow nextRow, long width, long height, long first, long last,
-                     long minScore, const mvPelRect& window, double scale,
-                     const mvDegree& rotation, HypothesisStore& store) {
+                     long minScore, const mvPelRect& window, double scale, const mvDegree& rotation,
+                     HypothesisStore& store) {
   if (store.maxResults() < 2 || width < 2 || height < 2) return;
   for (long v = nextRow(first); v <= last; v = nextRow(v + 1)) {
     const std::int16_t* row = rowAt(v);

@@ -57,7 +57,8 @@ RowItems::RowItems(long rows)
 
 void RowItems::push(long row, long column, long length, long keyStride) {
   // Rows between the last item's row and this one end where this one starts.
-  for (long y = lastRow_ + 1; y <= row; ++y) rowStart_[y] = static_cast<std::uint32_t>(items_.size());
+  for (long y = lastRow_ + 1; y <= row; ++y)
+    rowStart_[y] = static_cast<std::uint32_t>(items_.size());
   lastRow_ = row;
   items_.push_back(Item{static_cast<std::int32_t>(row * keyStride + column),
                         static_cast<std::uint32_t>(column * 8 + length)});
@@ -65,7 +66,8 @@ void RowItems::push(long row, long column, long length, long keyStride) {
 
 void RowItems::finish() {
   const long rows = static_cast<long>(next_.size());
-  for (long y = lastRow_ + 1; y <= rows; ++y) rowStart_[y] = static_cast<std::uint32_t>(items_.size());
+  for (long y = lastRow_ + 1; y <= rows; ++y)
+    rowStart_[y] = static_cast<std::uint32_t>(items_.size());
   if (items_.empty()) std::fill(rowStart_.begin(), rowStart_.end(), 0u);
   long next = rows;
   for (long y = rows - 1; y >= 0; --y) {
@@ -154,7 +156,8 @@ void ScatterVoter::takeApart(const mvPelBuffer_const<unsigned char>& occupancy) 
     }
   };
   for (long y = 0; y < rasterHeight_; ++y) {
-    cutRuns(residue_, y, [&](long x, long row) { return isOccupied(x, row) && !isCovered(x, row); });
+    cutRuns(residue_, y,
+            [&](long x, long row) { return isOccupied(x, row) && !isCovered(x, row); });
     cutRuns(pieces_, y, isOccupied);
     const unsigned char* cells = occupancy.pointToRow(y);
     if (std::any_of(cells, cells + rasterWidth_, [](unsigned char c) { return c != 0; })) {
@@ -466,8 +469,8 @@ void ScatterVoter::collectPeaks(long minScore, double scale, const mvDegree& rot
   if (minScore <= 0) {
     // Untouched cells (0) could be peaks too: scan everything, as the reference does.
     collectPeakRows(
-        rowAt, [](long v) { return v; }, width_, height_, 0, height_ - 1, minScore, window_,
-        scale, rotation, store);
+        rowAt, [](long v) { return v; }, width_, height_, 0, height_ - 1, minScore, window_, scale,
+        rotation, store);
     return;
   }
   if (minScore > std::numeric_limits<std::int16_t>::max()) return;  // no 16-bit value reaches it

@@ -10,8 +10,9 @@
 //   - adds each piece with one 4-lane 16-bit addition into the accumulator;
 // then the centre accumulator's 3 x 3 box sums are added to the accumulator, which gives
 // every block's nine cells their votes. The box sums cost work in proportion to the
-// window, so a step whose points meet few blocks instead adds every occupied cell in
-// pieces (the raster is cut into pieces both ways). Where a model point's window holds fewer cells
+// window, so a search whose points meet few blocks for the window's size adds every
+// occupied cell in pieces instead (the raster is cut into pieces both ways; the choice is
+// made once, at the search's first vote). Where a model point's window holds fewer cells
 // than the point has blocks and pieces (a narrow translation range over a wide raster), it
 // adds its window of the raster row by row instead, as the reference does, band of rows by
 // band of rows so that the band being summed stays in the first-level cache.

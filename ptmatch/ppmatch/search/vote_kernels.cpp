@@ -30,9 +30,8 @@ PTMATCH_ALWAYS_INLINE void addWindowRowsBody(const WindowRows& w, std::uint16_t 
   }
 }
 
-PTMATCH_ALWAYS_INLINE long nextExceedingRowBody(const std::int16_t* row0, long stride,
-                                                long first, long last, long blocks,
-                                                std::int16_t threshold) {
+PTMATCH_ALWAYS_INLINE long nextExceedingRowBody(const std::int16_t* row0, long stride, long first,
+                                                long last, long blocks, std::int16_t threshold) {
   for (long v = first; v <= last; ++v) {
     const std::int16_t* row = row0 + v * stride;
     // A maximum over the row, without an early exit, vectorises to whole registers.
@@ -89,8 +88,7 @@ void addBoxSumsBaseline(const BoxSums& b) { addBoxSumsBody(b); }
 #if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
 #define PTMATCH_VOTE_AVX2 1
 
-__attribute__((target("avx2"))) void addWindowRowsAvx2(const WindowRows& w,
-                                                       std::uint16_t weight) {
+__attribute__((target("avx2"))) void addWindowRowsAvx2(const WindowRows& w, std::uint16_t weight) {
   addWindowRowsBody(w, weight);
 }
 
