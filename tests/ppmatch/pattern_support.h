@@ -162,7 +162,10 @@ inline Scene makeScene(const SceneRecipe& recipe) {
                                             maxY + recipe.clutterMargin);
   long placed = 0;
   while (placed < recipe.clutter) {
-    const mvVector<2> p(ux(rng), uy(rng));
+    // Drawn in two statements: the order of evaluation of function arguments differs
+    // between compilers, and the scene must not.
+    const double x = ux(rng);
+    const mvVector<2> p(x, uy(rng));
     bool clear = true;
     for (const mvVector<2>& q : client) clear = clear && (p - q).len() >= recipe.clutterClearance;
     if (!clear) continue;

@@ -41,7 +41,8 @@ Points randomModel(std::mt19937& rng, int n) {
   std::uniform_real_distribution<double> coordinate(0.0, side);
   Points model;
   while (static_cast<int>(model.size()) < n) {
-    const mvVector<2> p(coordinate(rng), coordinate(rng));
+    const double x = coordinate(rng);  // two statements: argument order is unspecified
+    const mvVector<2> p(x, coordinate(rng));
     bool apart = true;
     for (const mvVector<2>& q : model) apart = apart && (p - q).len() >= kMinSpacing;
     if (apart) model.push_back(p);
