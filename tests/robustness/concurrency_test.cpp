@@ -149,14 +149,12 @@ mvPointMatcherRunParams around(mvPointMatcherRunParams p, const Points& model,
   return p;
 }
 
-// Counts the polls of mvAttention::check() while alive, and the threads that polled (each
-// thread counts once per counter); never asks for an interruption itself.
+// Counts the polls of mvAttention::check() while alive; never asks for an interruption
+// itself.
 class PollCounter {
  public:
   PollCounter() {
     polls_ = 0;
-    ++generation_;
-    threads_ = 0;
     previous_ = mvAttention::setPoll(&PollCounter::poll);
   }
   ~PollCounter() {
@@ -164,20 +162,50 @@ class PollCounter {
     mvAttention::clear();
   }
   long polls() const { return polls_.load(); }
-  long threads() const { return threads_.load(); }
 
  private:
   static bool poll() {
     ++polls_;
-    thread_local long seenGeneration = 0;
-    if (seenGeneration != generation_.load()) {
-      seenGeneration = generation_.load();
-      ++threads_;
-    }
     return false;
   }
   static inline std::atomic<long> polls_{0};
-  static inline std::atomic<long> threads_{0};
+  mvAttention::Poll previous_;
+};
+
+// Holds the first poll of each thread until a given number of threads have polled, then
+// lets them all go on when released; never asks for an interruption itself.
+class StartLine {
+ public:
+  explicit StartLine(long threads) {
+    expected_ = threads;
+    arrived_ = 0;
+    released_ = false;
+    ++generation_;
+    previous_ = mvAttention::setPoll(&StartLine::poll);
+  }
+  ~StartLine() {
+    release();
+    mvAttention::setPoll(previous_);
+    mvAttention::clear();
+  }
+  void waitForAll() const {
+    while (arrived_.load() < expected_.load()) std::this_thread::yield();
+  }
+  void release() { released_ = true; }
+
+ private:
+  static bool poll() {
+    thread_local long seenGeneration = 0;
+    if (seenGeneration != generation_.load()) {
+      seenGeneration = generation_.load();
+      ++arrived_;
+      while (!released_.load()) std::this_thread::yield();
+    }
+    return false;
+  }
+  static inline std::atomic<long> expected_{0};
+  static inline std::atomic<long> arrived_{0};
+  static inline std::atomic<bool> released_{false};
   static inline std::atomic<long> generation_{0};
   mvAttention::Poll previous_;
 };
@@ -403,7 +431,7 @@ TEST(Concurrency, InterruptionReachesOnlyOneOfSeveralRunningSearches) {
   slow = around(slow, model, pose, 10.0);
   const Points data = dataFor(model, pose, 20, 9);
 
-  PollCounter counter;
+  StartLine startLine(4);
   std::atomic<int> interrupted{0};
   std::atomic<int> completed{0};
   std::vector<std::thread> threads;
@@ -418,9 +446,11 @@ TEST(Concurrency, InterruptionReachesOnlyOneOfSeveralRunningSearches) {
       }
     });
   }
-  // Every search has started polling before the one request is made.
-  while (counter.threads() < 4 && completed.load() == 0) std::this_thread::yield();
+  // Every search is held at its first poll until all four have reached it, so all four
+  // are running when the one request is made.
+  startLine.waitForAll();
   mvAttention::requestInterruption();
+  startLine.release();
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(interrupted.load(), 1);
   EXPECT_EQ(completed.load(), 3);

@@ -29,8 +29,18 @@ inline long toCell(double v) {
   return static_cast<long>(v);
 }
 
-/// Rounds to the nearest cell, halves away from zero.
-inline long roundToCell(double v) { return toCell(std::round(v)); }
+/// Rounds to the nearest cell, halves away from zero: toCell(std::round(v)), without the
+/// library call (the search projects every model point at every lattice step). Below the
+/// limit the truncation is exact and so is v minus it; from 2^52 on every double is whole.
+inline long roundToCell(double v) {
+  constexpr double limit = static_cast<double>(kCellLimit);
+  if (!(v < limit) || !(v > -limit)) return toCell(v);  // saturates, as std::round would
+  const long whole = static_cast<long>(v);              // toward zero
+  const double fraction = v - static_cast<double>(whole);
+  if (fraction >= 0.5) return whole + 1;
+  if (fraction <= -0.5) return whole - 1;
+  return whole;
+}
 
 /// Grid size and capture range after automatic resolution.
 struct ResolvedSizes {

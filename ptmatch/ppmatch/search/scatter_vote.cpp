@@ -106,6 +106,8 @@ ScatterVoter::ScatterVoter(const mvPelBuffer_const<unsigned char>& occupancy,
       bandRows_(std::max(1L, kBandCells / stride_)),
       touchedFirst_(height_),
       touchedLast_(-1),
+      staleFirst_(height_),
+      staleLast_(-1),
       centresFirst_(height_ + 1),
       centresLast_(-2) {
   for (long y = 0; y < rasterHeight_; ++y) {
@@ -369,30 +371,35 @@ void ScatterVoter::addDensePointsByBands() {
   }
 }
 
-// Adds the centre accumulator's 3 x 3 box sums to the accumulator rows they reach, and
-// clears the centre rows again.
+// Adds the centre accumulator's 3 x 3 box sums to the accumulator rows they reach, or,
+// when nothing else was added in this vote, sets those rows to them (and clears the other
+// rows the last vote left); the box sums clear the centre cells again.
 void ScatterVoter::addCentreBoxSums() {
   if (centresFirst_ > centresLast_) return;
   const long first = std::max(0L, centresFirst_ - 1);
   const long last = std::min(height_ - 1, centresLast_ + 1);
-  if (first <= last) {
-    touch(first, last);
-    BoxSums b;
-    b.acc = reinterpret_cast<std::uint16_t*>(row(first));
-    b.accStride = stride_;
-    b.centres = centreCells_.data() + (first + 1) * stride_ + kPad;
-    b.centreStride = stride_;
-    b.scratch = rowSums_.data();
-    b.scratchStride = stride_;
-    b.rows = last - first + 1;
-    b.blocks = blocksOf(width_);
-    b.rowMax = rowMax_.data() + first;
-    addBoxSums(b);
-    maxFirst_ = first;
-    maxLast_ = last;
+  const bool assign = !added_;
+  if (assign) {
+    clearStaleRows(staleFirst_, std::min(staleLast_, first - 1));
+    clearStaleRows(std::max(staleFirst_, last + 1), staleLast_);
+    staleFirst_ = height_;
+    staleLast_ = -1;
   }
-  std::fill(centreCells_.begin() + (centresFirst_ + 1) * stride_,
-            centreCells_.begin() + (centresLast_ + 2) * stride_, std::uint16_t{0});
+  touch(first, last);
+  BoxSums b;
+  b.acc = reinterpret_cast<std::uint16_t*>(row(first));
+  b.accStride = stride_;
+  b.centres = centreCells_.data() + (first + 1) * stride_ + kPad;
+  b.centreStride = stride_;
+  b.scratch = rowSums_.data();
+  b.scratchStride = stride_;
+  b.rows = last - first + 1;
+  b.blocks = blocksOf(width_);
+  b.assign = assign;
+  b.rowMax = rowMax_.data() + first;
+  addBoxSums(b);
+  maxFirst_ = first;
+  maxLast_ = last;
   centresFirst_ = height_ + 1;
   centresLast_ = -2;
 }
@@ -422,20 +429,32 @@ long ScatterVoter::nextCandidateRow(long v, long last, std::int16_t threshold) c
   return last + 1;
 }
 
-void ScatterVoter::clearTouchedRows() {
-  maxFirst_ = 0;
-  maxLast_ = -1;
-  if (touchedFirst_ <= touchedLast_) {
-    std::fill(cells_.begin() + touchedFirst_ * stride_,
-              cells_.begin() + (touchedLast_ + 1) * stride_, std::uint16_t{0});
-  }
-  touchedFirst_ = height_;
-  touchedLast_ = -1;
+// Zeroes accumulator rows first..last (nothing when first > last).
+void ScatterVoter::clearStaleRows(long first, long last) {
+  if (first > last) return;
+  std::fill(cells_.begin() + first * stride_, cells_.begin() + (last + 1) * stride_,
+            std::uint16_t{0});
+}
+
+// Before the first addition of a vote: zeroes the rows the last vote left.
+void ScatterVoter::beforeAdding() {
+  if (added_) return;
+  added_ = true;
+  clearStaleRows(staleFirst_, staleLast_);
+  staleFirst_ = height_;
+  staleLast_ = -1;
 }
 
 void ScatterVoter::vote(const std::vector<mvPair<long>>& projected,
                         const std::vector<std::int16_t>& weights) {
-  clearTouchedRows();
+  // The last vote's rows are cleared lazily: before the first addition, or by the box sums.
+  staleFirst_ = touchedFirst_;
+  staleLast_ = touchedLast_;
+  touchedFirst_ = height_;
+  touchedLast_ = -1;
+  maxFirst_ = 0;
+  maxLast_ = -1;
+  added_ = false;
   if (layers_ == Layers::eUnchosen) chooseLayers(projected, weights);
   const bool boxSums = layers_ == Layers::eBoxSums;
   // Points that add window rows wait in points_ and are summed band by band at the end.
@@ -452,15 +471,26 @@ void ScatterVoter::vote(const std::vector<mvPair<long>>& projected,
       points_.push_back(p);
     } else if (boxSums) {
       voteCentres(r, p.centres, weight);
-      if (p.residueCount > 0) touch(p.residue.first - r.y0, p.residue.last - r.y0);
-      votePieces(residue_, r, p.residue, weight);
-    } else {
-      if (p.pieceCount > 0) touch(p.pieces.first - r.y0, p.pieces.last - r.y0);
+      if (p.residueCount > 0) {
+        beforeAdding();
+        touch(p.residue.first - r.y0, p.residue.last - r.y0);
+        votePieces(residue_, r, p.residue, weight);
+      }
+    } else if (p.pieceCount > 0) {
+      beforeAdding();
+      touch(p.pieces.first - r.y0, p.pieces.last - r.y0);
       votePieces(pieces_, r, p.pieces, weight);
     }
   }
-  if (!points_.empty()) addDensePointsByBands();
+  if (!points_.empty()) {
+    beforeAdding();
+    addDensePointsByBands();
+  }
   if (boxSums) addCentreBoxSums();
+  // Rows the last vote left and this one did not overwrite.
+  clearStaleRows(staleFirst_, staleLast_);
+  staleFirst_ = height_;
+  staleLast_ = -1;
 }
 
 void ScatterVoter::collectPeaks(long minScore, double scale, const mvDegree& rotation,

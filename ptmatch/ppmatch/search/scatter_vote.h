@@ -25,8 +25,9 @@
 // stick out of a window drop their outside addends there, and the dense kernels work in
 // whole blocks of 16 cells (reading a private copy of the occupancy raster whose rows end
 // in 16 empty cells). Only the rows a step touched are summed, scanned for peaks and
-// cleared (the accumulator at the start of the next step, so that a step's values can
-// still be read after it). Nothing is allocated per step.
+// cleared: the accumulator's by the next step (before it adds anything, or by its box sums,
+// which set the rows they cover instead of adding to them when nothing else was added), so
+// that a step's values can still be read after it. Nothing is allocated per step.
 #pragma once
 
 #include <cstdint>
@@ -133,8 +134,9 @@ class ScatterVoter {
   void addDensePointsByBands();
   void addCentreBoxSums();
   void touch(long first, long last);
+  void clearStaleRows(long first, long last);
+  void beforeAdding();
   long nextCandidateRow(long v, long last, std::int16_t threshold) const;
-  void clearTouchedRows();
   std::int16_t* row(long v);
   const std::int16_t* row(long v) const;
 
@@ -177,10 +179,15 @@ class ScatterVoter {
   // vote with points for the whole search (either way gives the same accumulator).
   enum class Layers { eUnchosen, eBoxSums, ePieces };
   Layers layers_ = Layers::eUnchosen;
-  // Accumulator rows the last vote touched, and centre rows (v) the vote at hand touched;
-  // first > last when none.
+  // Accumulator rows the last vote touched, rows the vote before left that are not yet
+  // cleared, and centre rows (v) the vote at hand touched; first > last when none. Rows
+  // outside these hold zeros.
   long touchedFirst_;
   long touchedLast_;
+  long staleFirst_;
+  long staleLast_;
+  // Whether the vote at hand has added anything to the accumulator yet.
+  bool added_ = false;
   long centresFirst_;
   long centresLast_;
 };

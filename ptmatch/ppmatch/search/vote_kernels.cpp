@@ -42,35 +42,57 @@ PTMATCH_ALWAYS_INLINE long nextExceedingRowBody(const std::int16_t* row0, long s
   return last + 1;
 }
 
-// Horizontal 3-sums of one centre row into out.
-PTMATCH_ALWAYS_INLINE void rowTripleSums(const std::uint16_t* centres, long cells,
-                                         std::uint16_t* out) {
+// Zeroes cells from..from + count - 1 and up to 7 cells after them. Explicit stores, since
+// a plain loop becomes a library call, which costs more than these short rows.
+PTMATCH_ALWAYS_INLINE void clearCells(std::uint16_t* from, long count) {
+#ifdef PTMATCH_VOTE_SSE2
+  for (long i = 0; i < count; i += 8) {
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(from + i), _mm_setzero_si128());
+  }
+#else
+  for (long i = 0; i < count; ++i) from[i] = 0;
+#endif
+}
+
+// Horizontal 3-sums of one centre row into out; the centre cells read are cleared (and up
+// to 7 after them, which lie in the row's padding).
+PTMATCH_ALWAYS_INLINE void takeRowTripleSums(std::uint16_t* centres, long cells,
+                                             std::uint16_t* out) {
   for (long i = 0; i < cells; ++i) {
     out[i] = static_cast<std::uint16_t>(centres[i - 1] + centres[i] + centres[i + 1]);
   }
+  clearCells(centres - 1, cells + 2);
+}
+
+// Row r of the box sums: acc (set or added to) from the horizontal sums of the centre rows
+// above, at and below; returns the row's largest value.
+template <bool kAssign>
+PTMATCH_ALWAYS_INLINE std::int16_t boxRow(std::uint16_t* acc, const std::uint16_t* above,
+                                          const std::uint16_t* at, const std::uint16_t* below,
+                                          long cells) {
+  std::int16_t highest = std::numeric_limits<std::int16_t>::min();
+  for (long i = 0; i < cells; ++i) {
+    const auto sum =
+        static_cast<std::uint16_t>((kAssign ? 0 : acc[i]) + above[i] + at[i] + below[i]);
+    acc[i] = sum;
+    const auto value = static_cast<std::int16_t>(sum);  // modulo 2^16
+    highest = value > highest ? value : highest;
+  }
+  return highest;
 }
 
 PTMATCH_ALWAYS_INLINE void addBoxSumsBody(const BoxSums& b) {
   const long cells = b.blocks * kVoteBlock;
   // Rolling horizontal sums: those of centre row c live in scratch row (c + 3) % 3.
   auto sums = [&](long c) { return b.scratch + ((c + 3) % 3) * b.scratchStride; };
-  rowTripleSums(b.centres - b.centreStride, cells, sums(-1));
-  rowTripleSums(b.centres, cells, sums(0));
+  takeRowTripleSums(b.centres - b.centreStride, cells, sums(-1));
+  takeRowTripleSums(b.centres, cells, sums(0));
   for (long r = 0; r < b.rows; ++r) {
-    rowTripleSums(b.centres + (r + 1) * b.centreStride, cells, sums(r + 1));
-    const std::uint16_t* above = sums(r - 1);
-    const std::uint16_t* at = sums(r);
-    const std::uint16_t* below = sums(r + 1);
+    takeRowTripleSums(b.centres + (r + 1) * b.centreStride, cells, sums(r + 1));
     std::uint16_t* acc = b.acc + r * b.accStride;
     // The row's maximum is taken on the way, so that the peak scan need not read the row.
-    std::int16_t highest = std::numeric_limits<std::int16_t>::min();
-    for (long i = 0; i < cells; ++i) {
-      const auto sum = static_cast<std::uint16_t>(acc[i] + above[i] + at[i] + below[i]);
-      acc[i] = sum;
-      const auto value = static_cast<std::int16_t>(sum);  // modulo 2^16
-      highest = value > highest ? value : highest;
-    }
-    b.rowMax[r] = highest;
+    b.rowMax[r] = b.assign ? boxRow<true>(acc, sums(r - 1), sums(r), sums(r + 1), cells)
+                           : boxRow<false>(acc, sums(r - 1), sums(r), sums(r + 1), cells);
   }
 }
 

@@ -41,18 +41,22 @@ long nextExceedingRow(const std::int16_t* row0, long stride, long first, long la
 /// Adds 3 x 3 box sums of a centre accumulator to rows of an accumulator: accumulator row
 /// r (at acc + r x accStride) gets, in each of its blocks x kVoteBlock cells u, the sum of
 /// the centre cells u - 1 .. u + 1 of centre rows r - 1 .. r + 1 (centre row c at centres
-/// + c x centreStride, for c = -1 .. rows), modulo 2^16. scratch holds 3 rows of
-/// scratchStride >= blocks x kVoteBlock cells. rowMax[r] receives the largest value of
-/// accumulator row r's blocks afterwards (as signed 16-bit values).
+/// + c x centreStride, for c = -1 .. rows), modulo 2^16; with assign set, the accumulator
+/// cells are set to the sums instead (what they held before does not matter). The centre
+/// cells read (u = -1 .. blocks x kVoteBlock of every centre row) are zero afterwards, and
+/// so may be up to 7 cells after them.
+/// scratch holds 3 rows of scratchStride >= blocks x kVoteBlock cells. rowMax[r] receives
+/// the largest value of accumulator row r's blocks afterwards (as signed 16-bit values).
 struct BoxSums {
   std::uint16_t* acc;
   long accStride;
-  const std::uint16_t* centres;
+  std::uint16_t* centres;
   long centreStride;
   std::uint16_t* scratch;
   long scratchStride;
   long rows;
   long blocks;
+  bool assign;
   std::int16_t* rowMax;
 };
 void addBoxSums(const BoxSums& b);
