@@ -82,17 +82,32 @@ PTMATCH_ALWAYS_INLINE std::int16_t boxRow(std::uint16_t* acc, const std::uint16_
 }
 
 PTMATCH_ALWAYS_INLINE void addBoxSumsBody(const BoxSums& b) {
+  // Everything in locals: the stores below could otherwise alias the parameter block, and
+  // every row would load it again.
   const long cells = b.blocks * kVoteBlock;
-  // Rolling horizontal sums: those of centre row c live in scratch row (c + 3) % 3.
-  auto sums = [&](long c) { return b.scratch + ((c + 3) % 3) * b.scratchStride; };
-  takeRowTripleSums(b.centres - b.centreStride, cells, sums(-1));
-  takeRowTripleSums(b.centres, cells, sums(0));
-  for (long r = 0; r < b.rows; ++r) {
-    takeRowTripleSums(b.centres + (r + 1) * b.centreStride, cells, sums(r + 1));
-    std::uint16_t* acc = b.acc + r * b.accStride;
+  const long rows = b.rows;
+  const long accStride = b.accStride;
+  const long centreStride = b.centreStride;
+  const bool assign = b.assign;
+  std::uint16_t* const acc = b.acc;
+  std::uint16_t* const centres = b.centres;
+  std::int16_t* const rowMax = b.rowMax;
+  // Horizontal sums of the centre rows above, at and below the accumulator row at hand.
+  std::uint16_t* above = b.scratch;
+  std::uint16_t* at = b.scratch + b.scratchStride;
+  std::uint16_t* below = b.scratch + 2 * b.scratchStride;
+  takeRowTripleSums(centres - centreStride, cells, above);
+  takeRowTripleSums(centres, cells, at);
+  for (long r = 0; r < rows; ++r) {
+    takeRowTripleSums(centres + (r + 1) * centreStride, cells, below);
+    std::uint16_t* row = acc + r * accStride;
     // The row's maximum is taken on the way, so that the peak scan need not read the row.
-    b.rowMax[r] = b.assign ? boxRow<true>(acc, sums(r - 1), sums(r), sums(r + 1), cells)
-                           : boxRow<false>(acc, sums(r - 1), sums(r), sums(r + 1), cells);
+    rowMax[r] = assign ? boxRow<true>(row, above, at, below, cells)
+                       : boxRow<false>(row, above, at, below, cells);
+    std::uint16_t* const free = above;
+    above = at;
+    at = below;
+    below = free;
   }
 }
 
