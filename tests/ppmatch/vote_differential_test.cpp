@@ -3,7 +3,8 @@
 // must give the same accumulator values cell by cell, the same coarse stores (scores,
 // offsets, scales, rotations, in the same order) and the same minimum scores, step after
 // step on one Voter; and whole point-to-point runs must give the same results (poses to
-// the last bit, maps, coverages, fit errors).
+// the last bit, maps, coverages, fit errors). Every other case runs the scatter vote on
+// its SSE2 kernels alone, the others on the best the processor has.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -13,12 +14,14 @@
 #include <vector>
 
 #include "ppmatch/search/vote.h"
+#include "ppmatch/search/vote_kernels.h"
 #include "ptmatch/ppmatch.h"
 
 namespace {
 
 using ptmatch::detail::CellHypothesis;
 using ptmatch::detail::HypothesisStore;
+using ptmatch::detail::VoteKernels;
 using ptmatch::detail::VoteMethod;
 using ptmatch::detail::Voter;
 using Points = std::vector<mvVector<2>>;
@@ -26,10 +29,19 @@ using Points = std::vector<mvVector<2>>;
 constexpr int kVoterCases = 400;
 constexpr int kRunCases = 200;
 
-// Restores the default method however a test ends.
+// Restores the default method and kernels however a test ends.
 struct MethodGuard {
-  ~MethodGuard() { ptmatch::detail::setVoteMethod(VoteMethod::eScatter); }
+  ~MethodGuard() {
+    ptmatch::detail::setVoteMethod(VoteMethod::eScatter);
+    ptmatch::detail::setVoteKernels(VoteKernels::eBest);
+  }
 };
+
+// Odd cases run the scatter vote on the SSE2 kernels only, so that those are tested on a
+// processor with AVX2 as well.
+VoteKernels kernelsOfCase(int c) {
+  return c % 2 == 0 ? VoteKernels::eBest : VoteKernels::eBaseline;
+}
 
 class Dice {
  public:
@@ -165,6 +177,7 @@ TEST(VoteDifferential, ScatterVoteGivesTheReferenceAccumulatorsStoresAndScores) 
   Dice dice(20240611u);
   const Points noModel;
   for (int c = 0; c < kVoterCases; ++c) {
+    ptmatch::detail::setVoteKernels(kernelsOfCase(c));
     const mvPelBuffer<unsigned char> raster = randomOccupancy(dice);
     const mvPelRect window = randomWindow(dice, raster);
     const long points = dice.between(1, 70);
@@ -307,6 +320,7 @@ TEST(VoteDifferential, WholeRunsGiveTheSameResultsWithEitherVote) {
   Dice dice(77031u);
   long found = 0;
   for (int c = 0; c < kRunCases; ++c) {
+    ptmatch::detail::setVoteKernels(kernelsOfCase(c));
     const Scene s = randomScene(dice);
     mvPointMatcher matcher;
     if (s.weights.empty()) {

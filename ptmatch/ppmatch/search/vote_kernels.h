@@ -6,6 +6,8 @@
 
 #include <cstdint>
 
+#include "ptmatch/export.h"
+
 #if defined(__SSE2__) || defined(_M_X64)
 #include <emmintrin.h>
 #define PTMATCH_VOTE_SSE2 1
@@ -13,6 +15,14 @@
 
 namespace ptmatch {
 namespace detail {
+
+/// Which kernels run: the best the processor has, or the SSE2 ones only.
+enum class VoteKernels { eBest, eBaseline };
+
+/// Sets the kernels of every vote from now on, in every thread (eBest unless said
+/// otherwise). The differential tests use it to test the SSE2 kernels on processors that
+/// have AVX2 too.
+PTMATCH_API void setVoteKernels(VoteKernels kernels);
 
 /// Cells handled per block by the dense kernels; they read and write whole blocks, so
 /// their buffers have this many cells of room after each row.
