@@ -41,8 +41,7 @@ Points randomModel(std::mt19937& rng, int n) {
   std::uniform_real_distribution<double> coordinate(0.0, side);
   Points model;
   while (static_cast<int>(model.size()) < n) {
-    const double x = coordinate(rng);  // two statements: argument order is unspecified
-    const mvVector<2> p(x, coordinate(rng));
+    const mvVector<2> p(coordinate(rng), coordinate(rng));
     bool apart = true;
     for (const mvVector<2>& q : model) apart = apart && (p - q).len() >= kMinSpacing;
     if (apart) model.push_back(p);
