@@ -3,6 +3,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <map>
 
@@ -236,6 +237,10 @@ void writePointList(const std::string& path, const std::vector<mvVector<2>>& poi
 }
 
 void writeScenarioFiles(const std::string& dir, const FiducialOutcome& f, const GridOutcome& g) {
+  // The folder is made when it does not exist yet, so a first call just works.
+  std::error_code error;
+  std::filesystem::create_directories(dir, error);
+  if (error) throw InputError("cannot create " + dir + ": " + error.message());
   writePointList(dir + "/fiducial-model.txt", f.scenario.model, "ptmatch demo: fiducial model");
   writePointList(dir + "/fiducial-data.txt", f.scenario.data,
                  "ptmatch demo: fiducial data, true pose " + poseText(f.scenario.truth, 6));
