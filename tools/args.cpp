@@ -12,8 +12,8 @@ namespace ptmatch::cli {
 namespace {
 
 const OptionSpec* findSpec(const std::vector<OptionSpec>& specs, const std::string& name) {
-  for (const OptionSpec& spec : specs) {
-    if (spec.name == name) return &spec;
+  for (const OptionSpec& entry : specs) {
+    if (entry.name == name) return &entry;
   }
   return nullptr;
 }
@@ -57,12 +57,12 @@ ParsedOptions parseOptions(const std::vector<std::string>& args,
     }
     const std::size_t equals = word.find('=');
     const std::string name = word.substr(0, equals);
-    const OptionSpec* spec = findSpec(specs, name);
-    if (spec == nullptr) {
+    const OptionSpec* entry = findSpec(specs, name);
+    if (entry == nullptr) {
       throw UsageError("unknown option " + name + " for 'ptmatch " + command + "'" + seeHelp);
     }
     if (options.has(name)) throw UsageError("option " + name + " given twice");
-    if (!spec->takesValue) {
+    if (!entry->takesValue) {
       if (equals != std::string::npos) throw UsageError("option " + name + " takes no value");
       options.add(name, "");
       continue;

@@ -131,14 +131,14 @@ inline DotCheck checkDots(const Grid& grid, const mvPtToGridMapResult& result) {
 }
 
 /// Distance from p to the nearest node of the true lattice (even nodes only if staggered).
-inline double distanceToNearestNode(const GridSpec& spec, const Grid& grid, const mvVector<2>& p) {
+inline double distanceToNearestNode(const GridSpec& shape, const Grid& grid, const mvVector<2>& p) {
   const mvVector<2> t = grid.trueGrid2point.inverse() * p;
   double best = 1e300;
   for (long dj = -1; dj <= 2; ++dj) {
     for (long di = -1; di <= 2; ++di) {
       const long i = static_cast<long>(std::floor(t.x())) + di;
       const long j = static_cast<long>(std::floor(t.y())) + dj;
-      if (spec.staggered && ((i + j) % 2 + 2) % 2 != 0) continue;
+      if (shape.staggered && ((i + j) % 2 + 2) % 2 != 0) continue;
       best = std::min(best, (grid.trueGrid2point * at(i, j) - p).len());
     }
   }
@@ -149,7 +149,7 @@ inline double distanceToNearestNode(const GridSpec& spec, const Grid& grid, cons
 /// common shift (of even sum when staggered); a clutter point, when assigned, gets a node
 /// whose true position is as near to it as its nearest node up to tieMargin pitches; and
 /// grid2point puts each node within fitTolerance pitches of its true position.
-inline void expectMatchesTruth(const GridSpec& spec, const Grid& grid,
+inline void expectMatchesTruth(const GridSpec& shape, const Grid& grid,
                                const mvPtToGridMapResult& result, double tieMargin,
                                double fitTolerance) {
   ASSERT_EQ(result.map().size(), grid.points.size());
@@ -157,7 +157,7 @@ inline void expectMatchesTruth(const GridSpec& spec, const Grid& grid,
   EXPECT_EQ(check.unassigned, 0) << "dots left unassigned";
   EXPECT_EQ(check.wrong, 0) << "dots assigned off the common shift (" << check.shift.x() << ", "
                             << check.shift.y() << ")";
-  if (spec.staggered) {
+  if (shape.staggered) {
     EXPECT_EQ((check.shift.x() + check.shift.y()) % 2, 0);
   }
   for (std::size_t k = 0; k < grid.points.size(); ++k) {
@@ -165,14 +165,14 @@ inline void expectMatchesTruth(const GridSpec& spec, const Grid& grid,
     if (grid.truth[k] || !isAssigned(got)) continue;
     const mvVector<2> node = grid.trueGrid2point * mvVector<2>(got - check.shift);
     EXPECT_LE((node - grid.points[k]).len(),
-              distanceToNearestNode(spec, grid, grid.points[k]) + tieMargin * spec.pitch)
+              distanceToNearestNode(shape, grid, grid.points[k]) + tieMargin * shape.pitch)
         << "clutter point " << k << " was snapped to a far node";
   }
   EXPECT_TRUE(result.valid());
-  for (const mvVector<2>& corner : {at(0, 0), at(spec.columns - 1, 0), at(0, spec.rows - 1),
-                                    at(spec.columns - 1, spec.rows - 1)}) {
+  for (const mvVector<2>& corner : {at(0, 0), at(shape.columns - 1, 0), at(0, shape.rows - 1),
+                                    at(shape.columns - 1, shape.rows - 1)}) {
     const mvVector<2> fitted = result.grid2point() * (corner + mvVector<2>(check.shift));
-    EXPECT_LE((fitted - grid.trueGrid2point * corner).len(), fitTolerance * spec.pitch)
+    EXPECT_LE((fitted - grid.trueGrid2point * corner).len(), fitTolerance * shape.pitch)
         << "grid2point is off at corner (" << corner.x() << ", " << corner.y() << ")";
   }
 }

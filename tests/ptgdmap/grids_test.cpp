@@ -71,15 +71,15 @@ std::vector<GridCase> allCases() {
 }
 
 GridSpec specOf(const GridCase& c) {
-  GridSpec spec;
-  spec.rotationDegrees = c.spoil.rotationDegrees;
-  spec.scale = c.spoil.scale;
-  spec.noise = c.spoil.noise;
-  spec.missing = c.spoil.missing;
-  spec.clutter = c.spoil.clutter;
-  spec.staggered = c.staggered;
-  spec.seed = c.seed;
-  return spec;
+  GridSpec shape;
+  shape.rotationDegrees = c.spoil.rotationDegrees;
+  shape.scale = c.spoil.scale;
+  shape.noise = c.spoil.noise;
+  shape.missing = c.spoil.missing;
+  shape.clutter = c.spoil.clutter;
+  shape.staggered = c.staggered;
+  shape.seed = c.seed;
+  return shape;
 }
 
 }  // namespace
@@ -87,11 +87,11 @@ GridSpec specOf(const GridCase& c) {
 class GridMapOnSpoiledGrid : public testing::TestWithParam<GridCase> {};
 
 TEST_P(GridMapOnSpoiledGrid, EveryDotGetsItsTrueNode) {
-  const GridSpec spec = specOf(GetParam());
-  const Grid grid = makeGrid(spec);
+  const GridSpec shape = specOf(GetParam());
+  const Grid grid = makeGrid(shape);
   mvPtToGridMapResult result;
-  const long count = mfPtToGridMap(grid.points, paramsFor(spec, kSnapPitches), result);
-  expectMatchesTruth(spec, grid, result, kTieMargin, kFitTolerance);
+  const long count = mfPtToGridMap(grid.points, paramsFor(shape, kSnapPitches), result);
+  expectMatchesTruth(shape, grid, result, kTieMargin, kFitTolerance);
   long assigned = 0;
   for (const mvPair<long>& n : result.map()) assigned += isAssigned(n) ? 1 : 0;
   EXPECT_EQ(count, assigned);
@@ -110,17 +110,17 @@ TEST(GridMapOnSpoiledGrids, MostGridsWithEverySpoilAtOnceMapExactly) {
   long exact = 0;
   const long trials = 40;
   for (long t = 0; t < trials; ++t) {
-    GridSpec spec;
-    spec.rotationDegrees = -20.0 + 40.0 * unit(rng);
-    spec.scale = 0.8 + 0.4 * unit(rng);
-    spec.noise = 0.1;
-    spec.missing = 0.2;
-    spec.clutter = 0.2;
-    spec.staggered = t % 2 == 1;
-    spec.seed = static_cast<unsigned>(100 + t);
-    const Grid grid = makeGrid(spec);
+    GridSpec shape;
+    shape.rotationDegrees = -20.0 + 40.0 * unit(rng);
+    shape.scale = 0.8 + 0.4 * unit(rng);
+    shape.noise = 0.1;
+    shape.missing = 0.2;
+    shape.clutter = 0.2;
+    shape.staggered = t % 2 == 1;
+    shape.seed = static_cast<unsigned>(100 + t);
+    const Grid grid = makeGrid(shape);
     mvPtToGridMapResult result;
-    mfPtToGridMap(grid.points, paramsFor(spec, kSnapPitches), result);
+    mfPtToGridMap(grid.points, paramsFor(shape, kSnapPitches), result);
     if (checkDots(grid, result).exact()) ++exact;
   }
   EXPECT_GE(exact, trials * 3 / 4);
