@@ -32,6 +32,24 @@ std::string imageError(const std::string& bytes) {
   return "";
 }
 
+using Dots = std::vector<std::pair<long, long>>;
+
+// Every pel of the w x h block whose upper-left pel is (x0, y0), row by row.
+Dots blockDots(long x0, long y0, long w, long h) {
+  Dots dots;
+  for (long y = y0; y < y0 + h; ++y) {
+    for (long x = x0; x < x0 + w; ++x) dots.emplace_back(x, y);
+  }
+  return dots;
+}
+
+// The dots' pel positions under a pose, in dot order.
+std::vector<mvVector<2>> dotsUnder(const mvXform<2>& pose, const Dots& dots) {
+  std::vector<mvVector<2>> points;
+  for (const auto& d : dots) points.push_back(pose * mvVector<2>(d.first, d.second));
+  return points;
+}
+
 }  // namespace
 
 TEST(PgmImage, BinaryPelsLandRowByRow) {
@@ -107,7 +125,7 @@ TEST(PatternCommand, FindsASparsePatternAtItsPitch) {
   const std::vector<std::pair<long, long>> dots = {{0, 0}, {4, 0}, {0, 2}, {3, 3}, {6, 5}};
   const mvXform<2> truth = similarity(12.0, 10.0, 200.0, 100.0);  // pitch 10
   std::vector<mvVector<2>> data = {{0, 0}};
-  for (const auto& d : dots) data.push_back(truth * mvVector<2>(d.first, d.second));
+  for (const mvVector<2>& p : dotsUnder(truth, dots)) data.push_back(p);
   const auto o = run({"pattern", "--image", files.write("p.pgm", pgm(8, 6, dots)), "--data",
                       files.write("d.txt", pointText(data)), "--pitch", "10", "--json"});
   ASSERT_EQ(o.status, 0) << o.err;
@@ -129,13 +147,9 @@ TEST(PatternCommand, FindsASparsePatternAtItsPitch) {
 TEST(PatternCommand, FindsADensePatternThroughTheGrid) {
   Files files;
   // A full 5 x 4 block of dots: matched through the grid mapping.
-  std::vector<std::pair<long, long>> dots;
-  for (long y = 0; y < 4; ++y) {
-    for (long x = 0; x < 5; ++x) dots.emplace_back(x, y);
-  }
+  const Dots dots = blockDots(0, 0, 5, 4);
   const mvXform<2> truth = similarity(4.0, 10.0, 60.0, 40.0);
-  std::vector<mvVector<2>> data;
-  for (const auto& d : dots) data.push_back(truth * mvVector<2>(d.first, d.second));
+  const std::vector<mvVector<2>> data = dotsUnder(truth, dots);
   const auto o = run({"pattern", "--image", files.write("p.pgm", pgm(5, 4, dots)), "--data",
                       files.write("d.txt", pointText(data)), "--pitch", "10", "--rotation",
                       "-10:10", "--scale", "-0.1:0.1", "--json"});
@@ -157,8 +171,7 @@ TEST(PatternCommand, ASparsePatternAwayFromTheImageCornerKeepsItsPelPositions) {
   // The dots' box starts at pel (1, 2) of a larger image; poses still map the file's pels.
   const std::vector<std::pair<long, long>> dots = {{2, 2}, {6, 2}, {4, 5}, {1, 8}, {10, 9}};
   const mvXform<2> truth = similarity(0.0, 10.0, 2.0, 2.0);
-  std::vector<mvVector<2>> data;
-  for (const auto& d : dots) data.push_back(truth * mvVector<2>(d.first, d.second));
+  const std::vector<mvVector<2>> data = dotsUnder(truth, dots);
   const auto o = run({"pattern", "--image", files.write("p.pgm", pgm(12, 10, dots)), "--data",
                       files.write("d.txt", pointText(data)), "--pitch", "10", "--json"});
   ASSERT_EQ(o.status, 0) << o.err;
@@ -176,13 +189,9 @@ TEST(PatternCommand, ASparsePatternAwayFromTheImageCornerKeepsItsPelPositions) {
 
 TEST(PatternCommand, ADensePatternAwayFromTheImageCornerKeepsItsPelPositions) {
   Files files;
-  std::vector<std::pair<long, long>> dots;
-  for (long y = 3; y < 7; ++y) {
-    for (long x = 2; x < 7; ++x) dots.emplace_back(x, y);
-  }
+  const Dots dots = blockDots(2, 3, 5, 4);
   const mvXform<2> truth = similarity(3.0, 10.0, 60.0, 40.0);
-  std::vector<mvVector<2>> data;
-  for (const auto& d : dots) data.push_back(truth * mvVector<2>(d.first, d.second));
+  const std::vector<mvVector<2>> data = dotsUnder(truth, dots);
   const auto o = run({"pattern", "--image", files.write("p.pgm", pgm(9, 9, dots)), "--data",
                       files.write("d.txt", pointText(data)), "--pitch", "10", "--rotation",
                       "-10:10", "--scale", "-0.1:0.1", "--json"});
