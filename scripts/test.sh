@@ -22,6 +22,8 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 source "$root/scripts/packages.sh"
 # The Python module and its pytest suite (python/, run by ctest) need these as well.
 PTMATCH_PACKAGES+=(python3-dev pybind11-dev python3-numpy python3-pytest)
+# pip install . and its test (python3-venv, -setuptools, -wheel), the stub check (python3-mypy).
+PTMATCH_PACKAGES+=(python3-venv python3-setuptools python3-wheel python3-mypy)
 
 compiler=gcc
 sanitize=OFF

@@ -82,8 +82,7 @@ from ._ptmatch import (
     MatrixExt,
 )
 from . import _ptmatch
-
-__version__ = "1.0.0"
+from ._ptmatch import __version__  # the library's version, as in CMakeLists.txt
 
 
 class Results(list):

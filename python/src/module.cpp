@@ -20,6 +20,7 @@ py::list makeResults(py::list items, double time) {
 PYBIND11_MODULE(_ptmatch, m) {
   using namespace ptmatch_py;
   m.doc() = "Bindings of the ptmatch point-matching library; import the package ptmatch.";
+  m.attr("__version__") = PTMATCH_VERSION;
   bindErrors(m);
   bindAttention(m);
   bindPointMatcher(m);
