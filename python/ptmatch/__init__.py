@@ -29,6 +29,8 @@ pickles through the library's archive (and has to_bytes/from_bytes for the raw a
 Each docstring names the C++ class or member it stands for.
 """
 
+from typing import List, TypeVar
+
 from ._ptmatch import (
     # errors
     Error,
@@ -81,11 +83,14 @@ from ._ptmatch import (
     PseudoInverse,
     MatrixExt,
 )
-from . import _ptmatch
+from . import _batch, _ptmatch
 from ._ptmatch import __version__  # the library's version, as in CMakeLists.txt
 
 
-class Results(list):
+_T = TypeVar("_T")
+
+
+class Results(List[_T]):
     """The results of one run, best first: a list, with the run's duration in seconds in
     ``time`` (mvPointMatcherResultSet, mv_PointToGridCorresponderResultSet)."""
 
@@ -96,6 +101,9 @@ class Results(list):
 
 
 _ptmatch._set_results_type(Results)
+
+# One trained matcher over many data sets on several threads (python/ptmatch/_batch.py).
+PointMatcher.run_batch = _batch.run_batch  # type: ignore
 
 # The transforms' errors, also reachable as nested names, as in C++.
 PtMatchTm2.BadArgs = PtMatchTm2BadArgs
