@@ -186,9 +186,10 @@ void bindRunParams(py::module_& m) {
       py::is_operator());
   cls.def("__repr__", [](const mvPointMatcherRunParams& p) {
     return py::str(
-               "RunParams(min_coverage={!r}, x_range={!r}, y_range={!r}, rotation={!r}, "
-               "scale={!r}, grid_size={!r}, capture_range={!r}, max_results={!r})")
-        .format(p.minCoverage(), fromRange(p.xTranslationUncertainty()),
+               "RunParams(min_coverage={!r}, start_pose={}, x_range={!r}, y_range={!r}, "
+               "rotation={!r}, scale={!r}, grid_size={!r}, capture_range={!r}, max_results={!r})")
+        .format(p.minCoverage(), fromXform(p.startPose()).attr("tolist")(),
+                fromRange(p.xTranslationUncertainty()),
                 fromRange(p.yTranslationUncertainty()),
                 fromAngleRangeDegrees(p.rotationUncertainty()), fromRange(p.scaleUncertainty()),
                 p.autoGridSize() ? py::object(py::none()) : py::float_(p.gridSize()),
