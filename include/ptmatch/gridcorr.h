@@ -40,6 +40,7 @@ class PTMATCH_API mv_PointToGridCorresponderDefs {
   /// Root of the grid corresponder's errors.
   class PTMATCH_API Errors : public mvExceptionWithString {
    public:
+    /// The library's message for the failure.
     explicit Errors(const std::wstring& message = L"");
     void suicideAndRethrow() override;
     void dispatchSerialize(mvArchive& ar) override;
@@ -52,6 +53,7 @@ class PTMATCH_API mv_PointToGridCorresponderDefs {
   /// A training image with fewer than 3 set pels.
   class PTMATCH_API InsufficientModelPoints : public Errors {
    public:
+    /// The library's message for the failure.
     explicit InsufficientModelPoints(const std::wstring& message = L"");
     long errorNumber() const override;
     void suicideAndRethrow() override;
@@ -65,6 +67,7 @@ class PTMATCH_API mv_PointToGridCorresponderDefs {
   /// The working memory of a run could not be allocated.
   class PTMATCH_API InsufficientMemory : public Errors {
    public:
+    /// The library's message for the failure.
     explicit InsufficientMemory(const std::wstring& message = L"");
     long errorNumber() const override;
     void suicideAndRethrow() override;
@@ -89,14 +92,18 @@ class PTMATCH_API mv_PointToGridCorresponderTrainParams {
 
   /// True for a staggered grid, whose node neighbours are the four diagonal pels.
   bool staggered() const { return staggered_; }
+  /// Sets staggered().
   void staggered(bool v) { staggered_ = v; }
   /// Which pels become probes.
   mv_PointToGridCorresponderDefs::FeatureType featureType() const { return featureType_; }
+  /// Sets featureType().
   void featureType(mv_PointToGridCorresponderDefs::FeatureType v) { featureType_ = v; }
 
+  /// Field by field.
   bool operator==(const mv_PointToGridCorresponderTrainParams& o) const {
     return staggered_ == o.staggered_ && featureType_ == o.featureType_;
   }
+  /// Not operator==.
   bool operator!=(const mv_PointToGridCorresponderTrainParams& o) const { return !(*this == o); }
 
   /// Version 1100, staggered (bool), feature type (its own versioned form).
@@ -117,12 +124,15 @@ class PTMATCH_API mv_PointToGridCorresponderRunParams {
 
   /// The most results to report.
   long maxNumResults() const { return maxNumResults_; }
+  /// Sets maxNumResults().
   void maxNumResults(long v) { maxNumResults_ = v; }
   /// The fraction of probes (0..1) that must agree for a position to be reported.
   double accept() const { return accept_; }
+  /// Sets accept().
   void accept(double v) { accept_ = v; }
   /// Kept, copied and persisted; a run does not consult it.
   double confusion() const { return confusion_; }
+  /// Sets confusion().
   void confusion(double v) { confusion_ = v; }
 
   /// Version 1100, maxNumResults (long), accept, confusion (double).
@@ -186,6 +196,7 @@ class PTMATCH_API mv_PointToGridCorresponder {
   mv_PointToGridCorresponder();
   /// Copies every field; the pattern shares its pels as image buffers do.
   mv_PointToGridCorresponder(const mv_PointToGridCorresponder& o);
+  /// Copies every field, as the copy constructor.
   mv_PointToGridCorresponder& operator=(const mv_PointToGridCorresponder& o);
   ~mv_PointToGridCorresponder();
 

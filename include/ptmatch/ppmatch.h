@@ -31,6 +31,7 @@ class PTMATCH_API mvPointMatcherDefs {
   /// Root of the point matcher's errors.
   class PTMATCH_API Errors : public mvExceptionWithString {
    public:
+    /// The library's message for the failure.
     explicit Errors(const std::wstring& message);
     void suicideAndRethrow() override;
     void dispatchSerialize(mvArchive& ar) override;
@@ -43,6 +44,7 @@ class PTMATCH_API mvPointMatcherDefs {
   /// A rejected parameter or training input.
   class PTMATCH_API BadParams : public Errors {
    public:
+    /// The library's message for the failure.
     explicit BadParams(const std::wstring& message = L"");
     long errorNumber() const override;
     void suicideAndRethrow() override;
@@ -56,6 +58,7 @@ class PTMATCH_API mvPointMatcherDefs {
   /// The matcher is not trained, or not trained in the mode asked for.
   class PTMATCH_API NotTrained : public Errors {
    public:
+    /// The library's message for the failure.
     explicit NotTrained(const std::wstring& message = L"");
     long errorNumber() const override;
     void suicideAndRethrow() override;
@@ -69,6 +72,7 @@ class PTMATCH_API mvPointMatcherDefs {
   /// A result accessor used for a result of another mode.
   class PTMATCH_API NotRun : public Errors {
    public:
+    /// The library's message for the failure.
     explicit NotRun(const std::wstring& message = L"");
     long errorNumber() const override;
     void suicideAndRethrow() override;
@@ -82,6 +86,7 @@ class PTMATCH_API mvPointMatcherDefs {
   /// Too few model points (or set pattern pixels) to train.
   class PTMATCH_API InsufficientModelPoints : public Errors {
    public:
+    /// The library's message for the failure.
     explicit InsufficientModelPoints(const std::wstring& message = L"");
     long errorNumber() const override;
     void suicideAndRethrow() override;
@@ -110,6 +115,9 @@ class PTMATCH_API mvPointMatcherRunParams {
                           bool autoGridSize, double gridSize, bool autoCaptureRange,
                           double captureRange, long maxNumResults);
 
+  /** @name Fields */
+  ///@{
+  /// The fields, as the setters below accept them.
   double minCoverage() const { return minCoverage_; }
   mvXform<2> startPose() const { return startPose_; }
   mvAngleRange rotationUncertainty() const { return rotationUncertainty_; }
@@ -121,9 +129,11 @@ class PTMATCH_API mvPointMatcherRunParams {
   bool autoCaptureRange() const { return autoCaptureRange_; }
   double captureRange() const { return captureRange_; }
   long maxNumResults() const { return maxNumResults_; }
+  ///@}
 
   /// In [0, 1].
   void minCoverage(double v);
+  /// The nominal model-to-data pose about which the uncertainties are taken; any pose.
   void startPose(const mvXform<2>& pose);
   /// Not empty.
   void xTranslationUncertainty(const mvRange& r);
@@ -133,9 +143,11 @@ class PTMATCH_API mvPointMatcherRunParams {
   void rotationUncertainty(const mvAngleRange& r);
   /// Relative scale change: not empty, not full, start at least -0.9.
   void scaleUncertainty(const mvRange& r);
+  /// True computes the grid size from the model and ignores gridSize().
   void autoGridSize(bool v);
   /// Above 0 unless autoGridSize.
   void gridSize(double v);
+  /// True computes the capture range and ignores captureRange().
   void autoCaptureRange(bool v);
   /// At least 0 unless autoCaptureRange.
   void captureRange(double v);
@@ -167,6 +179,7 @@ class PTMATCH_API mvPointMatcherResult {
  public:
   mvPointMatcherResult();
 
+  /// How the result was found: ePointToPoint, ePointToGrid or eExhaustiveMode.
   mvPointMatcherDefs::Mode runMode() const { return runMode_; }
   /// The model-to-data pose.
   const mvXform<2>& modelToDataXform() const { return modelToDataXform_; }
@@ -210,6 +223,7 @@ class PTMATCH_API mvPointMatcherResult {
 class PTMATCH_API mvPointMatcherResultSet {
  public:
   mvPointMatcherResultSet();
+  /// The results, best first (greater coverage, then smaller fit error).
   const std::vector<mvPointMatcherResult>& results() const { return results_; }
   /// Seconds the run took.
   double time() const { return time_; }
@@ -250,6 +264,7 @@ class PTMATCH_API mvPointMatcher {
   const mvPelBuffer_const<unsigned char>& pattern() const;
   /// Forgets the model.
   void untrain();
+  /// True once a training succeeded and until untrain().
   bool isTrained() const;
   /// ePointToPoint, ePointToGrid or eExhaustiveMode; throws NotTrained when untrained.
   mvPointMatcherDefs::Mode trainMode() const;

@@ -82,6 +82,7 @@ class PTMATCH_API mvPtToGridMapDefs {
   /// spread over too many buckets. Carries no error number (0).
   class PTMATCH_API BadInput : public mvExceptionWithString {
    public:
+    /// The library's message for the failure.
     explicit BadInput(const std::wstring& message = L"The point-to-grid mapping input is bad.");
     void suicideAndRethrow() override;
     void dispatchSerialize(mvArchive& ar) override;
@@ -108,19 +109,27 @@ class PTMATCH_API mvPtToGridMapRunParams {
                          double snapSize = 0.0, const mvRange& sizeTol = mvRange(),
                          const mvAngleRange& angleTol = mvAngleRange());
 
+  /** @name Fields */
+  ///@{
+  /// The fields, as the constructor describes them.
   const mvVector<2>& xv() const { return xv_; }
   const mvVector<2>& yv() const { return yv_; }
   bool staggered() const { return staggered_; }
   double snapSize() const { return snapSize_; }
   const mvRange& sizeTol() const { return sizeTol_; }
   const mvAngleRange& angleTol() const { return angleTol_; }
+  ///@}
 
+  /** @name Setters */
+  ///@{
+  /// Setters of the fields; nothing is validated.
   void xv(const mvVector<2>& v) { xv_ = v; }
   void yv(const mvVector<2>& v) { yv_ = v; }
   void staggered(bool v) { staggered_ = v; }
   void snapSize(double v) { snapSize_ = v; }
   void sizeTol(const mvRange& r) { sizeTol_ = r; }
   void angleTol(const mvAngleRange& r) { angleTol_ = r; }
+  ///@}
 
   /// Persists: version 1100, xv, yv, staggered, snapSize, sizeTol, angleTol.
   friend PTMATCH_API mvArchive& operator||(mvArchive& ar, mvPtToGridMapRunParams& p);

@@ -117,11 +117,16 @@ class mvBasicScoreHashing {
     return cursor_->payload;
   }
 
+  /** @name Counts */
+  ///@{
+  /// The highest and the lowest stored score (-1 when empty), the entries held, the capacity and
+  /// the highest score that may be stored.
   long highestScore() const { return highest_; }
   long lowestScore() const { return lowest_; }
   long numResults() const { return numResults_; }
   long maxResults() const { return maxResults_; }
   long maxScore() const { return maxScore_; }
+  ///@}
 
  private:
   struct Node {
