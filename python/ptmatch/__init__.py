@@ -15,6 +15,9 @@ correspondence::
     best.pose                # 2x3 model-to-data transform
     best.model_to_data_map   # per model point its data point index, -1 unmatched
 
+matcher.run_batch(list_of_data, ...) runs one trained matcher over many data sets on
+several threads, results in input order. ptmatch.__version__ is the library's version.
+
 Beside the matcher: pt_to_grid_map (points to the nodes of a regular grid),
 GridCorresponder (a dot pattern in a grid of nodes), ScoreHashing (a bounded best-score
 store), PtMatchTm2 / PerspectiveTm2 / PtMatchTm3 (least-squares point-match transforms),

@@ -153,7 +153,15 @@ void bindTool(py::module_& m) {
   py::class_<GridCorresponder> cls(m, "GridCorresponder", R"doc(
 Finds where a trained pattern of grid nodes lies among observed grid nodes
 (mv_PointToGridCorresponder). Nodes are whole-number grid positions (x, y), such as
-pt_to_grid_map gives, or the set pels of a binary image. A run releases the GIL.)doc");
+pt_to_grid_map gives, or the set pels of a binary image. A run releases the GIL.
+
+Example:
+
+>>> c = ptmatch.GridCorresponder()
+>>> c.train([(0, 0), (1, 0), (2, 0), (0, 1), (2, 2)])
+>>> found = c.run([(10, 5), (11, 5), (12, 5), (10, 6), (12, 7), (3, 3)], accept=0.9)
+>>> found[0].position
+(10, 5))doc");
   cls.def(py::init<>(), "Untrained: square grid, boundary features, no pattern.");
   cls.def(
       "train",

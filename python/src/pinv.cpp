@@ -65,7 +65,13 @@ void bindMatrixExt(py::module_& m) {
   py::class_<mvMatrixExt> cls(m, "MatrixExt", R"doc(
 A dense, resizable matrix of doubles with Crout LU decomposition (ludcmp, lubksb) and
 Gauss-Jordan elimination with full pivoting (gaussj) (mvMatrixExt). Every index is
-checked: one outside the matrix raises ptmatch.AssertionFailed.)doc");
+checked: one outside the matrix raises ptmatch.AssertionFailed.
+
+Example:
+
+>>> m = ptmatch.MatrixExt([[2.0, 0.0], [0.0, 4.0]])
+>>> m.rows, m.cols, m[1, 1]
+(2, 2, 4.0))doc");
   cls.def(py::init<>(), "An empty matrix, 0 x 0.");
   cls.def(py::init([](long long rows, long long cols) {
             return mvMatrixExt(toIndex(rows, "rows"), toIndex(cols, "cols"));
@@ -142,7 +148,15 @@ void bindPseudoInverse(py::module_& m) {
   py::class_<mvPsuedoInverse, mvMatrixExt> cls(m, "PseudoInverse", R"doc(
 Incremental least-squares fitter of n parameters (mvPsuedoInverse): add observations one at
 a time with update(row, value), solve with fit() as often as wanted. The matrix it derives
-from holds the accumulated normal matrix A^T A.)doc");
+from holds the accumulated normal matrix A^T A.
+
+Example:
+
+>>> fit = ptmatch.PseudoInverse(2)
+>>> for x in (0.0, 1.0, 2.0, 3.0):
+...     fit.update((1.0, x), 1.0 + 2.0 * x)
+>>> (fit.fit().round(6) + 0.0).tolist()
+[1.0, 2.0])doc");
   cls.def(py::init([](long long n) { return mvPsuedoInverse(toIndex(n, "n")); }), py::arg("n") = 0,
           "A fitter of n parameters with empty sums.");
   cls.def(

@@ -189,8 +189,7 @@ void bindRunParams(py::module_& m) {
                "RunParams(min_coverage={!r}, start_pose={}, x_range={!r}, y_range={!r}, "
                "rotation={!r}, scale={!r}, grid_size={!r}, capture_range={!r}, max_results={!r})")
         .format(p.minCoverage(), fromXform(p.startPose()).attr("tolist")(),
-                fromRange(p.xTranslationUncertainty()),
-                fromRange(p.yTranslationUncertainty()),
+                fromRange(p.xTranslationUncertainty()), fromRange(p.yTranslationUncertainty()),
                 fromAngleRangeDegrees(p.rotationUncertainty()), fromRange(p.scaleUncertainty()),
                 p.autoGridSize() ? py::object(py::none()) : py::float_(p.gridSize()),
                 p.autoCaptureRange() ? py::object(py::none()) : py::float_(p.captureRange()),
@@ -303,7 +302,17 @@ The point-matching tool (mvPointMatcher): train it once with model points (optio
 weighted) or an 8-bit dot-pattern image, then run it on data points any number of times.
 A run releases the GIL, so several threads can run matchers (or one matcher) at once, and
 Ctrl-C ends a long run with ptmatch.Interrupted. A matcher refuses to be retrained while
-another thread runs it.)doc");
+another thread runs it.
+
+Example:
+
+>>> m = ptmatch.PointMatcher()
+>>> m.train([(0, 0), (10, 0), (0, 7), (3, 9)])
+>>> results = m.run([(5, 5), (15, 5), (5, 12), (8, 14)], min_coverage=0.9)
+>>> (results[0].pose.round(6) + 0.0).tolist()
+[[1.0, 0.0, 5.0], [0.0, 1.0, 5.0]]
+>>> results[0].model_to_data_map.tolist()
+[0, 1, 2, 3])doc");
   cls.def(py::init<>(), "An untrained matcher.");
   cls.def(
       "train",

@@ -155,7 +155,14 @@ points      (N, 2) array-like of measured points
        kGridMapParamsDoc + R"doc(
 
 Returns a GridMapResult; node (0, 0) is where the growth started, so the index origin
-depends on the data.)doc")
+depends on the data.
+
+Example:
+
+>>> dots = [(12 * i + 3, 12 * j + 4) for j in range(4) for i in range(5)]
+>>> grid = ptmatch.pt_to_grid_map(dots, xv=(12, 0), yv=(0, 12), snap_size=11)
+>>> grid.valid, grid.num_assigned
+(True, 20))doc")
           .c_str());
 }
 

@@ -49,7 +49,15 @@ A bounded store of the best-scoring grid positions of a search whose scores are 
 numbers (mvScoreHashing). It keeps at most max_results entries with scores in
 0..max_score and hands them back from the highest score down, newest first within a
 score. When full, a new entry evicts the newest entry of the lowest score, and a score
-not above the lowest stored one is refused.)doc");
+not above the lowest stored one is refused.
+
+Example:
+
+>>> s = ptmatch.ScoreHashing(max_score=100, max_results=2)
+>>> s.add(40, (1, 2)), s.add(75, (5, 5)), s.add(10, (3, 3))
+(True, True, False)
+>>> s.items()
+[(75, (5, 5)), (40, (1, 2))])doc");
   cls.def(py::init(&makeStore), py::arg("max_score"), py::arg("max_results"),
           "Both limits must be at least 1 (ptmatch.AssertionFailed otherwise).");
   cls.def(

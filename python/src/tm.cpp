@@ -55,7 +55,13 @@ A 2-D affine transform from plane a to plane b, fitted by least squares to point
 kept in both directions (mv2PtMatchTm): b = A a + t, with a2b_xform = [[a00, a01, tx],
 [a10, a11, ty]] and b2a_xform its inverse. The pairs added since the last identity() or
 reset() are kept for fit(); the archive (and so a pickle) holds only the two transforms,
-while copy.copy keeps the pairs too.)doc");
+while copy.copy keeps the pairs too.
+
+Example:
+
+>>> tm = ptmatch.PtMatchTm2([(0, 0), (10, 0), (0, 10)], [(5, 5), (15, 5), (5, 15)], dof=4)
+>>> (tm.a2b((2, 3)).round(6) + 0.0).tolist()
+[7.0, 8.0])doc");
   cls.def(py::init<>(), "The identity, with no pairs.");
   cls.def(py::init([](const py::object& a2b) { return mv2PtMatchTm(toXform(a2b, "a2b")); }),
           py::arg("a2b"),
@@ -153,7 +159,14 @@ void bindPerspectiveTm2(py::module_& m) {
   py::class_<mv2PTm> cls(m, "PerspectiveTm2", R"doc(
 A 2-D perspective transform from plane a to plane b with eight parameters h0 ... h7
 (mv2PTm): w = h6 x + h7 y + 1, b = ((h0 x + h1 y + h2) / w, (h3 x + h4 y + h5) / w). The
-inverse and every edit are found by mapping sample points and refitting.)doc");
+inverse and every edit are found by mapping sample points and refitting.
+
+Example:
+
+>>> a = [(0, 0), (10, 0), (0, 10), (10, 10)]
+>>> tm = ptmatch.PerspectiveTm2(a, [(x + 5, y + 5) for x, y in a])
+>>> (tm.a2b((2, 3)).round(6) + 0.0).tolist()
+[7.0, 8.0])doc");
   cls.def(py::init<>(), "The identity, with empty sums.");
   cls.def(py::init([](const py::object& a, const py::object& b) {
             return mv2PTm(toPoints2(a, "a"), toPoints2(b, "b"));
@@ -236,7 +249,15 @@ void bindPtMatchTm3(py::module_& m) {
   py::class_<mv3PtMatchTm> cls(m, "PtMatchTm3", R"doc(
 A 3-D affine transform from space a to space b (mv3PtMatchTm): b = A a + t, a 3x4 matrix
 [A | t] fitted by least squares. Rotations and scaling act on A from the b side and keep
-t; translate acts in space a.)doc");
+t; translate acts in space a.
+
+Example:
+
+>>> a = [(0, 0, 0), (1, 0, 0), (0, 1, 0), (0, 0, 1)]
+>>> tm = ptmatch.PtMatchTm3()
+>>> tm.fit(a, [(x + 1, y + 2, z + 3) for x, y, z in a])
+>>> (tm.a2b((1, 1, 1)).round(6) + 0.0).tolist()
+[2.0, 3.0, 4.0])doc");
   cls.def(py::init<>(), "The identity, with empty sums.");
   cls.def(py::init([](const py::object& a, const py::object& b) {
             return mv3PtMatchTm(toPoints3(a, "a"), toPoints3(b, "b"));
