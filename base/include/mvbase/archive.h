@@ -26,6 +26,7 @@ class MVBASE_API mvArchive {
   class MVBASE_API Errors : public mvExceptionWithString {
    public:
     Errors();
+    /// With the library's message.
     explicit Errors(const std::wstring& message);
     void suicideAndRethrow() override;
     void dispatchSerialize(mvArchive& ar) override;
@@ -41,8 +42,12 @@ class MVBASE_API mvArchive {
     UnknownVersion();
     /// Names where the unknown version was met: a module (or class name) and a line.
     UnknownVersion(const char* file, int line);
+    /** @name Values and operators */
+    ///@{
+    /// Where the unknown version was met.
     const std::string& file() const { return file_; }
     int line() const { return line_; }
+    ///@}
     void suicideAndRethrow() override;
     void dispatchSerialize(mvArchive& ar) override;
     static mvPersistent* make();
@@ -73,6 +78,7 @@ class MVBASE_API mvArchive {
   class MVBASE_API BadData : public Errors {
    public:
     BadData();
+    /// With the library's message.
     explicit BadData(const std::wstring& message);
     void suicideAndRethrow() override;
     void dispatchSerialize(mvArchive& ar) override;
@@ -86,14 +92,22 @@ class MVBASE_API mvArchive {
   mvArchive(const mvArchive&) = delete;
   mvArchive& operator=(const mvArchive&) = delete;
 
+  /** @name Values and operators */
+  ///@{
+  /// Whether the archive reads (loads) or writes (stores).
   bool isLoading() const { return loading_; }
   bool isStoring() const { return !loading_; }
+  ///@}
 
+  /** @name Values and operators */
+  ///@{
+  /// Stores or loads one value in the archive's encoding (a long as 32 bits).
   mvArchive& operator||(bool& v);
   mvArchive& operator||(int& v);
   mvArchive& operator||(long& v);
   mvArchive& operator||(unsigned long& v);
   mvArchive& operator||(double& v);
+  ///@}
   friend MVBASE_API mvArchive& operator||(mvArchive& ar, unsigned char& v);
   /// Reads one unsigned long (loading only).
   mvArchive& operator>>(unsigned long& v);
@@ -107,9 +121,11 @@ class MVBASE_API mvArchive {
   /// Visited marks of this archive operation (see mvPersistent). While an archive lives it
   /// is the current archive operation of its thread, unless a newer archive lives too.
   bool haveVisited(const void* object, std::size_t size) const;
+  /// Marks an object as visited by this archive operation.
   void setVisited(const void* object, std::size_t size);
 
  protected:
+  /// A loading or a storing archive.
   explicit mvArchive(bool loading);
   /// Writes n bytes.
   virtual void write_(const unsigned char* bytes, std::size_t n) = 0;
@@ -151,7 +167,9 @@ class MVBASE_API mvMemoryArchive : public mvArchive {
 /// An archive over a standard stream, with the same encoding; files are the caller's.
 class MVBASE_API mvStreamArchive : public mvArchive {
  public:
+  /// Stores into the stream.
   explicit mvStreamArchive(std::ostream& out);
+  /// Loads from the stream.
   explicit mvStreamArchive(std::istream& in);
   ~mvStreamArchive() override;
   /// Bytes left in a seekable input stream; the maximum of size_t otherwise.

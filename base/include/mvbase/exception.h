@@ -57,10 +57,15 @@ class MVBASE_API mv_Instantiator {
 class MVBASE_API mvException : public mvPersistent, public std::exception {
  public:
   mvException();
+  /** @name Values and operators */
+  ///@{
+  /// Copies the exception.
   mvException(const mvException&);
   mvException& operator=(const mvException&);
+  ///@}
   ~mvException() override;
 
+  /// The message in UTF-8.
   const char* what() const noexcept override;
   /// The message as a wide string.
   std::wstring message() const;
@@ -99,18 +104,24 @@ class MVBASE_API mvException : public mvPersistent, public std::exception {
 /// an unsigned long byte count followed by the message's UTF-8 bytes.
 class MVBASE_API mvExceptionWithString : public mvException {
  public:
+  /** @name Values and operators */
+  ///@{
+  /// Copies the exception and its message.
   mvExceptionWithString(const mvExceptionWithString&);
   mvExceptionWithString& operator=(const mvExceptionWithString&);
+  ///@}
   ~mvExceptionWithString() override;
   void message_(std::wostream& os) const override;
   void suicideAndRethrow() override;
   void dispatchSerialize(mvArchive& ar) override;
   static mvPersistent* make();
 
+  /// The message.
   const std::wstring& text() const { return text_; }
 
  protected:
   mvExceptionWithString();
+  /// With the given message.
   explicit mvExceptionWithString(const std::wstring& message);
   void serialize_(mvArchive& ar, unsigned char version) override;
 
@@ -122,6 +133,7 @@ class MVBASE_API mvExceptionWithString : public mvException {
 class MVBASE_API mvMathError : public mvExceptionWithString {
  public:
   mvMathError();
+  /// With the given message.
   explicit mvMathError(const std::wstring& message);
   void suicideAndRethrow() override;
   void dispatchSerialize(mvArchive& ar) override;
@@ -135,10 +147,14 @@ class MVBASE_API mvMathError : public mvExceptionWithString {
 class MVBASE_API mvAssertionError : public mvExceptionWithString {
  public:
   mvAssertionError();
+  /** @name Values and operators */
+  ///@{
+  /// The failed check: its expression, module and line.
   mvAssertionError(const std::string& expression, const std::string& module, int line);
   const std::string& expression() const { return expression_; }
   const std::string& module() const { return module_; }
   int line() const { return line_; }
+  ///@}
   void suicideAndRethrow() override;
   void dispatchSerialize(mvArchive& ar) override;
   static mvPersistent* make();

@@ -15,6 +15,7 @@ class MVBASE_API mvLSPointToPointFitter {
   class MVBASE_API Errors : public mvExceptionWithString {
    public:
     Errors();
+    /// With the library's message.
     explicit Errors(const std::wstring& message);
     void suicideAndRethrow() override;
     void dispatchSerialize(mvArchive& ar) override;

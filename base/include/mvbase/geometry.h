@@ -16,6 +16,10 @@ template <typename T>
 class mvPair {
  public:
   mvPair() : x_(), y_() {}
+  /** @name Values and operators */
+  ///@{
+  /// From the coordinates; the coordinates (read and set), componentwise sums and differences, and
+  /// equality of both.
   mvPair(T x, T y) : x_(x), y_(y) {}
   T x() const { return x_; }
   T y() const { return y_; }
@@ -25,6 +29,7 @@ class mvPair {
   mvPair operator-(const mvPair& o) const { return mvPair(x_ - o.x_, y_ - o.y_); }
   bool operator==(const mvPair& o) const { return x_ == o.x_ && y_ == o.y_; }
   bool operator!=(const mvPair& o) const { return !(*this == o); }
+  ///@}
 
  private:
   T x_;
@@ -36,6 +41,10 @@ template <>
 class mvVector<2> {
  public:
   constexpr mvVector() : x_(0.0), y_(0.0) {}
+  /** @name Values and operators */
+  ///@{
+  /// From the coordinates; the coordinates (read and set), componentwise arithmetic and exact
+  /// equality.
   constexpr mvVector(double x, double y) : x_(x), y_(y) {}
   /// Converts integer pixel coordinates to a point.
   explicit mvVector(const mvPair<long>& p)
@@ -61,6 +70,7 @@ class mvVector<2> {
   }
   bool operator==(const mvVector& o) const { return x_ == o.x_ && y_ == o.y_; }
   bool operator!=(const mvVector& o) const { return !(*this == o); }
+  ///@}
   /// Euclidean length.
   double len() const { return std::sqrt(x_ * x_ + y_ * y_); }
   /// True when both components are zero.
@@ -78,6 +88,10 @@ template <>
 class mvVector<3> {
  public:
   mvVector() : x_(0.0), y_(0.0), z_(0.0) {}
+  /** @name Values and operators */
+  ///@{
+  /// From the coordinates; the coordinates (read and set), componentwise sums and differences,
+  /// exact equality and the Euclidean length.
   mvVector(double x, double y, double z) : x_(x), y_(y), z_(z) {}
   double x() const { return x_; }
   double y() const { return y_; }
@@ -90,6 +104,7 @@ class mvVector<3> {
   bool operator==(const mvVector& o) const { return x_ == o.x_ && y_ == o.y_ && z_ == o.z_; }
   bool operator!=(const mvVector& o) const { return !(*this == o); }
   double len() const { return std::sqrt(x_ * x_ + y_ * y_ + z_ * z_); }
+  ///@}
 
  private:
   double x_;
@@ -103,6 +118,9 @@ class mvDegree;
 class mvRadian {
  public:
   mvRadian() : v_(0.0) {}
+  /** @name Values and operators */
+  ///@{
+  /// From a value in radians or from degrees; the value, arithmetic and comparisons of the values.
   explicit mvRadian(double v) : v_(v) {}
   inline mvRadian(const mvDegree& d);  // NOLINT: converts implicitly, as angles do
   double toDouble() const { return v_; }
@@ -114,6 +132,7 @@ class mvRadian {
   bool operator==(const mvRadian& o) const { return v_ == o.v_; }
   bool operator!=(const mvRadian& o) const { return v_ != o.v_; }
   bool operator<(const mvRadian& o) const { return v_ < o.v_; }
+  ///@}
 
  private:
   double v_;
@@ -123,11 +142,15 @@ class mvRadian {
 class mvDegree {
  public:
   mvDegree() : v_(0.0) {}
+  /** @name Values and operators */
+  ///@{
+  /// From a value in degrees or from radians; the value and its equality.
   explicit mvDegree(double v) : v_(v) {}
   mvDegree(const mvRadian& r) : v_(r.toDouble() * (180.0 / kPi)) {}  // NOLINT
   double toDouble() const { return v_; }
   bool operator==(const mvDegree& o) const { return v_ == o.v_; }
   bool operator!=(const mvDegree& o) const { return v_ != o.v_; }
+  ///@}
 
   /// Pi as used by the degree-radian conversions.
   static constexpr double kPi = 3.141592653589793;
@@ -155,15 +178,21 @@ class MVBASE_API mvRange {
   mvRange(double start, double end);
   /// A range of the given kind, whatever start and end hold.
   mvRange(double start, double end, mvRangeDefs::Range kind);
+  /** @name Values and operators */
+  ///@{
+  /// The ends, the length (end - start) and the middle.
   double start() const { return start_; }
   double end() const { return end_; }
   double length() const { return end_ - start_; }
   double middle() const { return start_ + (end_ - start_) / 2.0; }
+  ///@}
   /// True inside an eNormal range (ends included), always for eFull, never for eEmpty.
   bool isWithin(double v) const;
+  /// The kind: eNormal, eEmpty or eFull.
   mvRangeDefs::Range range() const { return kind_; }
   /// Equal when kind, start and end all are.
   bool operator==(const mvRange& o) const;
+  /// Not operator==.
   bool operator!=(const mvRange& o) const { return !(*this == o); }
   /// The range that holds every value.
   static mvRange FullRange();
@@ -183,8 +212,12 @@ class MVBASE_API mvAngleRange {
   mvAngleRange(const mvRadian& start, const mvRadian& end, bool unused = false);
   /// A range of the given kind, whatever start and end hold.
   mvAngleRange(const mvRadian& start, const mvRadian& end, mvRangeDefs::Range kind);
+  /** @name Values and operators */
+  ///@{
+  /// The ends.
   mvRadian start() const { return start_; }
   mvRadian end() const { return end_; }
+  ///@}
   /// Start plus half the length.
   mvRadian middle() const;
   /// End minus start.
@@ -192,9 +225,11 @@ class MVBASE_API mvAngleRange {
   /// Reduces a into [start, start + 2 pi) and tests it against end (eNormal); always true
   /// for eFull and false for eEmpty.
   bool isWithin(const mvRadian& a) const;
+  /// The kind: eNormal, eEmpty or eFull.
   mvRangeDefs::Range range() const { return kind_; }
   /// Equal when kind, start and end all are.
   bool operator==(const mvAngleRange& o) const;
+  /// Not operator==.
   bool operator!=(const mvAngleRange& o) const { return !(*this == o); }
   /// The range that holds every angle.
   static mvAngleRange FullRange();
@@ -214,21 +249,28 @@ template <>
 class mvMatrix<2> {
  public:
   constexpr mvMatrix() : a_{1.0, 0.0, 0.0, 1.0} {}
+  /// From the elements in row order.
   constexpr mvMatrix(double a00, double a01, double a10, double a11) : a_{a00, a01, a10, a11} {}
   /// Element at row, column, both counted from 0 (no range check beyond 0..1).
   double element(long row, long col) const { return a_[(row & 1) * 2 + (col & 1)]; }
+  /// Sets the element at row, column.
   void element(long row, long col, double v) { a_[(row & 1) * 2 + (col & 1)] = v; }
+  /// a00 a11 - a01 a10.
   double determinant() const { return a_[0] * a_[3] - a_[1] * a_[2]; }
+  /// The matrix product.
   mvMatrix operator*(const mvMatrix& o) const {
     return mvMatrix(a_[0] * o.a_[0] + a_[1] * o.a_[2], a_[0] * o.a_[1] + a_[1] * o.a_[3],
                     a_[2] * o.a_[0] + a_[3] * o.a_[2], a_[2] * o.a_[1] + a_[3] * o.a_[3]);
   }
+  /// Maps a vector.
   mvVector<2> operator*(const mvVector<2>& p) const {
     return mvVector<2>(a_[0] * p.x() + a_[1] * p.y(), a_[2] * p.x() + a_[3] * p.y());
   }
+  /// Exact equality of the elements.
   bool operator==(const mvMatrix& o) const {
     return a_[0] == o.a_[0] && a_[1] == o.a_[1] && a_[2] == o.a_[2] && a_[3] == o.a_[3];
   }
+  /// Not operator==.
   bool operator!=(const mvMatrix& o) const { return !(*this == o); }
 
  private:
@@ -245,15 +287,20 @@ class MVBASE_API mvXform<2> {
  public:
   /// The identity.
   constexpr mvXform() = default;
+  /// From the linear part and the translation.
   mvXform(const mvMatrix<2>& m, const mvVector<2>& t) : m_(m), t_(t) {}
   /// First matrix column xScale (cos xRot, sin xRot), second yScale (-sin yRot, cos yRot),
   /// then translated by trans.
   mvXform(const mvVector<2>& trans, const mvRadian& xRot, const mvRadian& yRot, double xScale,
           double yScale);
+  /** @name Values and operators */
+  ///@{
+  /// The linear part and the translation, read and set.
   const mvMatrix<2>& matrix() const { return m_; }
   void matrix(const mvMatrix<2>& m) { m_ = m; }
   const mvVector<2>& trans() const { return t_; }
   void trans(const mvVector<2>& t) { t_ = t; }
+  ///@}
   /// Composition: (A * B)(p) = A(B(p)).
   mvXform operator*(const mvXform& o) const { return mvXform(m_ * o.m_, m_ * o.t_ + t_); }
   /// Maps a point.
@@ -272,8 +319,12 @@ class MVBASE_API mvXform<2> {
   double xScale() const;
   /// Length of the image of the unit y axis.
   double yScale() const;
+  /** @name Values and operators */
+  ///@{
+  /// Exact equality of the linear part and the translation, and its negation.
   bool operator==(const mvXform& o) const { return m_ == o.m_ && t_ == o.t_; }
   bool operator!=(const mvXform& o) const { return !(*this == o); }
+  ///@}
 
   /// The identity transform.
   static const mvXform I;
@@ -287,9 +338,14 @@ class MVBASE_API mvXform<2> {
 class MVBASE_API mvLine {
  public:
   mvLine() = default;
+  /// The line through p1 and p2.
   mvLine(const mvVector<2>& p1, const mvVector<2>& p2) : p1_(p1), p2_(p2) {}
+  /** @name Values and operators */
+  ///@{
+  /// The two points.
   const mvVector<2>& p1() const { return p1_; }
   const mvVector<2>& p2() const { return p2_; }
+  ///@}
   /// Unsigned perpendicular distance from p to the line; the distance to p1 when the two
   /// points coincide.
   double distToPoint(const mvVector<2>& p) const;
@@ -308,6 +364,10 @@ template <>
 class mvRectangle<long> {
  public:
   mvRectangle() = default;
+  /** @name Values and operators */
+  ///@{
+  /// From the corners; the corners (read and set), the width lr.x - ul.x, the height lr.y - ul.y
+  /// and equality of the corners.
   mvRectangle(const mvPair<long>& ul, const mvPair<long>& lr) : ul_(ul), lr_(lr) {}
   const mvPair<long>& ul() const { return ul_; }
   const mvPair<long>& lr() const { return lr_; }
@@ -317,6 +377,7 @@ class mvRectangle<long> {
   long height() const { return lr_.y() - ul_.y(); }
   bool operator==(const mvRectangle& o) const { return ul_ == o.ul_ && lr_ == o.lr_; }
   bool operator!=(const mvRectangle& o) const { return !(*this == o); }
+  ///@}
 
  private:
   mvPair<long> ul_;
@@ -330,6 +391,10 @@ class mvRectangle<double> {
   mvRectangle() = default;
   /// Origin (x, y), width w, height h.
   mvRectangle(double x, double y, double w, double h) : ul_(x, y), lr_(x + w, y + h) {}
+  /** @name Values and operators */
+  ///@{
+  /// From the corners; the corners, the width lr.x - ul.x, the height lr.y - ul.y and equality of
+  /// the corners.
   mvRectangle(const mvVector<2>& ul, const mvVector<2>& lr) : ul_(ul), lr_(lr) {}
   const mvVector<2>& ul() const { return ul_; }
   const mvVector<2>& lr() const { return lr_; }
@@ -337,6 +402,7 @@ class mvRectangle<double> {
   double height() const { return lr_.y() - ul_.y(); }
   bool operator==(const mvRectangle& o) const { return ul_ == o.ul_ && lr_ == o.lr_; }
   bool operator!=(const mvRectangle& o) const { return !(*this == o); }
+  ///@}
 
  private:
   mvVector<2> ul_;

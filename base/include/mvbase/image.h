@@ -18,6 +18,9 @@
 class mvPelRect {
  public:
   mvPelRect() = default;
+  /** @name Values and operators */
+  ///@{
+  /// From the upper-left corner and the size; the corner, the size and their coordinates.
   mvPelRect(long x, long y, long width, long height) : ul_(x, y), size_(width, height) {}
   mvPelRect(const mvPair<long>& ul, const mvPair<long>& size) : ul_(ul), size_(size) {}
   const mvPair<long>& ul() const { return ul_; }
@@ -26,6 +29,7 @@ class mvPelRect {
   long y() const { return ul_.y(); }
   long width() const { return size_.x(); }
   long height() const { return size_.y(); }
+  ///@}
 
  private:
   mvPair<long> ul_;
@@ -40,11 +44,16 @@ class MVBASE_API mv_PelBuffer {
 
   /// Width and height of the (windowed) buffer in pels; 0 when unbound.
   long width() const { return width_; }
+  /** @name Values and operators */
+  ///@{
+  /// Height, and both sizes as (width, height).
   long height() const { return height_; }
   mvPair<long> size() const { return mvPair<long>(width_, height_); }
+  ///@}
   /// Position of the upper-left pel in the coordinates of the image it windows into.
   /// window() and setEntire() move it with the window, so a pel keeps its coordinates.
   const mvPair<long>& offset() const { return offset_; }
+  /// Sets offset().
   void offset(const mvPair<long>& o) { offset_ = o; }
   /// True when the buffer holds an image.
   bool isBound() const { return static_cast<bool>(storage_); }
@@ -52,6 +61,7 @@ class MVBASE_API mv_PelBuffer {
   /// changes nothing when the rectangle does not lie inside the root image. The flag is
   /// accepted for compatibility and has no effect.
   bool window(long x, long y, long width, long height, bool unused = false);
+  /// window() with a mvPelRect.
   bool window(const mvPelRect& r) { return window(r.x(), r.y(), r.width(), r.height()); }
   /// Widens the window back to the whole root image (the offset moves back with it).
   void setEntire();
@@ -59,8 +69,12 @@ class MVBASE_API mv_PelBuffer {
   void setUnbound();
   /// Distance in pels from one row to the next.
   long rowUpdate() const { return stride_; }
+  /** @name Values and operators */
+  ///@{
+  /// The transform from pel coordinates to client coordinates, read and set.
   const mvXform<2>& clientFromImageXform() const { return clientFromImage_; }
   void clientFromImageXform(const mvXform<2>& x) { clientFromImage_ = x; }
+  ///@}
   /// Bytes per pel.
   std::size_t pelSize() const { return pelSize_; }
 
@@ -70,6 +84,7 @@ class MVBASE_API mv_PelBuffer {
   friend MVBASE_API mvArchive& operator||(mvArchive& ar, mv_PelBuffer& buffer);
 
  protected:
+  /// A buffer of pels of the given size in bytes, unbound.
   explicit mv_PelBuffer(std::size_t pelSize);
   /// Allocates a zeroed root image with guard rows; alignment below 1 counts as 1.
   void allocate_(long width, long height, long alignment);
@@ -109,11 +124,13 @@ class mvPelBuffer_const : public mv_PelBuffer {
     checkPel_(wx, wy);
     return pointToRow(wy)[wx];
   }
+  /// get() at a position.
   T get(const mvPair<long>& p) const { return get(p.x(), p.y()); }
 
   void serializePels_(mvArchive& ar) override;
 
  protected:
+  /// Row y of the window, writable, for the writable buffer.
   T* mutableRow_(long y) const { return reinterpret_cast<T*>(rowBytes_(y)); }
 };
 
@@ -127,6 +144,7 @@ class mvPelBuffer : public mvPelBuffer_const<T> {
     this->allocate_(width, height, alignment);
   }
   using mvPelBuffer_const<T>::pointToRow;
+  /// Row y of the window, writable.
   T* pointToRow(long y) { return this->mutableRow_(y); }
   /// Writes the pel at (x, y) of the buffer's own frame.
   void put(long x, long y, T v) {
@@ -135,6 +153,7 @@ class mvPelBuffer : public mvPelBuffer_const<T> {
     this->checkPel_(wx, wy);
     this->mutableRow_(wy)[wx] = v;
   }
+  /// put() at a position.
   void put(const mvPair<long>& p, T v) { put(p.x(), p.y(), v); }
 };
 

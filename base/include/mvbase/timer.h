@@ -10,6 +10,7 @@ class MVBASE_API mvTimer {
  public:
   /// Starts at once when startNow is true.
   explicit mvTimer(bool startNow = true);
+  /// Starts (again) from now.
   void start();
   /// Seconds since start(); 0 when never started.
   double sec() const;
