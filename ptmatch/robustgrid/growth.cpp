@@ -1,0 +1,141 @@
+// The growth: nodes visited best supported first, each taking the free point nearest its
+// prediction inside a gate that narrows to the robust noise level of the residuals.
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <map>
+#include <queue>
+#include <utility>
+
+#include "mvbase/attention.h"
+#include "robustgrid/context.h"
+
+namespace ptmatch {
+namespace robustgrid {
+
+namespace {
+
+/// The first gate, in local pitches, and its widest and narrowest.
+constexpr double kFirstGate = 0.3;
+constexpr double kWidestGate = 0.4;
+constexpr double kNarrowestGate = 0.12;
+/// Residuals after which the gate follows the noise, and the gate in noise levels.
+constexpr long kResidualsForNoise = 20;
+constexpr double kGateSigmas = 4.5;
+/// Empty nodes in a row that the growth steps over.
+constexpr long kMaxGap = 2;
+/// The median distance of a 2-D normal error over its per-axis sigma, sqrt(2 ln 2).
+constexpr double kMedianOverSigma = 1.1774100225154747;
+
+/// A node waiting to be visited: more assigned neighbours first, then fewer empty nodes
+/// stepped over, then the order of pushing.
+struct Candidate {
+  long support;
+  long gap;
+  std::uint64_t order;
+  long p;
+  long q;
+  // std::priority_queue pops the largest, so the best candidate compares largest.
+  bool operator<(const Candidate& o) const {
+    if (support != o.support) return support < o.support;
+    if (gap != o.gap) return gap > o.gap;
+    return order > o.order;
+  }
+};
+
+/// What became of a visited node: the support and gap it was last tried with.
+struct Tried {
+  long support;
+  long gap;
+};
+
+class Grower {
+ public:
+  Grower(const PointIndex& index, const Seed& seed, Growth& growth)
+      : index_(index), seed_(seed), growth_(growth) {}
+
+  void run() {
+    assign_(0, 0, seed_.point, 0.0);
+    while (!queue_.empty()) {
+      mvAttention::check();
+      const Candidate c = queue_.top();
+      queue_.pop();
+      visit_(c);
+    }
+  }
+
+ private:
+  void visit_(const Candidate& c) {
+    if (growth_.nodes.at(c.p, c.q) != kNone) return;
+    const long support = growth_.nodes.support(c.p, c.q);
+    const long key = c.q * 1000003L + c.p;
+    auto tried = tried_.find(key);
+    if (tried != tried_.end() && tried->second.support >= support && tried->second.gap <= c.gap) {
+      return;
+    }
+    tried_[key] = {support, c.gap};
+
+    Prediction prediction;
+    if (!predictNode(growth_, index_.points(), seed_.local, c.p, c.q, prediction)) return;
+    const long point =
+        index_.nearestFree(prediction.position, gate_(prediction.pitch), &growth_.taken);
+    if (point != kNone) {
+      const double residual =
+          (index_.points()[static_cast<std::size_t>(point)] - prediction.position).len();
+      assign_(c.p, c.q, point, residual);
+    } else if (c.gap < kMaxGap) {
+      pushAround_(c.p, c.q, c.gap + 1);
+    }
+  }
+
+  double gate_(double pitch) {
+    const long n = static_cast<long>(residuals_.size());
+    if (n < kResidualsForNoise) return kFirstGate * pitch;
+    // The noise level is renewed each time the residuals have grown by a tenth.
+    if (n >= sigmaCount_ + std::max(1L, sigmaCount_ / 10)) {
+      std::vector<double> r(residuals_);
+      std::nth_element(r.begin(), r.begin() + n / 2, r.end());
+      sigma_ = r[static_cast<std::size_t>(n / 2)] / kMedianOverSigma;
+      sigmaCount_ = n;
+    }
+    return std::min(kWidestGate * pitch, std::max(kNarrowestGate * pitch, kGateSigmas * sigma_));
+  }
+
+  void assign_(long p, long q, long point, double residual) {
+    growth_.nodes.set(p, q, point);
+    growth_.nodeP[static_cast<std::size_t>(point)] = p;
+    growth_.nodeQ[static_cast<std::size_t>(point)] = q;
+    growth_.taken[static_cast<std::size_t>(point)] = 1;
+    ++growth_.count;
+    if (p != 0 || q != 0) residuals_.push_back(residual);
+    pushAround_(p, q, 0);
+  }
+
+  void pushAround_(long p, long q, long gap) {
+    static constexpr long kAround[4][2] = {{1, 0}, {-1, 0}, {0, 1}, {0, -1}};
+    for (const auto& d : kAround) {
+      const long np = p + d[0], nq = q + d[1];
+      if (!growth_.nodes.inside(np, nq) || growth_.nodes.at(np, nq) != kNone) continue;
+      queue_.push({growth_.nodes.support(np, nq), gap, order_++, np, nq});
+    }
+  }
+
+  const PointIndex& index_;
+  const Seed& seed_;
+  Growth& growth_;
+  std::priority_queue<Candidate> queue_;
+  std::map<long, Tried> tried_;
+  std::vector<double> residuals_;
+  std::uint64_t order_ = 0;
+  double sigma_ = 0.0;   ///< robust noise level of the residuals
+  long sigmaCount_ = 0;  ///< residuals behind sigma_
+};
+
+}  // namespace
+
+void grow(const PointIndex& index, const Seed& seed, Growth& growth) {
+  Grower(index, seed, growth).run();
+}
+
+}  // namespace robustgrid
+}  // namespace ptmatch

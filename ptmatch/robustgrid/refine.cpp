@@ -1,0 +1,243 @@
+// The labelling of the lattice's axes and the refinement over the whole board.
+#include "robustgrid/refine.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace ptmatch {
+namespace robustgrid {
+
+namespace {
+
+constexpr long kUnassigned = mvRobustGridMapResult::kUnassigned;
+/// The median distance of a 2-D normal error over its per-axis sigma, sqrt(2 ln 2).
+constexpr double kMedianOverSigma = 1.1774100225154747;
+/// The rejection distance never falls below, nor rises above, these parts of the local
+/// distance between nodes.
+constexpr double kSmallestReject = 0.05;
+constexpr double kLargestReject = 0.45;
+/// Assignment and rejection passes.
+constexpr int kPasses = 2;
+
+bool assigned(const mvPair<long>& n) { return n.x() != kUnassigned; }
+
+mvVector<2> at(const mvPair<long>& n) {
+  return mvVector<2>(static_cast<double>(n.x()), static_cast<double>(n.y()));
+}
+
+double cosine(const mvVector<2>& a, const mvVector<2>& b) {
+  const double d = a.len() * b.len();
+  return d > 0.0 ? (a.x() * b.x() + a.y() * b.y()) / d : 0.0;
+}
+
+/// The box of the nodes, in which points may be reassigned.
+struct Box {
+  long u0 = 0, u1 = -1, v0 = 0, v1 = -1;
+  bool contains(const mvPair<long>& n) const {
+    return n.x() >= u0 && n.x() <= u1 && n.y() >= v0 && n.y() <= v1;
+  }
+  std::size_t slot(const mvPair<long>& n) const {
+    return static_cast<std::size_t>((n.y() - v0) * (u1 - u0 + 1) + (n.x() - u0));
+  }
+  std::size_t size() const { return static_cast<std::size_t>((u1 - u0 + 1) * (v1 - v0 + 1)); }
+};
+
+Box boxOf(const std::vector<mvPair<long>>& nodes) {
+  Box b;
+  bool first = true;
+  for (const mvPair<long>& n : nodes) {
+    if (!assigned(n)) continue;
+    b.u0 = first ? n.x() : std::min(b.u0, n.x());
+    b.u1 = first ? n.x() : std::max(b.u1, n.x());
+    b.v0 = first ? n.y() : std::min(b.v0, n.y());
+    b.v1 = first ? n.y() : std::max(b.v1, n.y());
+    first = false;
+  }
+  return b;
+}
+
+/// The nearest node of grid position g (of even index sum when staggered).
+mvPair<long> nearestNode(const mvVector<2>& g, bool staggered) {
+  const double limit = 1e9;
+  if (!(std::fabs(g.x()) < limit && std::fabs(g.y()) < limit)) {
+    return mvPair<long>(kUnassigned, kUnassigned);
+  }
+  if (!staggered) return mvPair<long>(std::lround(g.x()), std::lround(g.y()));
+  const long p = std::lround(0.5 * (g.x() + g.y()));
+  const long q = std::lround(0.5 * (g.x() - g.y()));
+  return mvPair<long>(p + q, p - q);
+}
+
+/// The distance from the node's position to its nearest neighbour node's.
+double nodeSpacing(const mv2PTm& h, const mvPair<long>& n, bool staggered) {
+  const mvVector<2> g = at(n);
+  const mvVector<2> x = h.a2b(g);
+  const mvVector<2> s1 = staggered ? mvVector<2>(1.0, 1.0) : mvVector<2>(1.0, 0.0);
+  const mvVector<2> s2 = staggered ? mvVector<2>(1.0, -1.0) : mvVector<2>(0.0, 1.0);
+  return std::min((h.a2b(g + s1) - x).len(), (h.a2b(g + s2) - x).len());
+}
+
+bool fit(const Points& points, const std::vector<mvPair<long>>& nodes, mv2PTm& h) {
+  std::vector<mvVector<2>> grid, image;
+  for (std::size_t i = 0; i < nodes.size(); ++i) {
+    if (!assigned(nodes[i])) continue;
+    grid.push_back(at(nodes[i]));
+    image.push_back(points[i]);
+  }
+  if (grid.size() < 4) return false;
+  try {
+    h.fit(grid, image);
+  } catch (const mvException&) {
+    return false;
+  }
+  for (long k = 0; k < 8; ++k) {
+    const mvVector<2> x = h.a2b(grid[static_cast<std::size_t>(k) % grid.size()]);
+    if (!std::isfinite(x.x()) || !std::isfinite(x.y())) return false;
+  }
+  return true;
+}
+
+/// One pass: every point to its nearest node in the box, the nearest point per node kept,
+/// then the ones beyond the rejection distance dropped.
+void reassign(const Points& points, const Box& box, bool staggered, double rejectSigmas,
+              Refined& r) {
+  const std::size_t n = points.size();
+  std::vector<double> spacing(n, 0.0);
+  std::vector<long> owner(box.size(), kNone);
+  r.nodes.assign(n, mvPair<long>(kUnassigned, kUnassigned));
+  r.residuals.assign(n, -1.0);
+  for (std::size_t i = 0; i < n; ++i) {
+    const mvPair<long> node = nearestNode(r.homography.b2a(points[i]), staggered);
+    if (!assigned(node) || !box.contains(node)) continue;
+    const double d = (points[i] - r.homography.a2b(at(node))).len();
+    if (!std::isfinite(d)) continue;
+    long& o = owner[box.slot(node)];
+    if (o != kNone && r.residuals[static_cast<std::size_t>(o)] <= d) continue;
+    if (o != kNone) {
+      r.nodes[static_cast<std::size_t>(o)] = mvPair<long>(kUnassigned, kUnassigned);
+      r.residuals[static_cast<std::size_t>(o)] = -1.0;
+    }
+    o = static_cast<long>(i);
+    r.nodes[i] = node;
+    r.residuals[i] = d;
+    spacing[i] = nodeSpacing(r.homography, node, staggered);
+  }
+  std::vector<double> kept;
+  for (double d : r.residuals) {
+    if (d >= 0.0) kept.push_back(d);
+  }
+  r.sigma = 0.0;
+  if (!kept.empty()) {
+    std::nth_element(kept.begin(), kept.begin() + static_cast<long>(kept.size() / 2), kept.end());
+    r.sigma = kept[kept.size() / 2] / kMedianOverSigma;
+  }
+  r.count = 0;
+  for (std::size_t i = 0; i < n; ++i) {
+    if (r.residuals[i] < 0.0) continue;
+    const double limit = std::min(kLargestReject * spacing[i],
+                                  std::max(rejectSigmas * r.sigma, kSmallestReject * spacing[i]));
+    if (r.residuals[i] > limit) {
+      r.nodes[i] = mvPair<long>(kUnassigned, kUnassigned);
+      r.residuals[i] = -1.0;
+    } else {
+      ++r.count;
+    }
+  }
+}
+
+}  // namespace
+
+Labelling chooseLabelling(const Lattice& local, const mvRobustGridMapParams& params) {
+  const mvVector<2> refX = params.hasVectors() ? params.xv() : mvVector<2>(1.0, 0.0);
+  const mvVector<2> refY = params.hasVectors() ? params.yv() : mvVector<2>(0.0, 1.0);
+  // Steps per unit of the unturned labels: (p, q) itself, or (p + q, p - q) when staggered.
+  const mvVector<2> baseX = params.staggered() ? (local.a + local.b) * 0.5 : local.a;
+  const mvVector<2> baseY = params.staggered() ? (local.a - local.b) * 0.5 : local.b;
+  const long base[2][2] = {{1, params.staggered() ? 1 : 0},
+                           {params.staggered() ? 1 : 0, params.staggered() ? -1 : 1}};
+  Labelling best;
+  double bestScore = -std::numeric_limits<double>::infinity();
+  // The 8 turns and mirrors of the axes, as signed permutations t of the base labels.
+  for (int swap = 0; swap < 2; ++swap) {
+    for (int sx = -1; sx <= 1; sx += 2) {
+      for (int sy = -1; sy <= 1; sy += 2) {
+        const long t[2][2] = {{swap ? 0 : sx, swap ? sx : 0}, {swap ? sy : 0, swap ? 0 : sy}};
+        // The inverse of a signed permutation is its transpose: the image step per unit
+        // of the new first label is t[0][0] baseX + t[0][1] baseY.
+        const mvVector<2> xv =
+            baseX * static_cast<double>(t[0][0]) + baseY * static_cast<double>(t[0][1]);
+        const mvVector<2> yv =
+            baseX * static_cast<double>(t[1][0]) + baseY * static_cast<double>(t[1][1]);
+        const double score = cosine(xv, refX) + cosine(yv, refY);
+        if (!(score > bestScore + 1e-12)) continue;
+        bestScore = score;
+        for (int i = 0; i < 2; ++i) {
+          for (int j = 0; j < 2; ++j) best.m[i][j] = t[i][0] * base[0][j] + t[i][1] * base[1][j];
+        }
+        best.xv = xv;
+        best.yv = yv;
+      }
+    }
+  }
+  return best;
+}
+
+bool refine(const Points& points, const std::vector<mvPair<long>>& grown,
+            const mvRobustGridMapParams& params, Refined& out) {
+  const Box box = boxOf(grown);
+  out.nodes = grown;
+  if (!fit(points, out.nodes, out.homography)) return false;
+  for (int pass = 0; pass < kPasses; ++pass) {
+    reassign(points, box, params.staggered(), params.rejectSigmas(), out);
+    if (!fit(points, out.nodes, out.homography)) return false;
+  }
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    if (out.residuals[i] >= 0.0) {
+      out.residuals[i] = (points[i] - out.homography.a2b(at(out.nodes[i]))).len();
+    }
+  }
+  return true;
+}
+
+mvXform<2> normalise(const Points& points, bool staggered, Refined& refined) {
+  const Box box = boxOf(refined.nodes);
+  long du = box.u0, dv = box.v0;
+  if (staggered && ((du + dv) % 2 != 0)) --du;
+  std::vector<mvVector<2>> grid, image;
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    mvPair<long>& n = refined.nodes[i];
+    if (!assigned(n)) continue;
+    n = mvPair<long>(n.x() - du, n.y() - dv);
+    grid.push_back(at(n));
+    image.push_back(points[i]);
+  }
+  refined.homography.fit(grid, image);
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    if (refined.residuals[i] >= 0.0) {
+      refined.residuals[i] = (points[i] - refined.homography.a2b(at(refined.nodes[i]))).len();
+    }
+  }
+  return mv2PtMatchTm(grid, image, 6).a2bXform();
+}
+
+bool unfolded(const Refined& refined) {
+  const Box box = boxOf(refined.nodes);
+  const mv2PTm& h = refined.homography;
+  double sign = 0.0;
+  for (long corner = 0; corner < 4; ++corner) {
+    const mvVector<2> g(static_cast<double>(corner % 2 ? box.u1 : box.u0),
+                        static_cast<double>(corner / 2 ? box.v1 : box.v0));
+    const mvVector<2> x = h.a2b(g);
+    const mvVector<2> du = h.a2b(g + mvVector<2>(1.0, 0.0)) - x;
+    const mvVector<2> dv = h.a2b(g + mvVector<2>(0.0, 1.0)) - x;
+    const double det = du.x() * dv.y() - du.y() * dv.x();
+    if (!std::isfinite(det) || det == 0.0) return false;
+    if (sign != 0.0 && (det > 0.0) != (sign > 0.0)) return false;
+    sign = det;
+  }
+  return true;
+}
+
+}  // namespace robustgrid
+}  // namespace ptmatch
