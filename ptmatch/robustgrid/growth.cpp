@@ -17,7 +17,7 @@ namespace {
 
 /// The first gate, in local pitches, and its widest and narrowest.
 constexpr double kFirstGate = 0.3;
-constexpr double kWidestGate = 0.4;
+constexpr double kWidestGate = 0.45;
 constexpr double kNarrowestGate = 0.12;
 /// Residuals after which the gate follows the noise, and the gate in noise levels.
 constexpr long kResidualsForNoise = 20;

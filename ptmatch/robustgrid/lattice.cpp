@@ -28,6 +28,11 @@ constexpr double kLengthWindow = 0.12;
 constexpr long kMinVotes = 4;
 /// The tolerance of a seed's neighbour, in the shorter lattice step.
 constexpr double kSeedTolerance = 0.3;
+/// Points sampled, and the tolerance in its length, when a step's support is measured.
+constexpr long kSupportSamples = 400;
+constexpr double kSupportTolerance = 0.3;
+/// A finer step replaces a found one when its support is at least this part of theirs.
+constexpr double kFinerSupport = 0.5;
 
 struct Vote {
   double angle;  ///< degrees in [0, 180)
@@ -128,6 +133,44 @@ Lattice expectedLattice(const mvRobustGridMapParams& params) {
   return {params.xv() + params.yv(), params.xv() - params.yv()};
 }
 
+/// The share of the points (every step-th, at most kSupportSamples) with a point near x + c.
+double support(const PointIndex& index, const mvVector<2>& c) {
+  const long n = static_cast<long>(index.points().size());
+  const long step = std::max(1L, n / kSupportSamples);
+  const double tolerance = kSupportTolerance * c.len();
+  long found = 0, tried = 0;
+  for (long i = 0; i < n; i += step, ++tried) {
+    const long j = index.nearestFree(index.points()[static_cast<std::size_t>(i)] + c, tolerance,
+                                     nullptr);
+    if (j != kNone && j != i) ++found;
+  }
+  return tried > 0 ? static_cast<double>(found) / static_cast<double>(tried) : 0.0;
+}
+
+/// Replaces vectors that span a coarser lattice than the points fill: the diagonals of
+/// the true lattice (unless staggered, where the diagonals are its vectors) or twice a
+/// vector, as long as the finer step is about as well supported as the found ones.
+void refineLattice(const PointIndex& index, bool staggered, Lattice& lattice) {
+  for (int round = 0; round < 2; ++round) {
+    const double base = kFinerSupport * std::min(support(index, lattice.a), support(index, lattice.b));
+    const mvVector<2> c1 = (lattice.a + lattice.b) * 0.5, c2 = (lattice.a - lattice.b) * 0.5;
+    if (!staggered && support(index, c1) >= base && support(index, c2) >= base) {
+      lattice = {c1, c2};
+      continue;
+    }
+    bool changed = false;
+    if (support(index, lattice.a * 0.5) >= base) {
+      lattice.a = lattice.a * 0.5;
+      changed = true;
+    }
+    if (support(index, lattice.b * 0.5) >= base) {
+      lattice.b = lattice.b * 0.5;
+      changed = true;
+    }
+    if (!changed) return;
+  }
+}
+
 }  // namespace
 
 bool estimateLattice(const PointIndex& index, const mvRobustGridMapParams& params,
@@ -158,8 +201,12 @@ bool estimateLattice(const PointIndex& index, const mvRobustGridMapParams& param
     });
   }
   if (first < 0 || second < 0) return false;
-  return axisVector(votes, static_cast<double>(first), lattice.a) &&
-         axisVector(votes, static_cast<double>(second), lattice.b);
+  if (!axisVector(votes, static_cast<double>(first), lattice.a) ||
+      !axisVector(votes, static_cast<double>(second), lattice.b)) {
+    return false;
+  }
+  refineLattice(index, params.staggered(), lattice);
+  return true;
 }
 
 namespace {

@@ -16,7 +16,7 @@ constexpr double kMedianOverSigma = 1.1774100225154747;
 /// The rejection distance never falls below, nor rises above, these parts of the local
 /// distance between nodes.
 constexpr double kSmallestReject = 0.05;
-constexpr double kLargestReject = 0.45;
+constexpr double kLargestReject = 0.5;
 /// Assignment and rejection passes.
 constexpr int kPasses = 2;
 
@@ -148,7 +148,72 @@ void reassign(const Points& points, const Box& box, bool staggered, double rejec
 
 }  // namespace
 
-Labelling chooseLabelling(const Lattice& local, const mvRobustGridMapParams& params) {
+namespace {
+
+/// How well the grown nodes fill their box once sheared by s and rewritten for staggered
+/// grids: nodes over the box's nodes.
+double fill(const Growth& growth, const long (&s)[2][2], bool staggered) {
+  long u0 = 0, u1 = 0, v0 = 0, v1 = 0;
+  bool first = true;
+  for (std::size_t i = 0; i < growth.taken.size(); ++i) {
+    if (growth.taken[i] == 0) continue;
+    const long p = growth.nodeP[i], q = growth.nodeQ[i];
+    long u = s[0][0] * p + s[0][1] * q, v = s[1][0] * p + s[1][1] * q;
+    if (staggered) {
+      const long w = u;
+      u = w + v;
+      v = w - v;
+    }
+    u0 = first ? u : std::min(u0, u);
+    u1 = first ? u : std::max(u1, u);
+    v0 = first ? v : std::min(v0, v);
+    v1 = first ? v : std::max(v1, v);
+    first = false;
+  }
+  double area = static_cast<double>((u1 - u0 + 1) * (v1 - v0 + 1));
+  if (staggered) area *= 0.5;
+  return static_cast<double>(growth.count) / area;
+}
+
+/// The unimodular shear of the lattice indices (a product of single shears) that makes
+/// the grown nodes fill their box best; the identity unless another fills clearly better.
+void straighten(const Growth& growth, bool staggered, long (&s)[2][2]) {
+  static constexpr long kShears[4][2][2] = {
+      {{1, 1}, {0, 1}}, {{1, -1}, {0, 1}}, {{1, 0}, {1, 1}}, {{1, 0}, {-1, 1}}};
+  double best = fill(growth, s, staggered);
+  for (int round = 0; round < 3; ++round) {
+    long bestNext[2][2] = {{s[0][0], s[0][1]}, {s[1][0], s[1][1]}};
+    bool improved = false;
+    for (const auto& h : kShears) {
+      long next[2][2];
+      for (int i = 0; i < 2; ++i) {
+        for (int j = 0; j < 2; ++j) next[i][j] = h[i][0] * s[0][j] + h[i][1] * s[1][j];
+      }
+      const double f = fill(growth, next, staggered);
+      if (f > 1.2 * best) {
+        best = f;
+        std::copy(&next[0][0], &next[0][0] + 4, &bestNext[0][0]);
+        improved = true;
+      }
+    }
+    if (!improved) return;
+    std::copy(&bestNext[0][0], &bestNext[0][0] + 4, &s[0][0]);
+  }
+}
+
+}  // namespace
+
+Labelling chooseLabelling(const Growth& growth, const Lattice& grownLocal,
+                          const mvRobustGridMapParams& params) {
+  long shear[2][2] = {{1, 0}, {0, 1}};
+  straighten(growth, params.staggered(), shear);
+  // The lattice vectors per unit of the sheared indices: the inverse shear's columns.
+  const double det = static_cast<double>(shear[0][0] * shear[1][1] - shear[0][1] * shear[1][0]);
+  const Lattice local = {
+      (grownLocal.a * static_cast<double>(shear[1][1]) -
+       grownLocal.b * static_cast<double>(shear[1][0])) / det,
+      (grownLocal.b * static_cast<double>(shear[0][0]) -
+       grownLocal.a * static_cast<double>(shear[0][1])) / det};
   const mvVector<2> refX = params.hasVectors() ? params.xv() : mvVector<2>(1.0, 0.0);
   const mvVector<2> refY = params.hasVectors() ? params.yv() : mvVector<2>(0.0, 1.0);
   // Steps per unit of the unturned labels: (p, q) itself, or (p + q, p - q) when staggered.
@@ -177,6 +242,7 @@ Labelling chooseLabelling(const Lattice& local, const mvRobustGridMapParams& par
         }
         best.xv = xv;
         best.yv = yv;
+        std::copy(&shear[0][0], &shear[0][0] + 4, &best.shear[0][0]);
       }
     }
   }

@@ -13,16 +13,21 @@ namespace robustgrid {
 /// The integer map from lattice indices (p, q) to node indices (u, v), and the image steps
 /// per unit of u and v at the seed.
 struct Labelling {
-  long m[2][2] = {{1, 0}, {0, 1}};
+  long shear[2][2] = {{1, 0}, {0, 1}};  ///< applied first: the straightening of the lattice
+  long m[2][2] = {{1, 0}, {0, 1}};      ///< then the staggered rewrite and the turn
   mvVector<2> xv;
   mvVector<2> yv;
   mvPair<long> apply(long p, long q) const {
-    return mvPair<long>(m[0][0] * p + m[0][1] * q, m[1][0] * p + m[1][1] * q);
+    const long a = shear[0][0] * p + shear[0][1] * q, b = shear[1][0] * p + shear[1][1] * q;
+    return mvPair<long>(m[0][0] * a + m[0][1] * b, m[1][0] * a + m[1][1] * b);
   }
 };
 
-/// The labelling whose axes lie closest to the given vectors (or to +x and +y).
-Labelling chooseLabelling(const Lattice& local, const mvRobustGridMapParams& params);
+/// The labelling whose axes lie closest to the given vectors (or to +x and +y), after the
+/// shear of the lattice indices that makes the grown nodes fill their box best (a strongly
+/// sheared board may first be grown along a skew pair of lattice vectors).
+Labelling chooseLabelling(const Growth& growth, const Lattice& local,
+                          const mvRobustGridMapParams& params);
 
 /// The refined assignment: per point its node or unassigned, its residual (-1 when
 /// unassigned), the fit and the noise level.

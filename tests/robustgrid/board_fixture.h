@@ -127,7 +127,16 @@ struct Strict {
   bool exact() const { return unassigned == 0 && wrong == 0 && clutterAssigned == 0; }
 };
 
-inline Strict checkStrict(const Board& board, const std::vector<mvPair<long>>& map) {
+/// The dots' true nodes turned or mirrored by one of the 8 signed permutations.
+inline mvPair<long> turned(const mvPair<long>& n, int symmetry) {
+  const long a = (symmetry & 4) ? n.y() : n.x();
+  const long b = (symmetry & 4) ? n.x() : n.y();
+  return mvPair<long>((symmetry & 1) ? -a : a, (symmetry & 2) ? -b : b);
+}
+
+/// The strict check under one relabelling of the truth (turn or mirror, then shift).
+inline Strict checkStrictAs(const Board& board, const std::vector<mvPair<long>>& map,
+                            int symmetry) {
   Strict s;
   std::map<std::pair<long, long>, long> shifts;
   long dots = 0;
@@ -142,7 +151,7 @@ inline Strict checkStrict(const Board& board, const std::vector<mvPair<long>>& m
       ++s.unassigned;
       continue;
     }
-    const mvPair<long> d = map[k] - *board.truth[k];
+    const mvPair<long> d = map[k] - turned(*board.truth[k], symmetry);
     ++shifts[{d.x(), d.y()}];
   }
   long best = 0;
@@ -156,6 +165,18 @@ inline Strict checkStrict(const Board& board, const std::vector<mvPair<long>>& m
   return s;
 }
 
+/// The strict check: every dot at its true node up to one relabelling (the identity, or
+/// when `anyTurn` also a turn or mirror of the lattice, and a shift), no clutter on a node.
+inline Strict checkStrict(const Board& board, const std::vector<mvPair<long>>& map,
+                          bool anyTurn = false) {
+  Strict best = checkStrictAs(board, map, 0);
+  for (int symmetry = 1; anyTurn && symmetry < 8; ++symmetry) {
+    const Strict s = checkStrictAs(board, map, symmetry);
+    if (s.wrong < best.wrong) best = s;
+  }
+  return best;
+}
+
 /// The nominal vectors a user states: the pitch along x and y, unturned.
 inline mvRobustGridMapParams paramsFor(const BoardSpec& s) {
   return mvRobustGridMapParams(mvVector<2>(s.pitch, 0.0), mvVector<2>(0.0, s.pitch), s.staggered);
@@ -163,12 +184,13 @@ inline mvRobustGridMapParams paramsFor(const BoardSpec& s) {
 
 /// Maps the board and expects every dot at its true node (one common shift) and no
 /// clutter on any node.
-inline mvRobustGridMapResult expectStrict(const BoardSpec& spec, const mvRobustGridMapParams& p) {
+inline mvRobustGridMapResult expectStrict(const BoardSpec& spec, const mvRobustGridMapParams& p,
+                                          bool anyTurn = false) {
   const Board board = makeBoard(spec);
   mvRobustGridMapResult r;
   const long count = mfRobustGridMap(board.points, p, r);
   EXPECT_TRUE(r.valid()) << r.reason();
-  const Strict s = checkStrict(board, r.map());
+  const Strict s = checkStrict(board, r.map(), anyTurn);
   EXPECT_EQ(s.unassigned, 0) << "dots left without a node";
   EXPECT_EQ(s.wrong, 0) << "dots off the common shift";
   EXPECT_EQ(s.clutterAssigned, 0) << "clutter points given a node";

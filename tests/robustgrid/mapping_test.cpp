@@ -67,8 +67,9 @@ TEST(RobustGridMap, AnyRotation) {
     spec.rotationDegrees = degrees;
     spec.noise = 0.5;
     spec.seed = static_cast<unsigned>(degrees) + 3;
-    expectStrict(spec, paramsFor(spec));
-    expectStrict(spec, mvRobustGridMapParams());
+    // Beyond 45 degrees the labels follow the nearest quarter turn of the given axes.
+    expectStrict(spec, paramsFor(spec), true);
+    expectStrict(spec, mvRobustGridMapParams(), true);
   }
 }
 
@@ -167,7 +168,9 @@ TEST(RobustGridMap, StrongPerspectiveChangesThePitchByAThirdOrMore) {
     }
     if (hi > 1.33 * lo) break;
   }
-  expectStrict(spec, paramsFor(spec));
+  // The board's axes turn so much from corner to corner that the labels may follow
+  // another quarter turn of the given axes.
+  expectStrict(spec, paramsFor(spec), true);
 }
 
 TEST(RobustGridMap, HeavyNoise) {
