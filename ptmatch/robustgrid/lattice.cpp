@@ -140,8 +140,8 @@ double support(const PointIndex& index, const mvVector<2>& c) {
   const double tolerance = kSupportTolerance * c.len();
   long found = 0, tried = 0;
   for (long i = 0; i < n; i += step, ++tried) {
-    const long j = index.nearestFree(index.points()[static_cast<std::size_t>(i)] + c, tolerance,
-                                     nullptr);
+    const long j =
+        index.nearestFree(index.points()[static_cast<std::size_t>(i)] + c, tolerance, nullptr);
     if (j != kNone && j != i) ++found;
   }
   return tried > 0 ? static_cast<double>(found) / static_cast<double>(tried) : 0.0;
@@ -152,7 +152,8 @@ double support(const PointIndex& index, const mvVector<2>& c) {
 /// vector, as long as the finer step is about as well supported as the found ones.
 void refineLattice(const PointIndex& index, bool staggered, Lattice& lattice) {
   for (int round = 0; round < 2; ++round) {
-    const double base = kFinerSupport * std::min(support(index, lattice.a), support(index, lattice.b));
+    const double base =
+        kFinerSupport * std::min(support(index, lattice.a), support(index, lattice.b));
     const mvVector<2> c1 = (lattice.a + lattice.b) * 0.5, c2 = (lattice.a - lattice.b) * 0.5;
     if (!staggered && support(index, c1) >= base && support(index, c2) >= base) {
       lattice = {c1, c2};

@@ -1,8 +1,6 @@
 // mfRobustGridMap: the lattice, the seed, the growth, the labelling, the refinement and the
 // checks, in that order, each leaving the result failed with its reason when it cannot go on.
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 
 #include "mvbase/timer.h"
@@ -94,19 +92,11 @@ long mfRobustGridMap(const std::vector<mvVector<2>>& points, const mvRobustGridM
     return fail(mvRobustGridMapDefs::eTooFewNodes, "the growth assigned fewer nodes than minNodes");
   }
 
-  if (std::getenv("RG_DEBUG")) {
-    std::fprintf(stderr, "lattice a=(%g,%g) b=(%g,%g) seed=%ld local a=(%g,%g) b=(%g,%g) grown=%ld\n",
-                 lattice.a.x(), lattice.a.y(), lattice.b.x(), lattice.b.y(), seed.point,
-                 seed.local.a.x(), seed.local.a.y(), seed.local.b.x(), seed.local.b.y(), growth.count);
-  }
   const Labelling labelling = chooseLabelling(growth, seed.local, params);
   const std::vector<mvPair<long>> grown = labelledNodes(growth, labelling);
   Refined refined;
   if (!refine(points, grown, params, refined)) {
     return fail(mvRobustGridMapDefs::eInconsistent, "the perspective fit over the board failed");
-  }
-  if (std::getenv("RG_DEBUG")) {
-    std::fprintf(stderr, "refined=%ld sigma=%g changed=%ld\n", refined.count, refined.sigma, changedNodes(grown, refined.nodes));
   }
   if (refined.count < params.minNodes()) {
     return fail(mvRobustGridMapDefs::eTooFewNodes,

@@ -209,11 +209,12 @@ Labelling chooseLabelling(const Growth& growth, const Lattice& grownLocal,
   straighten(growth, params.staggered(), shear);
   // The lattice vectors per unit of the sheared indices: the inverse shear's columns.
   const double det = static_cast<double>(shear[0][0] * shear[1][1] - shear[0][1] * shear[1][0]);
-  const Lattice local = {
-      (grownLocal.a * static_cast<double>(shear[1][1]) -
-       grownLocal.b * static_cast<double>(shear[1][0])) / det,
-      (grownLocal.b * static_cast<double>(shear[0][0]) -
-       grownLocal.a * static_cast<double>(shear[0][1])) / det};
+  const Lattice local = {(grownLocal.a * static_cast<double>(shear[1][1]) -
+                          grownLocal.b * static_cast<double>(shear[1][0])) /
+                             det,
+                         (grownLocal.b * static_cast<double>(shear[0][0]) -
+                          grownLocal.a * static_cast<double>(shear[0][1])) /
+                             det};
   const mvVector<2> refX = params.hasVectors() ? params.xv() : mvVector<2>(1.0, 0.0);
   const mvVector<2> refY = params.hasVectors() ? params.yv() : mvVector<2>(0.0, 1.0);
   // Steps per unit of the unturned labels: (p, q) itself, or (p + q, p - q) when staggered.
