@@ -49,7 +49,8 @@ TEST(GridCorrCapacity, EmptyNodeListWithCapacityZeroReturnsFalse) {
   const auto corresponder = trainedOn(kModel, Defs::eBoundaryFeatures);
   ResultSet results = filledResults(corresponder);
   bool found = true;
-  EXPECT_NO_THROW(found = corresponder.run({}, RunParams(0.5, 1.0, 0), results));
+  EXPECT_NO_THROW(
+      found = corresponder.run(std::vector<mvPair<long>>(), RunParams(0.5, 1.0, 0), results));
   expectEarlyFalse(found, results);
 }
 
