@@ -17,7 +17,7 @@ using Defs = mv_PointToGridCorresponderDefs;
 using RunParams = mv_PointToGridCorresponderRunParams;
 using ResultSet = mv_PointToGridCorresponderResultSet;
 
-// 4 x 3 nodes: larger than any observed set below.
+// 4 x 3 nodes.
 const std::initializer_list<const char*> kModel = {"##.#", "#...", ".##."};
 
 // A result set that a successful run has filled, so that clearing it shows.
@@ -54,15 +54,19 @@ TEST(GridCorrCapacity, EmptyNodeListWithCapacityZeroReturnsFalse) {
   expectEarlyFalse(found, results);
 }
 
+// 9 x 2 nodes: wider than 2 x 2 observed nodes with the run's padding around them.
+const std::initializer_list<const char*> kWideModel = {"#..#....#", "#.......#"};
+
 TEST(GridCorrCapacity, ObservedNodesSmallerThanThePatternWithCapacityZeroReturnFalse) {
-  const auto corresponder = trainedOn(kModel, Defs::eBoundaryFeatures);
-  ResultSet results = filledResults(corresponder);
+  const auto corresponder = trainedOn(kWideModel, Defs::eBoundaryFeatures);
+  ResultSet results;
+  ASSERT_TRUE(corresponder.run(nodesOf(kWideModel), RunParams(), results));
   bool found = true;
   // 2 x 2 nodes against a 4 x 3 pattern: nothing to scan.
   EXPECT_NO_THROW(found = corresponder.run(nodesOf({"##", "##"}), RunParams(0.5, 1.0, 0), results));
   expectEarlyFalse(found, results);
 
-  results = filledResults(corresponder);
+  ASSERT_TRUE(corresponder.run(nodesOf(kWideModel), RunParams(), results));
   found = true;
   EXPECT_NO_THROW(found = corresponder.run(imageOf({"##", "#."}), RunParams(0.5, 1.0, 0), results));
   expectEarlyFalse(found, results);
