@@ -46,6 +46,7 @@
 // checks mvAttention once per growth step.
 #pragma once
 
+#include <array>
 #include <string>
 #include <vector>
 
@@ -145,6 +146,9 @@ class PTMATCH_API mvRobustGridMapResult {
   const mvXform<2>& grid2point() const { return grid2point_; }
   /// The perspective transform from node indices (plane a) to point coordinates (plane b).
   const mv2PTm& homography() const { return homography_; }
+  /// The same transform as a 3 x 3 matrix, row by row, its last element 1: a node (u, v)
+  /// lies at ((m0 u + m1 v + m2) / w, (m3 u + m4 v + m5) / w), w = m6 u + m7 v + 1.
+  const std::array<double, 9>& homographyMatrix() const { return matrix_; }
   /// The lattice vectors along the first and second index found in the data (at the seed).
   const mvVector<2>& xv() const { return xv_; }
   const mvVector<2>& yv() const { return yv_; }
@@ -167,6 +171,7 @@ class PTMATCH_API mvRobustGridMapResult {
   std::vector<double> residuals_;         ///< residual of each input point, -1 unassigned
   mvXform<2> grid2point_;                 ///< affine: node indices to points
   mv2PTm homography_;                     ///< perspective: node indices to points
+  std::array<double, 9> matrix_;          ///< homography_ as a matrix
   mvVector<2> xv_;                        ///< lattice vector along the first index
   mvVector<2> yv_;                        ///< lattice vector along the second index
   double sigma_;                          ///< robust noise level per axis

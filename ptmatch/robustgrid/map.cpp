@@ -115,6 +115,7 @@ long mfRobustGridMap(const std::vector<mvVector<2>>& points, const mvRobustGridM
   result.map_ = refined.nodes;
   result.residuals_ = refined.residuals;
   result.homography_ = refined.homography;
+  result.matrix_ = matrixOf(refined.homography);
   result.xv_ = labelling.xv;
   result.yv_ = labelling.yv;
   result.sigma_ = refined.sigma;

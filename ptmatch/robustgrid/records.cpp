@@ -80,5 +80,6 @@ mvRobustGridMapResult::mvRobustGridMapResult()
     : failure_(mvRobustGridMapDefs::eTooFewPoints),
       reason_("not run"),
       time_(0.0),
+      matrix_{1.0, 0.0, 0.0, 0.0, 1.0, 0.0, 0.0, 0.0, 1.0},
       sigma_(0.0),
       count_(0) {}

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <limits>
 
+#include "ptmatch/pinv.h"
+
 namespace ptmatch {
 namespace robustgrid {
 
@@ -286,6 +288,18 @@ mvXform<2> normalise(const Points& points, bool staggered, Refined& refined) {
     }
   }
   return mv2PtMatchTm(grid, image, 6).a2bXform();
+}
+
+std::array<double, 9> matrixOf(const mv2PTm& h) {
+  mvPsuedoInverse fitter(8);
+  for (long k = 0; k < 9; ++k) {
+    const double x = static_cast<double>(k % 3), y = static_cast<double>(k / 3);
+    const mvVector<2> b = h.a2b(mvVector<2>(x, y));
+    fitter.update({x, y, 1.0, 0.0, 0.0, 0.0, -x * b.x(), -y * b.x()}, b.x());
+    fitter.update({0.0, 0.0, 0.0, x, y, 1.0, -x * b.y(), -y * b.y()}, b.y());
+  }
+  const std::vector<double> m = fitter.fit();
+  return {m[0], m[1], m[2], m[3], m[4], m[5], m[6], m[7], 1.0};
 }
 
 bool unfolded(const Refined& refined) {

@@ -2,6 +2,7 @@
 // refinement by a perspective fit over the whole board. Internal to the module.
 #pragma once
 
+#include <array>
 #include <vector>
 
 #include "ptmatch/tm.h"
@@ -48,6 +49,10 @@ bool refine(const Points& points, const std::vector<mvPair<long>>& grown,
 /// Shifts the nodes so that the smallest indices are 0 (the first may be 1 in a staggered
 /// grid) and refits the homography on them; returns the affine fit.
 mvXform<2> normalise(const Points& points, bool staggered, Refined& refined);
+
+/// The matrix of a perspective transform (row by row, last element 1), found from the
+/// images of a few grid points.
+std::array<double, 9> matrixOf(const mv2PTm& h);
 
 /// True when the homography keeps one orientation over the box of the assigned nodes.
 bool unfolded(const Refined& refined);

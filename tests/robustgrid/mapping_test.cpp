@@ -42,6 +42,13 @@ TEST(RobustGridMap, IndicesStartAtZeroAndFollowTheGivenAxes) {
   EXPECT_NEAR(std::atan2(r.xv().y(), r.xv().x()) * 180.0 / kPi, 8.0, 1e-6);
   EXPECT_NEAR(std::atan2(r.yv().y(), r.yv().x()) * 180.0 / kPi, 98.0, 1e-6);
   for (double d : r.residuals()) EXPECT_NEAR(d, 0.0, 1e-6);
+  // The matrix maps node (3, 2) where the homography does.
+  const auto& m = r.homographyMatrix();
+  const double w = m[6] * 3.0 + m[7] * 2.0 + m[8];
+  const mvVector<2> viaMatrix((m[0] * 3.0 + m[1] * 2.0 + m[2]) / w,
+                              (m[3] * 3.0 + m[4] * 2.0 + m[5]) / w);
+  EXPECT_NEAR((viaMatrix - r.homography().a2b(at(3, 2))).len(), 0.0, 1e-6);
+  EXPECT_EQ(m[8], 1.0);
 }
 
 TEST(RobustGridMap, WithoutVectorsTheFirstAxisLiesNearestPlusX) {
