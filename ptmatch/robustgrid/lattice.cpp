@@ -113,15 +113,15 @@ bool axisVector(const std::vector<Vote>& votes, double degrees, mvVector<2>& axi
   }
   if (static_cast<long>(bestEnd - bestStart) < kMinVotes) return false;
   const double length = std::exp(logs[(bestStart + bestEnd) / 2]);
-  const double lo = std::exp(logs[bestStart]), hi = std::exp(logs[bestEnd - 1]);
+  const double lo = logs[bestStart], hi = logs[bestEnd - 1];
   // Mean direction of the band's vectors, as doubled angles so that opposite ones agree.
   for (const Vote& v : votes) {
-    if (binDistance(v.angle, degrees + 0.5) > kAxisDegrees || v.length < lo || v.length > hi) {
-      continue;
-    }
+    const double l = std::log(v.length);
+    if (binDistance(v.angle, degrees + 0.5) > kAxisDegrees || l < lo || l > hi) continue;
     sx += std::cos(2.0 * v.angle * kPi / 180.0);
     sy += std::sin(2.0 * v.angle * kPi / 180.0);
   }
+  if (!(std::hypot(sx, sy) > 0.0)) return false;
   const double angle = 0.5 * std::atan2(sy, sx);
   axis = mvVector<2>(length * std::cos(angle), length * std::sin(angle));
   return true;
