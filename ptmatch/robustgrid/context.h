@@ -71,6 +71,13 @@ class NodeTable {
   /// The point at (p, q), or kNone (also outside the table).
   long at(long p, long q) const { return inside(p, q) ? cells_[slot_(p, q)] : kNone; }
   void set(long p, long q, long point) { cells_[slot_(p, q)] = point; }
+  /// The support and gap a node was last visited with (-1 support: never), inside only.
+  long triedSupport(long p, long q) const { return triedSupport_[slot_(p, q)]; }
+  long triedGap(long p, long q) const { return triedGap_[slot_(p, q)]; }
+  void tried(long p, long q, long support, long gap) {
+    triedSupport_[slot_(p, q)] = support;
+    triedGap_[slot_(p, q)] = gap;
+  }
   /// Assigned nodes among the 8 around (p, q).
   long support(long p, long q) const;
 
@@ -81,6 +88,8 @@ class NodeTable {
   long reach_;
   long side_;
   std::vector<long> cells_;
+  std::vector<long> triedSupport_;
+  std::vector<long> triedGap_;
 };
 
 /// The grown assignment: per point its node (p, q) or none, per node its point.
@@ -100,11 +109,12 @@ struct Prediction {
   double pitch = 0.0;
 };
 
-/// Predicts node (p, q) from the assigned nodes around it: a perspective fit with enough of
-/// them, an affine fit with 3 not on a line, else the seed's vectors from the nearest.
-/// False when no assigned node is near.
+/// Predicts node (p, q) from the assigned nodes around it: an affine fit with 3 not on a
+/// line, refined by a perspective fit when there are enough of them and the affine fit
+/// leaves residuals above the noise level `sigma` (0 when not known yet); else the seed's
+/// vectors from the nearest. False when no assigned node is near.
 bool predictNode(const Growth& growth, const Points& points, const Lattice& fallback, long p,
-                 long q, Prediction& out);
+                 long q, double sigma, Prediction& out);
 
 /// Grows the assignment from the seed over the lattice.
 void grow(const PointIndex& index, const Seed& seed, Growth& growth);

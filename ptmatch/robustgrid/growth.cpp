@@ -76,7 +76,7 @@ class Grower {
     tried_[key] = {support, c.gap};
 
     Prediction prediction;
-    if (!predictNode(growth_, index_.points(), seed_.local, c.p, c.q, prediction)) return;
+    if (!predictNode(growth_, index_.points(), seed_.local, c.p, c.q, sigma_, prediction)) return;
     const long point =
         index_.nearestFree(prediction.position, gate_(prediction.pitch), &growth_.taken);
     if (point != kNone) {

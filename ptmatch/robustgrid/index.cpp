@@ -84,13 +84,16 @@ void PointIndex::nearest(long i, long k, std::vector<long>& out) const {
         }
       }
     }
-    if (static_cast<long>(found.size()) >= k) {
-      std::sort(found.begin(), found.end());
-      const double reach = static_cast<double>(ring) * cell_;
-      if (found[static_cast<std::size_t>(k - 1)].first <= reach * reach) break;
+    // Done when k of them lie within the searched square's inscribed circle.
+    const double reach = static_cast<double>(ring) * cell_;
+    long within = 0;
+    for (const auto& f : found) {
+      if (f.first <= reach * reach) ++within;
     }
+    if (within >= k) break;
   }
-  std::sort(found.begin(), found.end());
+  const std::size_t keep = std::min(found.size(), static_cast<std::size_t>(k));
+  std::partial_sort(found.begin(), found.begin() + static_cast<long>(keep), found.end());
   for (std::size_t e = 0; e < found.size() && static_cast<long>(e) < k; ++e) {
     out.push_back(found[e].second);
   }

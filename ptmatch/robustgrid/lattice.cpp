@@ -12,6 +12,9 @@ namespace {
 constexpr double kPi = 3.141592653589793;
 /// Neighbours per point whose vectors vote.
 constexpr long kNeighbours = 6;
+/// At most about this many points (every step-th) vote, and as many are tried as seeds.
+constexpr long kVotingPoints = 300;
+constexpr long kSeedCandidates = 300;
 /// Bins of the direction histogram over a half turn.
 constexpr long kBins = 180;
 /// Half width, in bins, of the triangular vote of one vector.
@@ -56,7 +59,8 @@ std::vector<Vote> neighbourVotes(const PointIndex& index, double minLength, doub
   std::vector<Vote> votes;
   std::vector<long> near;
   const long n = static_cast<long>(index.points().size());
-  for (long i = 0; i < n; ++i) {
+  const long step = std::max(1L, n / kVotingPoints);
+  for (long i = 0; i < n; i += step) {
     index.nearest(i, kNeighbours, near);
     for (long j : near) {
       const mvVector<2> d =
@@ -272,7 +276,8 @@ bool findSeed(const PointIndex& index, const Lattice& lattice, Seed& seed) {
   SeedScore best;
   long bestIndex = kNone;
   const long n = static_cast<long>(index.points().size());
-  for (long i = 0; i < n; ++i) {
+  const long step = std::max(1L, n / kSeedCandidates);
+  for (long i = 0; i < n; i += step) {
     const SeedScore s = scoreSeed(index, lattice, i, tolerance, nullptr);
     if (!s.bothAxes || s.found < 3) continue;
     if (bestIndex == kNone || better(s, best)) {

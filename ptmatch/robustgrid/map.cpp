@@ -111,11 +111,10 @@ long mfRobustGridMap(const std::vector<mvVector<2>>& points, const mvRobustGridM
     return fail(mvRobustGridMapDefs::eInconsistent, "the fit over the board folds over");
   }
 
-  result.grid2point_ = normalise(points, params.staggered(), refined);
+  result.grid2point_ = normalise(points, params.staggered(), refined, result.homography_);
   result.map_ = refined.nodes;
   result.residuals_ = refined.residuals;
-  result.homography_ = refined.homography;
-  result.matrix_ = matrixOf(refined.homography);
+  result.matrix_ = refined.homography.matrix();
   result.xv_ = labelling.xv;
   result.yv_ = labelling.yv;
   result.sigma_ = refined.sigma;

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "robustgrid/context.h"
+#include "robustgrid/solve.h"
 
 namespace ptmatch {
 namespace robustgrid {
@@ -18,6 +19,8 @@ constexpr long kPerspectiveNodes = 10;
 constexpr long kMaxRadius = 4;
 /// The perspective prediction is kept when it lies this near the affine one (in pitches).
 constexpr double kAgreement = 0.25;
+/// The affine fit is kept when its residuals lie within this many noise levels.
+constexpr double kAffineEnough = 1.25;
 
 /// One assigned node near the predicted one: its index offset and its point.
 struct Sample {
@@ -25,32 +28,6 @@ struct Sample {
   double q;
   mvVector<2> x;
 };
-
-/// Solves the n x n system a x = b in place by Gaussian elimination with partial pivoting;
-/// false when it is singular.
-template <int N>
-bool solve(double (&a)[N][N], double (&b)[N]) {
-  for (int c = 0; c < N; ++c) {
-    int pivot = c;
-    for (int r = c + 1; r < N; ++r) {
-      if (std::fabs(a[r][c]) > std::fabs(a[pivot][c])) pivot = r;
-    }
-    if (!(std::fabs(a[pivot][c]) > 1e-12)) return false;
-    for (int k = 0; k < N; ++k) std::swap(a[c][k], a[pivot][k]);
-    std::swap(b[c], b[pivot]);
-    for (int r = c + 1; r < N; ++r) {
-      const double f = a[r][c] / a[c][c];
-      for (int k = c; k < N; ++k) a[r][k] -= f * a[c][k];
-      b[r] -= f * b[c];
-    }
-  }
-  for (int c = N - 1; c >= 0; --c) {
-    double s = b[c];
-    for (int k = c + 1; k < N; ++k) s -= a[c][k] * b[k];
-    b[c] = s / a[c][c];
-  }
-  return true;
-}
 
 /// Least-squares affine x = c + p u + q v over the samples; the prediction at (0, 0) is c.
 bool fitAffine(const std::vector<Sample>& samples, mvVector<2>& c, mvVector<2>& u, mvVector<2>& v) {
@@ -130,7 +107,7 @@ Prediction fromNearest(const std::vector<Sample>& samples, const Lattice& fallba
 }  // namespace
 
 bool predictNode(const Growth& growth, const Points& points, const Lattice& fallback, long p,
-                 long q, Prediction& out) {
+                 long q, double sigma, Prediction& out) {
   static thread_local std::vector<Sample> samples;
   long radius = 2;
   gather(growth, points, p, q, radius, samples);
@@ -147,6 +124,17 @@ bool predictNode(const Growth& growth, const Points& points, const Lattice& fall
   out.position = c;
   out.pitch = std::min(u.len(), v.len());
   if (static_cast<long>(samples.size()) < kPerspectiveNodes || !(out.pitch > 0.0)) return true;
+  if (sigma > 0.0) {
+    double sum = 0.0;
+    for (const Sample& s : samples) {
+      const mvVector<2> d = s.x - (c + u * s.p + v * s.q);
+      sum += d.x() * d.x() + d.y() * d.y();
+    }
+    // Two coordinates per sample, six parameters: the affine fit's noise per axis.
+    const double rms =
+        std::sqrt(sum / std::max(1.0, 2.0 * static_cast<double>(samples.size()) - 6.0));
+    if (rms <= kAffineEnough * sigma) return true;
+  }
 
   // The perspective fit works on points relative to the affine prediction, in pitches.
   const double scale = 1.0 / out.pitch;

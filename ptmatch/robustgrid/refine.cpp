@@ -5,7 +5,7 @@
 #include <cmath>
 #include <limits>
 
-#include "ptmatch/pinv.h"
+#include "robustgrid/solve.h"
 
 namespace ptmatch {
 namespace robustgrid {
@@ -72,32 +72,22 @@ mvPair<long> nearestNode(const mvVector<2>& g, bool staggered) {
 }
 
 /// The distance from the node's position to its nearest neighbour node's.
-double nodeSpacing(const mv2PTm& h, const mvPair<long>& n, bool staggered) {
+double nodeSpacing(const Perspective& h, const mvPair<long>& n, bool staggered) {
   const mvVector<2> g = at(n);
-  const mvVector<2> x = h.a2b(g);
+  const mvVector<2> x = h.map(g);
   const mvVector<2> s1 = staggered ? mvVector<2>(1.0, 1.0) : mvVector<2>(1.0, 0.0);
   const mvVector<2> s2 = staggered ? mvVector<2>(1.0, -1.0) : mvVector<2>(0.0, 1.0);
-  return std::min((h.a2b(g + s1) - x).len(), (h.a2b(g + s2) - x).len());
+  return std::min((h.map(g + s1) - x).len(), (h.map(g + s2) - x).len());
 }
 
-bool fit(const Points& points, const std::vector<mvPair<long>>& nodes, mv2PTm& h) {
+bool fit(const Points& points, const std::vector<mvPair<long>>& nodes, Perspective& h) {
   std::vector<mvVector<2>> grid, image;
   for (std::size_t i = 0; i < nodes.size(); ++i) {
     if (!assigned(nodes[i])) continue;
     grid.push_back(at(nodes[i]));
     image.push_back(points[i]);
   }
-  if (grid.size() < 4) return false;
-  try {
-    h.fit(grid, image);
-  } catch (const mvException&) {
-    return false;
-  }
-  for (long k = 0; k < 8; ++k) {
-    const mvVector<2> x = h.a2b(grid[static_cast<std::size_t>(k) % grid.size()]);
-    if (!std::isfinite(x.x()) || !std::isfinite(x.y())) return false;
-  }
-  return true;
+  return h.fit(grid, image);
 }
 
 /// One pass: every point to its nearest node in the box, the nearest point per node kept,
@@ -110,9 +100,9 @@ void reassign(const Points& points, const Box& box, bool staggered, double rejec
   r.nodes.assign(n, mvPair<long>(kUnassigned, kUnassigned));
   r.residuals.assign(n, -1.0);
   for (std::size_t i = 0; i < n; ++i) {
-    const mvPair<long> node = nearestNode(r.homography.b2a(points[i]), staggered);
+    const mvPair<long> node = nearestNode(r.homography.unmap(points[i]), staggered);
     if (!assigned(node) || !box.contains(node)) continue;
-    const double d = (points[i] - r.homography.a2b(at(node))).len();
+    const double d = (points[i] - r.homography.map(at(node))).len();
     if (!std::isfinite(d)) continue;
     long& o = owner[box.slot(node)];
     if (o != kNone && r.residuals[static_cast<std::size_t>(o)] <= d) continue;
@@ -205,6 +195,89 @@ void straighten(const Growth& growth, bool staggered, long (&s)[2][2]) {
 
 }  // namespace
 
+namespace {
+
+/// The similarity that moves the points' centroid to 0 and their mean distance from it
+/// to 1, as a 3 x 3 matrix, and its inverse.
+void normaliser(const std::vector<mvVector<2>>& pts, double (&t)[9], double (&inverse)[9]) {
+  mvVector<2> c;
+  for (const mvVector<2>& p : pts) c += p;
+  c = c / static_cast<double>(pts.size());
+  double spread = 0.0;
+  for (const mvVector<2>& p : pts) spread += (p - c).len();
+  spread /= static_cast<double>(pts.size());
+  const double s = spread > 0.0 ? 1.0 / spread : 1.0;
+  const double tm[9] = {s, 0, -s * c.x(), 0, s, -s * c.y(), 0, 0, 1};
+  const double im[9] = {1 / s, 0, c.x(), 0, 1 / s, c.y(), 0, 0, 1};
+  std::copy(tm, tm + 9, t);
+  std::copy(im, im + 9, inverse);
+}
+
+void multiply(const double (&a)[9], const double (&b)[9], double (&out)[9]) {
+  double r[9];
+  for (int i = 0; i < 3; ++i) {
+    for (int j = 0; j < 3; ++j) {
+      r[3 * i + j] = a[3 * i] * b[j] + a[3 * i + 1] * b[3 + j] + a[3 * i + 2] * b[6 + j];
+    }
+  }
+  std::copy(r, r + 9, out);
+}
+
+/// The inverse of a 3 x 3 matrix by its adjugate; false when singular.
+bool invert(const double (&m)[9], double (&out)[9]) {
+  const double a[9] = {
+      m[4] * m[8] - m[5] * m[7], m[2] * m[7] - m[1] * m[8], m[1] * m[5] - m[2] * m[4],
+      m[5] * m[6] - m[3] * m[8], m[0] * m[8] - m[2] * m[6], m[2] * m[3] - m[0] * m[5],
+      m[3] * m[7] - m[4] * m[6], m[1] * m[6] - m[0] * m[7], m[0] * m[4] - m[1] * m[3]};
+  const double det = m[0] * a[0] + m[1] * a[3] + m[2] * a[6];
+  if (!std::isfinite(det) || det == 0.0) return false;
+  for (int k = 0; k < 9; ++k) out[k] = a[k] / det;
+  return true;
+}
+
+}  // namespace
+
+bool Perspective::fit(const std::vector<mvVector<2>>& grid, const std::vector<mvVector<2>>& image) {
+  if (grid.size() < 4 || grid.size() != image.size()) return false;
+  double tg[9], tgInverse[9], ti[9], tiInverse[9];
+  normaliser(grid, tg, tgInverse);
+  normaliser(image, ti, tiInverse);
+  double m[8][8] = {};
+  double r[8] = {};
+  for (std::size_t k = 0; k < grid.size(); ++k) {
+    const double x = tg[0] * grid[k].x() + tg[2], y = tg[4] * grid[k].y() + tg[5];
+    const double u = ti[0] * image[k].x() + ti[2], v = ti[4] * image[k].y() + ti[5];
+    const double rows[2][8] = {{x, y, 1.0, 0.0, 0.0, 0.0, -x * u, -y * u},
+                               {0.0, 0.0, 0.0, x, y, 1.0, -x * v, -y * v}};
+    const double values[2] = {u, v};
+    for (int e = 0; e < 2; ++e) {
+      for (int i = 0; i < 8; ++i) {
+        if (rows[e][i] == 0.0) continue;
+        for (int j = 0; j < 8; ++j) m[i][j] += rows[e][i] * rows[e][j];
+        r[i] += rows[e][i] * values[e];
+      }
+    }
+  }
+  if (!solve(m, r)) return false;
+  const double h[9] = {r[0], r[1], r[2], r[3], r[4], r[5], r[6], r[7], 1.0};
+  double full[9], inverse[9];
+  multiply(tiInverse, h, full);
+  multiply(full, tg, full);
+  if (!invert(full, inverse)) return false;
+  for (double e : full) {
+    if (!std::isfinite(e)) return false;
+  }
+  std::copy(full, full + 9, m_);
+  std::copy(inverse, inverse + 9, inverse_);
+  return true;
+}
+
+std::array<double, 9> Perspective::matrix() const {
+  std::array<double, 9> out;
+  for (int k = 0; k < 9; ++k) out[static_cast<std::size_t>(k)] = m_[k] / m_[8];
+  return out;
+}
+
 Labelling chooseLabelling(const Growth& growth, const Lattice& grownLocal,
                           const mvRobustGridMapParams& params) {
   long shear[2][2] = {{1, 0}, {0, 1}};
@@ -263,13 +336,13 @@ bool refine(const Points& points, const std::vector<mvPair<long>>& grown,
   }
   for (std::size_t i = 0; i < points.size(); ++i) {
     if (out.residuals[i] >= 0.0) {
-      out.residuals[i] = (points[i] - out.homography.a2b(at(out.nodes[i]))).len();
+      out.residuals[i] = (points[i] - out.homography.map(at(out.nodes[i]))).len();
     }
   }
   return true;
 }
 
-mvXform<2> normalise(const Points& points, bool staggered, Refined& refined) {
+mvXform<2> normalise(const Points& points, bool staggered, Refined& refined, mv2PTm& homography) {
   const Box box = boxOf(refined.nodes);
   long du = box.u0, dv = box.v0;
   if (staggered && ((du + dv) % 2 != 0)) --du;
@@ -281,37 +354,39 @@ mvXform<2> normalise(const Points& points, bool staggered, Refined& refined) {
     grid.push_back(at(n));
     image.push_back(points[i]);
   }
-  refined.homography.fit(grid, image);
+  homography.fit(grid, image);
+  // The matrix is found from the images of 9 nodes over the box, so that it is the same
+  // transform as `homography`.
+  std::vector<mvVector<2>> samples, images;
+  const Box shifted = boxOf(refined.nodes);
+  for (long k = 0; k < 9; ++k) {
+    const double u = static_cast<double>(shifted.u0) +
+                     0.5 * static_cast<double>((shifted.u1 - shifted.u0) * (k % 3));
+    const double v = static_cast<double>(shifted.v0) +
+                     0.5 * static_cast<double>((shifted.v1 - shifted.v0) * (k / 3));
+    const mvVector<2> g(u, v);
+    samples.push_back(g);
+    images.push_back(homography.a2b(g));
+  }
+  if (!refined.homography.fit(samples, images)) refined.homography.fit(grid, image);
   for (std::size_t i = 0; i < points.size(); ++i) {
     if (refined.residuals[i] >= 0.0) {
-      refined.residuals[i] = (points[i] - refined.homography.a2b(at(refined.nodes[i]))).len();
+      refined.residuals[i] = (points[i] - homography.a2b(at(refined.nodes[i]))).len();
     }
   }
   return mv2PtMatchTm(grid, image, 6).a2bXform();
 }
 
-std::array<double, 9> matrixOf(const mv2PTm& h) {
-  mvPsuedoInverse fitter(8);
-  for (long k = 0; k < 9; ++k) {
-    const double x = static_cast<double>(k % 3), y = static_cast<double>(k / 3);
-    const mvVector<2> b = h.a2b(mvVector<2>(x, y));
-    fitter.update({x, y, 1.0, 0.0, 0.0, 0.0, -x * b.x(), -y * b.x()}, b.x());
-    fitter.update({0.0, 0.0, 0.0, x, y, 1.0, -x * b.y(), -y * b.y()}, b.y());
-  }
-  const std::vector<double> m = fitter.fit();
-  return {m[0], m[1], m[2], m[3], m[4], m[5], m[6], m[7], 1.0};
-}
-
 bool unfolded(const Refined& refined) {
   const Box box = boxOf(refined.nodes);
-  const mv2PTm& h = refined.homography;
+  const Perspective& h = refined.homography;
   double sign = 0.0;
   for (long corner = 0; corner < 4; ++corner) {
     const mvVector<2> g(static_cast<double>(corner % 2 ? box.u1 : box.u0),
                         static_cast<double>(corner / 2 ? box.v1 : box.v0));
-    const mvVector<2> x = h.a2b(g);
-    const mvVector<2> du = h.a2b(g + mvVector<2>(1.0, 0.0)) - x;
-    const mvVector<2> dv = h.a2b(g + mvVector<2>(0.0, 1.0)) - x;
+    const mvVector<2> x = h.map(g);
+    const mvVector<2> du = h.map(g + mvVector<2>(1.0, 0.0)) - x;
+    const mvVector<2> dv = h.map(g + mvVector<2>(0.0, 1.0)) - x;
     const double det = du.x() * dv.y() - du.y() * dv.x();
     if (!std::isfinite(det) || det == 0.0) return false;
     if (sign != 0.0 && (det > 0.0) != (sign > 0.0)) return false;

@@ -30,12 +30,33 @@ struct Labelling {
 Labelling chooseLabelling(const Growth& growth, const Lattice& local,
                           const mvRobustGridMapParams& params);
 
+/// A perspective transform from grid to image as a 3 x 3 matrix (row by row) with its
+/// inverse, fitted by linearised least squares on normalised coordinates.
+class Perspective {
+ public:
+  /// False when the fit is singular; the transform is then unchanged.
+  bool fit(const std::vector<mvVector<2>>& grid, const std::vector<mvVector<2>>& image);
+  mvVector<2> map(const mvVector<2>& g) const { return apply_(m_, g); }
+  mvVector<2> unmap(const mvVector<2>& x) const { return apply_(inverse_, x); }
+  /// The matrix scaled so that its last element is 1.
+  std::array<double, 9> matrix() const;
+
+ private:
+  static mvVector<2> apply_(const double (&m)[9], const mvVector<2>& p) {
+    const double w = m[6] * p.x() + m[7] * p.y() + m[8];
+    return mvVector<2>((m[0] * p.x() + m[1] * p.y() + m[2]) / w,
+                       (m[3] * p.x() + m[4] * p.y() + m[5]) / w);
+  }
+  double m_[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+  double inverse_[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+};
+
 /// The refined assignment: per point its node or unassigned, its residual (-1 when
 /// unassigned), the fit and the noise level.
 struct Refined {
   std::vector<mvPair<long>> nodes;
   std::vector<double> residuals;
-  mv2PTm homography;
+  Perspective homography;
   double sigma = 0.0;
   long count = 0;
 };
@@ -47,12 +68,9 @@ bool refine(const Points& points, const std::vector<mvPair<long>>& grown,
             const mvRobustGridMapParams& params, Refined& out);
 
 /// Shifts the nodes so that the smallest indices are 0 (the first may be 1 in a staggered
-/// grid) and refits the homography on them; returns the affine fit.
-mvXform<2> normalise(const Points& points, bool staggered, Refined& refined);
-
-/// The matrix of a perspective transform (row by row, last element 1), found from the
-/// images of a few grid points.
-std::array<double, 9> matrixOf(const mv2PTm& h);
+/// grid), refits the homography on them (into `homography` as well) and returns the
+/// affine fit.
+mvXform<2> normalise(const Points& points, bool staggered, Refined& refined, mv2PTm& homography);
 
 /// True when the homography keeps one orientation over the box of the assigned nodes.
 bool unfolded(const Refined& refined);
