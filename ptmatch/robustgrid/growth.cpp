@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <map>
 #include <queue>
 #include <utility>
 
@@ -43,12 +42,6 @@ struct Candidate {
   }
 };
 
-/// What became of a visited node: the support and gap it was last tried with.
-struct Tried {
-  long support;
-  long gap;
-};
-
 class Grower {
  public:
   Grower(const PointIndex& index, const Seed& seed, Growth& growth)
@@ -68,12 +61,11 @@ class Grower {
   void visit_(const Candidate& c) {
     if (growth_.nodes.at(c.p, c.q) != kNone) return;
     const long support = growth_.nodes.support(c.p, c.q);
-    const long key = c.q * 1000003L + c.p;
-    auto tried = tried_.find(key);
-    if (tried != tried_.end() && tried->second.support >= support && tried->second.gap <= c.gap) {
+    if (growth_.nodes.triedSupport(c.p, c.q) >= support &&
+        growth_.nodes.triedGap(c.p, c.q) <= c.gap) {
       return;
     }
-    tried_[key] = {support, c.gap};
+    growth_.nodes.tried(c.p, c.q, support, c.gap);
 
     Prediction prediction;
     if (!predictNode(growth_, index_.points(), seed_.local, c.p, c.q, sigma_, prediction)) return;
@@ -124,7 +116,6 @@ class Grower {
   const Seed& seed_;
   Growth& growth_;
   std::priority_queue<Candidate> queue_;
-  std::map<long, Tried> tried_;
   std::vector<double> residuals_;
   std::uint64_t order_ = 0;
   double sigma_ = 0.0;   ///< robust noise level of the residuals

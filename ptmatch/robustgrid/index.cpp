@@ -128,7 +128,11 @@ long PointIndex::nearestFree(const mvVector<2>& x, double radius,
 }
 
 NodeTable::NodeTable(long reach)
-    : reach_(reach), side_(2 * reach + 1), cells_(static_cast<std::size_t>(side_ * side_), kNone) {}
+    : reach_(reach),
+      side_(2 * reach + 1),
+      cells_(static_cast<std::size_t>(side_ * side_), kNone),
+      triedSupport_(cells_.size(), -1),
+      triedGap_(cells_.size(), 0) {}
 
 long NodeTable::support(long p, long q) const {
   long n = 0;
