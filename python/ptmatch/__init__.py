@@ -16,6 +16,7 @@ correspondence::
     best.model_to_data_map   # per model point its data point index, -1 unmatched
 
 Beside the matcher: pt_to_grid_map (points to the nodes of a regular grid),
+robust_grid_map (the same under perspective, clutter and noise, one point per node),
 GridCorresponder (a dot pattern in a grid of nodes), ScoreHashing (a bounded best-score
 store), PtMatchTm2 / PerspectiveTm2 / PtMatchTm3 (least-squares point-match transforms),
 PseudoInverse and MatrixExt (the numerics underneath).
@@ -47,6 +48,7 @@ from ._ptmatch import (
     NotRun,
     InsufficientModelPoints,
     BadInput,
+    RobustGridBadInput,
     GridCorresponderError,
     GridInsufficientModelPoints,
     InsufficientMemory,
@@ -67,6 +69,10 @@ from ._ptmatch import (
     pt_to_grid_map,
     GridMapParams,
     GridMapResult,
+    # robust grid mapping
+    robust_grid_map,
+    RobustGridMapParams,
+    RobustGridMapResult,
     # grid corresponder and score store
     GridCorresponder,
     GridCorresponderTrainParams,
@@ -120,6 +126,7 @@ __all__ = [
     "NotRun",
     "InsufficientModelPoints",
     "BadInput",
+    "RobustGridBadInput",
     "GridCorresponderError",
     "GridInsufficientModelPoints",
     "InsufficientMemory",
@@ -137,6 +144,9 @@ __all__ = [
     "pt_to_grid_map",
     "GridMapParams",
     "GridMapResult",
+    "robust_grid_map",
+    "RobustGridMapParams",
+    "RobustGridMapResult",
     "GridCorresponder",
     "GridCorresponderTrainParams",
     "GridCorresponderRunParams",
