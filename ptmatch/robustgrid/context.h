@@ -61,13 +61,16 @@ struct Seed {
 /// The best supported point; false when no point has neighbours along both vectors.
 bool findSeed(const PointIndex& index, const Lattice& lattice, Seed& seed);
 
-/// Node indices (p, q) of the lattice in a dense square table around (0, 0).
+/// The node indices a table covers: p0..p1 by q0..q1.
+struct NodeBounds {
+  long p0 = 0, p1 = 0, q0 = 0, q1 = 0;
+};
+
+/// Node indices (p, q) of the lattice in a dense table over given bounds.
 class NodeTable {
  public:
-  explicit NodeTable(long reach);
-  bool inside(long p, long q) const {
-    return p >= -reach_ && p <= reach_ && q >= -reach_ && q <= reach_;
-  }
+  explicit NodeTable(const NodeBounds& bounds);
+  bool inside(long p, long q) const { return p >= b_.p0 && p <= b_.p1 && q >= b_.q0 && q <= b_.q1; }
   /// The point at (p, q), or kNone (also outside the table).
   long at(long p, long q) const { return inside(p, q) ? cells_[slot_(p, q)] : kNone; }
   void set(long p, long q, long point) { cells_[slot_(p, q)] = point; }
@@ -83,9 +86,9 @@ class NodeTable {
 
  private:
   std::size_t slot_(long p, long q) const {
-    return static_cast<std::size_t>((q + reach_) * side_ + (p + reach_));
+    return static_cast<std::size_t>((q - b_.q0) * side_ + (p - b_.p0));
   }
-  long reach_;
+  NodeBounds b_;
   long side_;
   std::vector<long> cells_;
   std::vector<long> triedSupport_;
@@ -94,8 +97,8 @@ class NodeTable {
 
 /// The grown assignment: per point its node (p, q) or none, per node its point.
 struct Growth {
-  explicit Growth(long reach, std::size_t numPoints)
-      : nodes(reach), nodeP(numPoints, 0), nodeQ(numPoints, 0), taken(numPoints, 0) {}
+  explicit Growth(const NodeBounds& bounds, std::size_t numPoints)
+      : nodes(bounds), nodeP(numPoints, 0), nodeQ(numPoints, 0), taken(numPoints, 0) {}
   NodeTable nodes;
   std::vector<long> nodeP;
   std::vector<long> nodeQ;
@@ -119,8 +122,9 @@ bool predictNode(const Growth& growth, const Points& points, const Lattice& fall
 /// Grows the assignment from the seed over the lattice.
 void grow(const PointIndex& index, const Seed& seed, Growth& growth);
 
-/// Table reach (largest |p| or |q|) that covers the points' extent at the seed's pitch.
-long tableReach(const Points& points, const Lattice& lattice);
+/// Table bounds that cover the points in lattice indices from the seed, with room for the
+/// pitch to shrink under perspective.
+NodeBounds tableBounds(const Points& points, const Seed& seed);
 
 }  // namespace robustgrid
 }  // namespace ptmatch

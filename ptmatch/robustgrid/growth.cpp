@@ -23,6 +23,8 @@ constexpr long kResidualsForNoise = 20;
 constexpr double kGateSigmas = 4.5;
 /// Empty nodes in a row that the growth steps over.
 constexpr long kMaxGap = 2;
+/// More assigned neighbours than at its last try that make a node worth another try.
+constexpr long kRetrySupport = 2;
 /// The median distance of a 2-D normal error over its per-axis sigma, sqrt(2 ln 2).
 constexpr double kMedianOverSigma = 1.1774100225154747;
 
@@ -34,6 +36,8 @@ struct Candidate {
   std::uint64_t order;
   long p;
   long q;
+  long dp;  ///< the step by which it was reached
+  long dq;
   // std::priority_queue pops the largest, so the best candidate compares largest.
   bool operator<(const Candidate& o) const {
     if (support != o.support) return support < o.support;
@@ -61,7 +65,10 @@ class Grower {
   void visit_(const Candidate& c) {
     if (growth_.nodes.at(c.p, c.q) != kNone) return;
     const long support = growth_.nodes.support(c.p, c.q);
-    if (growth_.nodes.triedSupport(c.p, c.q) >= support &&
+    // A node tried before is tried again only with clearly more support, or reached with
+    // fewer empty nodes stepped over.
+    const long before = growth_.nodes.triedSupport(c.p, c.q);
+    if (before >= 0 && support < before + kRetrySupport &&
         growth_.nodes.triedGap(c.p, c.q) <= c.gap) {
       return;
     }
@@ -76,7 +83,8 @@ class Grower {
           (index_.points()[static_cast<std::size_t>(point)] - prediction.position).len();
       assign_(c.p, c.q, point, residual);
     } else if (c.gap < kMaxGap) {
-      pushAround_(c.p, c.q, c.gap + 1);
+      // An empty node passes the growth on straight ahead only, across a hole or a row.
+      push_(c.p + c.dp, c.q + c.dq, c.dp, c.dq, c.gap + 1);
     }
   }
 
@@ -105,11 +113,12 @@ class Grower {
 
   void pushAround_(long p, long q, long gap) {
     static constexpr long kAround[4][2] = {{1, 0}, {-1, 0}, {0, 1}, {0, -1}};
-    for (const auto& d : kAround) {
-      const long np = p + d[0], nq = q + d[1];
-      if (!growth_.nodes.inside(np, nq) || growth_.nodes.at(np, nq) != kNone) continue;
-      queue_.push({growth_.nodes.support(np, nq), gap, order_++, np, nq});
-    }
+    for (const auto& d : kAround) push_(p + d[0], q + d[1], d[0], d[1], gap);
+  }
+
+  void push_(long p, long q, long dp, long dq, long gap) {
+    if (!growth_.nodes.inside(p, q) || growth_.nodes.at(p, q) != kNone) return;
+    queue_.push({growth_.nodes.support(p, q), gap, order_++, p, q, dp, dq});
   }
 
   const PointIndex& index_;

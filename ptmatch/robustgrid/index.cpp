@@ -12,8 +12,10 @@ namespace {
 
 /// At most this many buckets per point (and a few more for tiny inputs).
 constexpr double kBucketsPerPoint = 2.0;
-/// Largest reach of the node table: (2 * 700 + 1)^2 cells at most.
-constexpr long kMaxReach = 700;
+/// Largest reach of the node table to either side: (2 * 700 + 1)^2 cells at most.
+constexpr double kMaxReach = 700.0;
+/// The table's room beyond the points' extent at the seed's pitch.
+constexpr double kRoom = 1.5;
 
 }  // namespace
 
@@ -127,10 +129,10 @@ long PointIndex::nearestFree(const mvVector<2>& x, double radius,
   return best;
 }
 
-NodeTable::NodeTable(long reach)
-    : reach_(reach),
-      side_(2 * reach + 1),
-      cells_(static_cast<std::size_t>(side_ * side_), kNone),
+NodeTable::NodeTable(const NodeBounds& bounds)
+    : b_(bounds),
+      side_(bounds.p1 - bounds.p0 + 1),
+      cells_(static_cast<std::size_t>(side_ * (bounds.q1 - bounds.q0 + 1)), kNone),
       triedSupport_(cells_.size(), -1),
       triedGap_(cells_.size(), 0) {}
 
@@ -144,21 +146,30 @@ long NodeTable::support(long p, long q) const {
   return n;
 }
 
-long tableReach(const Points& points, const Lattice& lattice) {
-  double minX = points[0].x(), maxX = minX, minY = points[0].y(), maxY = minY;
-  for (const mvVector<2>& p : points) {
-    minX = std::min(minX, p.x());
-    maxX = std::max(maxX, p.x());
-    minY = std::min(minY, p.y());
-    maxY = std::max(maxY, p.y());
+NodeBounds tableBounds(const Points& points, const Seed& seed) {
+  // Lattice indices of each point relative to the seed: the inverse of [a b].
+  const Lattice& l = seed.local;
+  const double det = l.a.x() * l.b.y() - l.a.y() * l.b.x();
+  const mvVector<2>& origin = points[static_cast<std::size_t>(seed.point)];
+  double p0 = 0.0, p1 = 0.0, q0 = 0.0, q1 = 0.0;
+  if (std::fabs(det) > 0.0) {
+    for (const mvVector<2>& x : points) {
+      const mvVector<2> d = x - origin;
+      const double p = (d.x() * l.b.y() - d.y() * l.b.x()) / det;
+      const double q = (l.a.x() * d.y() - l.a.y() * d.x()) / det;
+      p0 = std::min(p0, p);
+      p1 = std::max(p1, p);
+      q0 = std::min(q0, q);
+      q1 = std::max(q1, q);
+    }
   }
-  const double diagonal = mvVector<2>(maxX - minX, maxY - minY).len();
-  // The lattice's smallest step across: the area per node over the longer vector.
-  const double cross = std::fabs(lattice.a.x() * lattice.b.y() - lattice.a.y() * lattice.b.x());
-  const double across = cross / std::max(lattice.a.len(), lattice.b.len());
-  // Perspective may shrink the pitch to half of the seed's.
-  const double reach = 2.0 * diagonal / std::max(across, 1e-12) + 4.0;
-  return static_cast<long>(std::min<double>(reach, kMaxReach));
+  // Perspective may shrink the pitch away from the seed: half again as many nodes, and
+  // the growth's two steps across empty nodes.
+  const auto widen = [](double v) {
+    return static_cast<long>(std::copysign(std::min(std::fabs(v) * kRoom + 4.0, kMaxReach), v));
+  };
+  return {std::min(-4L, widen(p0)), std::max(4L, widen(p1)), std::min(-4L, widen(q0)),
+          std::max(4L, widen(q1))};
 }
 
 }  // namespace robustgrid

@@ -81,7 +81,7 @@ long mfRobustGridMap(const std::vector<mvVector<2>>& points, const mvRobustGridM
   if (!findSeed(index, lattice, seed)) {
     return fail(mvRobustGridMapDefs::eNoSeed, "no point has neighbours along both lattice vectors");
   }
-  Growth growth(tableReach(points, lattice), points.size());
+  Growth growth(tableBounds(points, seed), points.size());
   try {
     grow(index, seed, growth);
   } catch (...) {

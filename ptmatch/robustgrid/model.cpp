@@ -17,6 +17,8 @@ namespace {
 constexpr long kPerspectiveNodes = 10;
 /// Widest window, in nodes to either side, searched for assigned nodes.
 constexpr long kMaxRadius = 4;
+/// Nodes for which the window is widened.
+constexpr long kAffineNodes = 4;
 /// The perspective prediction is kept when it lies this near the affine one (in pitches).
 constexpr double kAgreement = 0.25;
 /// The affine fit is kept when its residuals lie within this many noise levels.
@@ -111,7 +113,8 @@ bool predictNode(const Growth& growth, const Points& points, const Lattice& fall
   static thread_local std::vector<Sample> samples;
   long radius = 2;
   gather(growth, points, p, q, radius, samples);
-  while (static_cast<long>(samples.size()) < kPerspectiveNodes && radius < kMaxRadius) {
+  // Wider windows only while too few nodes for an affine fit are near.
+  while (static_cast<long>(samples.size()) < kAffineNodes && radius < kMaxRadius) {
     gather(growth, points, p, q, ++radius, samples);
   }
   if (samples.empty()) return false;
