@@ -158,7 +158,7 @@ Options:
   --staggered         alternate rows are offset by half a pitch: nodes lie at u xv + v yv
                       with u + v even
   --reject K          robust mapping: a point farther from its node than K noise levels
-                      has no node (default: 4.5)
+                      has no node (default: 6)
   --plain             use the written mapping; the three options below apply only to it
   --snap S            how far a point may lie from its node. The mapping looks for a
                       point's neighbours only in the buckets next to its own, and a bucket

@@ -6,7 +6,9 @@
 // - Pitch. The two lattice vectors come from the nearest neighbours of every point: the
 //   directions of the neighbour vectors vote in a histogram of angles modulo a half turn,
 //   the two strongest peaks (at least 25 degrees apart) give the axes, and the most common
-//   neighbour length along each axis gives its pitch. Given pitch vectors only bound the
+//   neighbour length along each axis gives its pitch; when half of the two vectors' sum
+//   and difference (or half of one vector) are as well supported by the points, the finer
+//   steps replace them. Given pitch vectors only bound the
 //   accepted lengths (0.6 to 1.6 of theirs) and say which axis is which; the rotation is
 //   always taken from the data, so any rotation is found.
 // - Seed. Every point is scored by how many of its eight lattice neighbours (one step along
@@ -14,16 +16,19 @@
 //   scored point (ties: the smaller residual, then the lower input index) is node (0, 0) of
 //   the growth.
 // - Growth. Nodes are visited best supported first. Each node's position is predicted from
-//   the assigned nodes around it: a perspective transform fitted to them when there are at
-//   least 8, an affine one otherwise, so the pitch may change strongly across the board.
+//   the assigned nodes around it: an affine fit, refined by a perspective fit when at least
+//   10 are near and the affine fit leaves residuals above the noise, so the pitch may
+//   change strongly across the board.
 //   The unassigned point nearest the prediction is taken when it lies inside the gate: 0.3
-//   of the local pitch at first, then 4.5 robust noise levels (1.4826 times the median
-//   absolute deviation of the prediction residuals) once 20 nodes are assigned. Growth
-//   steps over up to two empty nodes in a row, so holes and missing rows are crossed.
+//   of the local pitch at first, then 4.5 robust noise levels once 20 nodes are assigned
+//   (the robust noise level per axis is the median distance of the residuals over
+//   sqrt(2 ln 2), the median of a 2-D normal error's length in its sigmas). Growth
+//   steps straight on over up to two empty nodes, so holes and missing rows are crossed.
 // - Refinement. A perspective transform is fitted to all assigned nodes; every point is
 //   moved to its nearest node under it, each node keeps the nearest of its points, points
-//   farther than rejectSigmas robust noise levels (and never beyond 0.4 of the pitch) are
-//   left unassigned, and the transforms are refitted. This runs twice.
+//   farther than rejectSigmas robust noise levels (never nearer than 0.05 and never farther
+//   than 0.5 of the distance between neighbouring nodes there) are left unassigned, and
+//   the transform is refitted. This runs twice.
 // - Checks. The mapping fails (valid() false, failure() and reason() say why, the map has
 //   every point unassigned) rather than report indices it cannot stand behind: too few
 //   points, no pitch, no seed, too few assigned nodes, or a refinement that moves many of
@@ -88,11 +93,11 @@ class PTMATCH_API mvRobustGridMapParams {
  public:
   /// xv and yv: nominal vectors from a node to its neighbour along the first and second
   /// axis, both null to estimate them. rejectSigmas: a point farther from its node than
-  /// this many robust noise levels is left unassigned (above 0; 4.5 by default). minNodes:
+  /// this many robust noise levels is left unassigned (above 0; 6 by default). minNodes:
   /// the fewest assigned nodes of a valid mapping (at least 4; 6 by default).
   mvRobustGridMapParams(const mvVector<2>& xv = mvVector<2>(),
                         const mvVector<2>& yv = mvVector<2>(), bool staggered = false,
-                        double rejectSigmas = 4.5, long minNodes = 6);
+                        double rejectSigmas = 6.0, long minNodes = 6);
 
   const mvVector<2>& xv() const { return xv_; }
   const mvVector<2>& yv() const { return yv_; }

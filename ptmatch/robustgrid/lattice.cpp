@@ -151,15 +151,15 @@ double support(const PointIndex& index, const mvVector<2>& c) {
   return tried > 0 ? static_cast<double>(found) / static_cast<double>(tried) : 0.0;
 }
 
-/// Replaces vectors that span a coarser lattice than the points fill: the diagonals of
-/// the true lattice (unless staggered, where the diagonals are its vectors) or twice a
-/// vector, as long as the finer step is about as well supported as the found ones.
-void refineLattice(const PointIndex& index, bool staggered, Lattice& lattice) {
+/// Replaces vectors that span a coarser lattice than the points fill (every other node of
+/// the true one: its diagonals, or twice a vector) by the finer steps, when those are
+/// about as well supported as the found ones.
+void refineLattice(const PointIndex& index, Lattice& lattice) {
   for (int round = 0; round < 2; ++round) {
     const double base =
         kFinerSupport * std::min(support(index, lattice.a), support(index, lattice.b));
     const mvVector<2> c1 = (lattice.a + lattice.b) * 0.5, c2 = (lattice.a - lattice.b) * 0.5;
-    if (!staggered && support(index, c1) >= base && support(index, c2) >= base) {
+    if (support(index, c1) >= base && support(index, c2) >= base) {
       lattice = {c1, c2};
       continue;
     }
@@ -210,7 +210,7 @@ bool estimateLattice(const PointIndex& index, const mvRobustGridMapParams& param
       !axisVector(votes, static_cast<double>(second), lattice.b)) {
     return false;
   }
-  refineLattice(index, params.staggered(), lattice);
+  refineLattice(index, lattice);
   return true;
 }
 

@@ -37,7 +37,7 @@ mvPersistent* mvRobustGridMapDefs::BadInput::make() { return new BadInput(); }
 
 mvRobustGridMapParams::mvRobustGridMapParams(const mvVector<2>& xv, const mvVector<2>& yv,
                                              bool staggered, double rejectSigmas, long minNodes)
-    : xv_(), yv_(), staggered_(staggered), rejectSigmas_(4.5), minNodes_(6) {
+    : xv_(), yv_(), staggered_(staggered), rejectSigmas_(6.0), minNodes_(6) {
   vectors(xv, yv);
   this->rejectSigmas(rejectSigmas);
   this->minNodes(minNodes);

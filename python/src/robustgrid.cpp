@@ -18,7 +18,7 @@ mvRobustGridMapParams makeParams(const py::object& xv, const py::object& yv, boo
 
 #define PTMATCH_ROBUST_GRID_ARGS                                                        \
   py::arg("xv") = py::none(), py::arg("yv") = py::none(), py::arg("staggered") = false, \
-  py::arg("reject_sigmas") = 4.5, py::arg("min_nodes") = 6
+  py::arg("reject_sigmas") = 6.0, py::arg("min_nodes") = 6
 
 constexpr const char* kParamsDoc = R"doc(
 xv, yv         nominal vectors from a node to its neighbour along the first and second
