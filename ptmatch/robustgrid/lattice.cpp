@@ -13,8 +13,8 @@ constexpr double kPi = 3.141592653589793;
 /// Neighbours per point whose vectors vote.
 constexpr long kNeighbours = 6;
 /// At most about this many points (every step-th) vote, and as many are tried as seeds.
-constexpr long kVotingPoints = 300;
-constexpr long kSeedCandidates = 300;
+constexpr long kVotingPoints = 120;
+constexpr long kSeedCandidates = 100;
 /// Bins of the direction histogram over a half turn.
 constexpr long kBins = 180;
 /// Half width, in bins, of the triangular vote of one vector.
@@ -32,7 +32,7 @@ constexpr long kMinVotes = 4;
 /// The tolerance of a seed's neighbour, in the shorter lattice step.
 constexpr double kSeedTolerance = 0.3;
 /// Points sampled, and the tolerance in its length, when a step's support is measured.
-constexpr long kSupportSamples = 400;
+constexpr long kSupportSamples = 100;
 constexpr double kSupportTolerance = 0.3;
 /// A finer step replaces a found one when its support is at least this part of theirs.
 constexpr double kFinerSupport = 0.5;
