@@ -7,9 +7,10 @@ bench/scenarios/scenarios.h), in one run:
   point families  ptmatch's point matcher (given the ranges each scenario declares)
                   against astroalign.find_transform (which always searches every
                   rotation, scale and translation, and takes no ranges);
-  grid families   ptmatch's pt_to_grid_map (mfPtToGridMap) against OpenCV's
-                  findCirclesGrid, fed the dot centres directly (no blob detection), in
-                  both of its modes (the default and CALIB_CB_CLUSTERING).
+  grid families   ptmatch's pt_to_grid_map (mfPtToGridMap) and robust_grid_map
+                  (mfRobustGridMap) against OpenCV's findCirclesGrid, fed the dot centres
+                  directly (no blob detection), in both of its modes (the default and
+                  CALIB_CB_CLUSTERING).
 
 Success:
   point case   the returned pose carries the model points to within 1 px RMS of where
@@ -21,9 +22,10 @@ Success:
                lattice, since both tools choose their own origin). For findCirclesGrid,
                which reports the nodes of the complete pattern in order, each reported
                centre must be its node's dot (nearest input point, within 0.25 pitch);
-               with a dot missing it cannot succeed. pt_to_grid_map also assigns clutter
-               points near a node (its snapping test accepts any point within the snap
-               size); those are counted in the report but do not make a case fail.
+               with a dot missing it cannot succeed. Strictly, a clutter point given a
+               node also makes a case fail; pt_to_grid_map assigns clutter points near
+               a node (its snapping test accepts any point within the snap size), so the
+               report shows its lenient count beside the strict one.
 
 Time: CPU seconds of this process spent in the call from Python (every library is held to
 one thread, so that is the call's own work, however busy the machine is with other
@@ -129,6 +131,16 @@ class PtmatchModule:
         nodes = np.asarray(r.map).tolist()
         return [tuple(n) if ok else None for n, ok in zip(nodes, r.assigned)], seconds
 
+    def robust_grid(self, g):
+        points = np.asarray(g["points"])
+
+        r, seconds = timed(lambda: self.ptmatch.robust_grid_map(
+            points, xv=tuple(g["xv"]), yv=tuple(g["yv"]), staggered=g["staggered"]))
+        if isinstance(r, Exception) or not r.valid:
+            return None, seconds
+        nodes = np.asarray(r.map).tolist()
+        return [tuple(n) if ok else None for n, ok in zip(nodes, r.assigned)], seconds
+
 
 class PtmatchCli:
     """ptmatch through the command-line tool's --json output; times are the library's."""
@@ -169,9 +181,14 @@ class PtmatchCli:
         return pose, report["time"]
 
     def grid(self, g, snap):
+        return self._grid(g, ["--plain", "--snap", repr(snap)])
+
+    def robust_grid(self, g):
+        return self._grid(g, [])
+
+    def _grid(self, g, extra):
         args = ["grid", "--points", self._write("grid.txt", g["points"]),
-                "--xv", "%r,%r" % tuple(g["xv"]), "--yv", "%r,%r" % tuple(g["yv"]),
-                "--snap", repr(snap)]
+                "--xv", "%r,%r" % tuple(g["xv"]), "--yv", "%r,%r" % tuple(g["yv"])] + extra
         if g["staggered"]:
             args.append("--staggered")
         report = self._run(args)
@@ -345,19 +362,25 @@ def run_grids(cases, ours, cv2, log):
     for g in cases:
         labels, t_ours = ours.grid(g, snap_size(g))
         ok_ours, clutter_assigned = ptmatch_grid_success(g, labels)
+        labels, t_robust = ours.robust_grid(g)
+        ok_robust, robust_clutter = ptmatch_grid_success(g, labels)
         row = dict(family=g["family"], index=g["index"], points=len(g["points"]),
                    staggered=g["staggered"], ours_ok=ok_ours, ours_s=t_ours,
-                   clutter_assigned=clutter_assigned)
+                   clutter_assigned=clutter_assigned,
+                   ours_strict=ok_ours and clutter_assigned == 0,
+                   robust_ok=ok_robust and robust_clutter == 0, robust_s=t_robust,
+                   robust_clutter=robust_clutter)
         if cv2 is not None:
             for mode, clustering in (("default", False), ("clustering", True)):
                 centres, t = opencv_grid(cv2, g, clustering)
                 row["cv_%s_ok" % mode] = opencv_grid_success(g, centres)
                 row["cv_%s_s" % mode] = t
         rows.append(row)
-        log("%-16s %2d  N=%4d %s  ptmatch %s %7.3f ms   findCirclesGrid %s %7.3f ms / "
-            "clustering %s %7.3f ms" % (
+        log("%-24s %2d  N=%4d %s  plain %s %7.3f ms  robust %s %7.3f ms  findCirclesGrid %s "
+            "%7.3f ms / clustering %s %7.3f ms" % (
                 g["family"], g["index"], row["points"], "stag" if g["staggered"] else "sym ",
-                "ok  " if ok_ours else "FAIL", 1e3 * t_ours,
+                "ok  " if row["ours_strict"] else "FAIL", 1e3 * t_ours,
+                "ok  " if row["robust_ok"] else "FAIL", 1e3 * t_robust,
                 "ok  " if row.get("cv_default_ok") else "FAIL",
                 1e3 * row.get("cv_default_s", math.nan),
                 "ok  " if row.get("cv_clustering_ok") else "FAIL",
@@ -415,31 +438,41 @@ def point_table(rows):
 
 
 def grid_table(rows):
-    lines = ["| family | cases | pt_to_grid_map success | findCirclesGrid success (default / "
-             "clustering) | pt_to_grid_map median ms | findCirclesGrid median ms of its "
-             "successes (default / clustering) | ratio to the faster mode | clutter given a "
-             "node | goal |",
-             "|---|---|---|---|---|---|---|---|---|"]
+    """Strict success (every dot at its true node under one relabelling and no clutter
+    point on any node) of the plain mapper, the robust mapper and findCirclesGrid, and
+    the median times."""
+    lines = ["| family | cases | plain strict (lenient) | robust strict | findCirclesGrid "
+             "(default / clustering) | plain median ms | robust median ms | findCirclesGrid "
+             "median ms of its successes (default / clustering) | robust / plain time | "
+             "clutter given a node (plain / robust) | goal |",
+             "|---|---|---|---|---|---|---|---|---|---|---|"]
     verdicts = []
     for family, fam in by_family(rows).items():
         n = len(fam)
-        ours = sum(r["ours_ok"] for r in fam)
-        t_ours = median([r["ours_s"] for r in fam])
+        plain = sum(r["ours_strict"] for r in fam)
+        lenient = sum(r["ours_ok"] for r in fam)
+        robust = sum(r["robust_ok"] for r in fam)
+        t_plain = median([r["ours_s"] for r in fam])
+        t_robust = median([r["robust_s"] for r in fam])
         successes, times = [], []
         for mode in ("default", "clustering"):
             successes.append(sum(bool(r.get("cv_%s_ok" % mode)) for r in fam))
             # A failed call may be a quick refusal (fewer points than the pattern has), so
             # only the calls that found the grid are timed.
             times.append(median([r["cv_%s_s" % mode] for r in fam if r.get("cv_%s_ok" % mode)]))
-        known = [t for t in times if t == t]
-        rr = ratio(min(known), t_ours) if known else math.nan
-        clutter = sum(r["clutter_assigned"] for r in fam)
-        met = (rr != rr or rr >= 1.0) and 10 * ours >= 9 * n and ours >= max(successes)
+        # Goals: strict success >= 9/10 and never behind findCirclesGrid; within 3x of the
+        # plain mapper's time; faster than findCirclesGrid's points mode where it succeeds
+        # and no slower than its clustering mode where that succeeds.
+        rr = ratio(t_robust, t_plain)
+        faster = all(t != t or t_robust <= t for t in times)
+        met = 10 * robust >= 9 * n and robust >= max(successes) and rr <= 3.0 and faster
         verdicts.append((family, met))
-        lines.append("| %s | %d | %d/%d | %d/%d / %d/%d | %s | %s / %s | %s | %d | %s |" % (
-            family, n, ours, n, successes[0], n, successes[1], n, ms(t_ours), ms(times[0]),
-            ms(times[1]), fmt_ratio(rr) if rr == rr else "n/a (never found)", clutter,
-            "met" if met else "**not met**"))
+        lines.append("| %s | %d | %d/%d (%d/%d) | %d/%d | %d/%d / %d/%d | %s | %s | %s / %s | "
+                     "%s | %d / %d | %s |" % (
+                         family, n, plain, n, lenient, n, robust, n, successes[0], n,
+                         successes[1], n, ms(t_plain), ms(t_robust), ms(times[0]), ms(times[1]),
+                         fmt_ratio(rr), sum(r["clutter_assigned"] for r in fam),
+                         sum(r["robust_clutter"] for r in fam), "met" if met else "**not met**"))
     return lines, verdicts
 
 
@@ -549,8 +582,9 @@ NOTES = [
     "expensive: its search votes at every step of a lattice of rotations and scales (several "
     "hundred steps for a 30-point model), where astroalign's cost does not depend on the pose.",
     "- pt_to_grid_map gives every point within the snap size of a node that node, clutter "
-    "included (the column \"clutter given a node\"); a case counts as right when every dot is "
-    "at its node. Where clutter matters, drop the points far from grid2point afterwards.",
+    "included (the column \"clutter given a node\"), so it fails the strict criterion "
+    "wherever clutter lies near a node; robust_grid_map gives each node at most one point "
+    "and rejects the rest by their residuals against the noise level.",
     "- findCirclesGrid reports the nodes of the complete pattern only, so it cannot succeed "
     "with a dot missing; a failed call may also be a quick refusal, so only its successful "
     "calls are timed. Its clustering mode is its fast one.",
@@ -582,12 +616,18 @@ def write_report(path, build, ours, args, point_rows, grid_rows):
         "astroalign's median over ptmatch's." % (args.count, args.seed, POINT_TOLERANCE_PX,
                                                      MAX_REPEATS), ""] + p_lines + [
         "",
-        "## Grid mapping: pt_to_grid_map (mfPtToGridMap) against findCirclesGrid", "",
-        "Both get the dot centres (OpenCV's findCirclesGrid without a blob detector, so no "
-        "image processing is timed) and what a user knows: ptmatch the nominal pitch vectors "
-        "and a snap size of 0.9 of the linking pitch, OpenCV the pattern size and kind. A case "
-        "succeeds when every dot is reported at its true node under one relabelling of the "
-        "whole grid. The ratio is the faster OpenCV mode's median over ptmatch's.",
+        "## Grid mapping: pt_to_grid_map, robust_grid_map and findCirclesGrid", "",
+        "All get the dot centres (OpenCV's findCirclesGrid without a blob detector, so no "
+        "image processing is timed) and what a user knows: the plain mapper (pt_to_grid_map, "
+        "mfPtToGridMap) the nominal pitch vectors and a snap size of 0.9 of the linking pitch, "
+        "the robust mapper (robust_grid_map, mfRobustGridMap) the nominal pitch vectors, "
+        "OpenCV the pattern size and kind. Strict success: every dot is reported at its true "
+        "node under one relabelling of the whole grid and no clutter point is given a node "
+        "(for findCirclesGrid, every reported centre is its node's dot). The lenient count "
+        "of the plain mapper lets clutter sit on nodes. The goal column checks the robust "
+        "mapper: strict success at least 9 of 10 and never behind findCirclesGrid, at most 3 "
+        "times the plain mapper's median time, and no slower than a findCirclesGrid mode "
+        "where that mode succeeds.",
         ""] + g_lines + ["", "## Goals", ""]
     for family, met in p_verdicts:
         text.append("- point family %s: %s" % (family, "met" if met else "not met"))
@@ -644,6 +684,7 @@ def main():
             astroalign_match(aa, scenarios["points"][0])
     if scenarios["grids"]:
         ours.grid(scenarios["grids"][0], snap_size(scenarios["grids"][0]))
+        ours.robust_grid(scenarios["grids"][0])
         if cv2 is not None:
             opencv_grid(cv2, scenarios["grids"][0], False)
 

@@ -7,6 +7,7 @@
 #include "report.h"
 
 class mvPtToGridMapRunParams;
+class mvRobustGridMapParams;
 
 namespace ptmatch::cli {
 
@@ -17,5 +18,9 @@ double defaultSnap(const mvVector<2>& xv, const mvVector<2>& yv, bool staggered)
 /// Runs mfPtToGridMap and gathers its outcome.
 GridReport mapPointsToGrid(const std::vector<mvVector<2>>& points,
                            const mvPtToGridMapRunParams& params);
+
+/// Runs mfRobustGridMap and gathers its outcome.
+GridReport robustMapPointsToGrid(const std::vector<mvVector<2>>& points,
+                                 const mvRobustGridMapParams& params);
 
 }  // namespace ptmatch::cli

@@ -12,7 +12,7 @@ const char* const kGeneralHelp =
 Usage:
   ptmatch demo [--svg FILE | --no-svg] [--json] [--write-points DIR]
   ptmatch match --model FILE --data FILE [search options] [--json] [--svg FILE]
-  ptmatch grid --points FILE --xv X,Y --yv X,Y [grid options] [--json] [--svg FILE]
+  ptmatch grid --points FILE [--xv X,Y --yv X,Y] [grid options] [--json] [--svg FILE]
   ptmatch pattern --image FILE --data FILE [search options] [--json] [--svg FILE]
   ptmatch --help | COMMAND --help | --version
 
@@ -135,20 +135,31 @@ starts from the identity: --start-pose, --x-range and --y-range have no effect o
 )";
 
 const char* const kGridHelp =
-    R"(Usage: ptmatch grid --points FILE --xv X,Y --yv X,Y [--staggered] [--snap S]
+    R"(Usage: ptmatch grid --points FILE [--xv X,Y --yv X,Y] [--staggered] [--reject K]
+                    [--json] [--svg FILE]
+       ptmatch grid --plain --points FILE --xv X,Y --yv X,Y [--staggered] [--snap S]
                     [--size-tol LO:HI] [--angle-tol LO:HI] [--json] [--svg FILE]
 
-Assigns the points to the nodes (u, v) of a regular grid whose pitch vectors are about
-xv and yv, and fits the grid-to-point transform (mfPtToGridMap).
+Assigns the points to the nodes (u, v) of a regular grid and fits the grid-to-point
+transforms. By default the robust mapping (mfRobustGridMap) is used: it finds the pitch
+and the rotation in the data, follows perspective, gives each node at most one point and
+leaves clutter without a node (rejected by its residual against the noise level). The
+indices start at 0 at the board's first row and column; a mapping it cannot stand behind
+is reported not valid, with the reason. --plain uses the written mapping (mfPtToGridMap)
+instead, whose node (0, 0) is where its growth started.
 
 Options:
   --points FILE       the points
-  --xv X,Y            expected vector from a node to its neighbour along the first axis
-  --yv X,Y            expected vector along the second axis (one of them may be 0,0 for
+  --xv X,Y            vector from a node to its neighbour along the first axis; the robust
+                      mapping takes both --xv and --yv or neither (then it estimates them
+                      and labels the axis nearest +x first)
+  --yv X,Y            vector along the second axis (with --plain one of them may be 0,0 for
                       a single row of dots)
   --staggered         alternate rows are offset by half a pitch: nodes lie at u xv + v yv
-                      with u + v even, and the mapping links along the diagonals xv + yv
-                      and yv - xv
+                      with u + v even
+  --reject K          robust mapping: a point farther from its node than K noise levels
+                      has no node (default: 6)
+  --plain             use the written mapping; the three options below apply only to it
   --snap S            how far a point may lie from its node. The mapping looks for a
                       point's neighbours only in the buckets next to its own, and a bucket
                       is S wide, so S must exceed the neighbour distance. Default: 1.25
@@ -158,9 +169,12 @@ Options:
                       (default: 0.8:1.2)
   --angle-tol LO:HI   accepted rotation of the grid in degrees (default: -20:20)
   --json              print one JSON object: {"command": "grid", "valid", "count", "time",
-                      "grid2point": {"a00", .., "ty"}, "map": [[u, v] or null per point]}
+                      "grid2point": {"a00", .., "ty"}, "map": [[u, v] or null per point]};
+                      the robust mapping adds "reason", "sigma" (the noise level),
+                      "homography" (3 x 3, node to point) and "residuals" (null per
+                      point without a node)
   --svg FILE          write a picture: every point labelled with its node, points
-                      without a node crossed out, neighbouring nodes linked
+                      without a node (rejected) crossed out, neighbouring nodes linked
 )";
 
 }  // namespace

@@ -201,10 +201,11 @@ void drawGridPanel(SvgDocument& svg, double left, double top, const std::string&
   double ly = top + kPlotTop + kPlotSize + 22;
   legendRow(svg, lx, ly, "point on node u,v",
             [&](double x, double y) { svg.circle(x, y, 3.2, fillOnly(kDataMatched)); });
-  legendRow(svg, lx + 190, ly, "point without a node", [&](double x, double y) {
-    svg.circle(x, y, 3.2, strokeOnly(kDataUnmatched, 1.3));
-    svg.cross(x, y, kMarkSize + 1, strokeOnly(kModelUnmatched, 1.8));
-  });
+  legendRow(svg, lx + 190, ly, report.robust ? "rejected point (no node)" : "point without a node",
+            [&](double x, double y) {
+              svg.circle(x, y, 3.2, strokeOnly(kDataUnmatched, 1.3));
+              svg.cross(x, y, kMarkSize + 1, strokeOnly(kModelUnmatched, 1.8));
+            });
   legendRow(svg, lx + 380, ly, "neighbouring nodes",
             [&](double x, double y) { svg.line(x - 6, y, x + 6, y, strokeOnly("#c7dcef", 1.5)); });
   ly += 20;

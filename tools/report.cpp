@@ -107,6 +107,24 @@ JsonValue gridJson(const GridReport& report) {
   o.set("time", report.time);
   o.set("grid2point", poseJson(report.grid2point));
   o.set("map", map);
+  if (report.robust) {
+    JsonValue h = JsonValue::array();
+    for (std::size_t r = 0; r < 3; ++r) {
+      h.push(JsonValue::array()
+                 .push(report.homography[3 * r])
+                 .push(report.homography[3 * r + 1])
+                 .push(report.homography[3 * r + 2]));
+    }
+    JsonValue residuals = JsonValue::array();
+    for (std::size_t i = 0; i < report.points.size(); ++i) {
+      const bool has = report.assigned(i) && i < report.residuals.size();
+      residuals.push(has ? JsonValue(report.residuals[i]) : JsonValue());
+    }
+    o.set("reason", report.reason);
+    o.set("sigma", report.sigma);
+    o.set("homography", h);
+    o.set("residuals", residuals);
+  }
   return o;
 }
 
@@ -140,6 +158,11 @@ void printGridTable(std::ostream& out, const GridReport& report) {
   out << (report.valid ? "valid" : "not valid") << ": " << report.count << " of "
       << report.points.size() << " points assigned to grid nodes in " << milliseconds(report.time)
       << "\n";
+  if (report.robust && !report.valid) out << "reason: " << report.reason << "\n";
+  if (report.robust && report.valid) {
+    out << report.points.size() - static_cast<std::size_t>(report.count)
+        << " points rejected (no node); noise level " << fixed(report.sigma, 4) << "\n";
+  }
   if (report.valid) {
     out << "grid to point: " << poseText(report.grid2point, 6) << "\n";
     out << "fit error (rms distance from the fitted nodes): " << fixed(gridFitError(report), 4)

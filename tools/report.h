@@ -2,6 +2,7 @@
 // mapping of `grid`, as JSON objects (--json) and as readable tables.
 #pragma once
 
+#include <array>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -45,6 +46,14 @@ struct GridReport {
   /// One node per point, (kUnassignedNode, kUnassignedNode) when the point has none; empty
   /// when the mapping found no place to start (then no point has a node).
   std::vector<mvPair<long>> map;
+  /// Filled by the robust mapping only (robust true): why it failed ("ok" when valid), the
+  /// residual of each point (negative when it has no node), the node-to-point homography
+  /// as a 3 x 3 matrix row by row, and the robust noise level.
+  bool robust = false;
+  std::string reason;
+  std::vector<double> residuals;
+  std::array<double, 9> homography{};
+  double sigma = 0.0;
 
   /// True when point i was given a node.
   bool assigned(std::size_t i) const { return i < map.size() && map[i].x() != kUnassignedNode; }
@@ -69,7 +78,9 @@ JsonValue poseJson(const mvXform<2>& pose);
 /// {"command", "mode", "time", "results": [{"coverage", "fitError", "pose", "rotationDeg",
 /// "scale", "map"}]}
 JsonValue matchJson(const MatchReport& report);
-/// {"command": "grid", "valid", "count", "time", "grid2point", "map": [[u, v] or null]}
+/// {"command": "grid", "valid", "count", "time", "grid2point", "map": [[u, v] or null]};
+/// the robust mapping adds "reason", "sigma", "homography" ([[m0, m1, m2], [m3, m4, m5],
+/// [m6, m7, 1]]) and "residuals" (a number or null per point).
 JsonValue gridJson(const GridReport& report);
 
 /// The pose as "a00 a01 / a10 a11 | tx ty" with the given decimals.

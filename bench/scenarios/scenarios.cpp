@@ -531,6 +531,24 @@ GridScenario makeGrid(const std::string& family, long index, Random& rng) {
   } else if (family == "grid-clutter") {
     pose = ordinaryGrid(rng, g, alternate);
     clutter = std::max(1L, std::lround(rng.uniform(0.1, 0.3) * dotCount(g)));
+  } else if (family == "grid-rotation") {
+    pose = ordinaryGrid(rng, g, alternate);
+    pose.rotation = rng.uniform(-180.0, 180.0);
+  } else if (family == "grid-strong-perspective") {
+    pose = ordinaryGrid(rng, g, alternate);
+    pose.perspective = rng.uniform(0.04, 0.075);
+  } else if (family == "grid-heavy-noise") {
+    pose = ordinaryGrid(rng, g, alternate);
+    pose.noise = rng.uniform(0.5, 2.5);
+  } else if (family == "grid-heavy-clutter") {
+    pose = ordinaryGrid(rng, g, alternate);
+    clutter = std::max(1L, std::lround(rng.uniform(0.25, 0.5) * dotCount(g)));
+  } else if (family == "grid-mixed") {
+    pose = ordinaryGrid(rng, g, alternate);
+    pose.perspective = 0.025;
+    pose.noise = 0.5;
+    missing = std::max(1L, std::lround(0.03 * dotCount(g)));
+    clutter = std::max(1L, std::lround(0.1 * dotCount(g)));
   } else {
     throw std::invalid_argument("unknown grid family: " + family);
   }
@@ -565,9 +583,10 @@ const std::vector<std::string>& pointFamilies() {
 }
 
 const std::vector<std::string>& gridFamilies() {
-  static const std::vector<std::string> families = {"grid-symmetric",   "grid-staggered",
-                                                    "grid-perspective", "grid-noise",
-                                                    "grid-missing",     "grid-clutter"};
+  static const std::vector<std::string> families = {
+      "grid-symmetric",   "grid-staggered",     "grid-perspective", "grid-noise",
+      "grid-missing",     "grid-clutter",       "grid-rotation",    "grid-strong-perspective",
+      "grid-heavy-noise", "grid-heavy-clutter", "grid-mixed"};
   return families;
 }
 

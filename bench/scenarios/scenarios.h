@@ -25,6 +25,14 @@
 //   grid-noise        noise of 6 % of the pitch
 //   grid-missing      5 to 15 % of the dots missing
 //   grid-clutter      10 to 30 % extra points, none nearer than 0.35 pitch to a node
+//   grid-rotation     any rotation
+//   grid-strong-perspective  the local pitch changes by 8 to 15 % from the centre to the
+//                     farthest dot each way (the corners move by up to about 15 % of the
+//                     board's size; 30 % between the far sides)
+//   grid-heavy-noise  Gaussian noise of 0.5 to 2.5 px per axis
+//   grid-heavy-clutter 25 to 50 % extra points
+//   grid-mixed        perspective as 5 % corner moves, noise 0.5 px, 3 % of the dots
+//                     missing, 10 % clutter
 // The grid families alternate between symmetric and staggered grids where not named.
 #pragma once
 

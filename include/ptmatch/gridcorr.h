@@ -10,7 +10,9 @@
 //   are part of the behaviour: they decide which empty pels become probes and which
 //   positions are reported at the threshold; the functions that implement them say how.
 // - A run checks its preconditions with mvAssert (mvAssertionError): the corresponder
-//   must be trained, maxNumResults must be at least 1 and accept must lie in 0..1.
+//   must be trained and accept must lie in 0..1; maxNumResults must be at least 1 once
+//   the run scans (a run that returns early, on a single node or observed nodes no larger
+//   than the pattern, does not look at it).
 // - A run on an empty node list reports nothing and returns false, as for a single node.
 // - A run with capacity 1 and accept 0 in which no probe agrees anywhere reports one
 //   result of score 0 at scan position (0, 0) plus the position offset.

@@ -7,5 +7,6 @@
 #include "ptmatch/pinv.h"
 #include "ptmatch/ppmatch.h"
 #include "ptmatch/ptgdmap.h"
+#include "ptmatch/robustgrid.h"
 #include "ptmatch/scorehashing.h"
 #include "ptmatch/tm.h"

@@ -142,7 +142,6 @@ class Candidates {
 void mv_PointToGridCorresponder::checkRunnable_(
     const mv_PointToGridCorresponderRunParams& params) const {
   mvAssert(isTrained(), kModule, __LINE__);
-  mvAssert(params.maxNumResults() >= 1, kModule, __LINE__);
   mvAssert(params.accept() >= 0.0 && params.accept() <= 1.0, kModule, __LINE__);
 }
 
@@ -199,6 +198,9 @@ bool mv_PointToGridCorresponder::run_(const mvPelBuffer<unsigned char>& padded,
   const long threshold = static_cast<long>(params.accept() * static_cast<double>(n));
   const long scanWidth = pels.width() - patternRect_.width();
   const long scanHeight = pels.height() - patternRect_.height();
+  // The capacity matters only here, where the score store is made: the early returns of a
+  // run with nothing worth scanning come first.
+  mvAssert(params.maxNumResults() >= 1, kModule, __LINE__);
   Candidates candidates(n, params.maxNumResults(), scanWidth * scanHeight);
 
   fillRowTable(pels, rows);

@@ -19,6 +19,7 @@ matcher.run_batch(list_of_data, ...) runs one trained matcher over many data set
 several threads, results in input order. ptmatch.__version__ is the library's version.
 
 Beside the matcher: pt_to_grid_map (points to the nodes of a regular grid),
+robust_grid_map (the same under perspective, clutter and noise, one point per node),
 GridCorresponder (a dot pattern in a grid of nodes), ScoreHashing (a bounded best-score
 store), PtMatchTm2 / PerspectiveTm2 / PtMatchTm3 (least-squares point-match transforms),
 PseudoInverse and MatrixExt (the numerics underneath).
@@ -52,6 +53,7 @@ from ._ptmatch import (
     NotRun,
     InsufficientModelPoints,
     BadInput,
+    RobustGridBadInput,
     GridCorresponderError,
     GridInsufficientModelPoints,
     InsufficientMemory,
@@ -72,6 +74,10 @@ from ._ptmatch import (
     pt_to_grid_map,
     GridMapParams,
     GridMapResult,
+    # robust grid mapping
+    robust_grid_map,
+    RobustGridMapParams,
+    RobustGridMapResult,
     # grid corresponder and score store
     GridCorresponder,
     GridCorresponderTrainParams,
@@ -130,6 +136,7 @@ __all__ = [
     "NotRun",
     "InsufficientModelPoints",
     "BadInput",
+    "RobustGridBadInput",
     "GridCorresponderError",
     "GridInsufficientModelPoints",
     "InsufficientMemory",
@@ -147,6 +154,9 @@ __all__ = [
     "pt_to_grid_map",
     "GridMapParams",
     "GridMapResult",
+    "robust_grid_map",
+    "RobustGridMapParams",
+    "RobustGridMapResult",
     "GridCorresponder",
     "GridCorresponderTrainParams",
     "GridCorresponderRunParams",

@@ -27,6 +27,7 @@ void bindErrors(py::module_& m);
 void bindAttention(py::module_& m);
 void bindPointMatcher(py::module_& m);
 void bindGridMap(py::module_& m);
+void bindRobustGridMap(py::module_& m);
 void bindGridCorresponder(py::module_& m);
 void bindScoreHashing(py::module_& m);
 void bindTransforms(py::module_& m);

@@ -109,6 +109,11 @@ std::vector<ErrorClass>& errorClasses() {
        "Input that the point-to-grid mapping cannot work with: a non-finite point or parameter, "
        "or points spread over too many buckets (mvPtToGridMapDefs::BadInput); also a ValueError.",
        &isA<mvPtToGridMapDefs::BadInput>, nullptr},
+      {"RobustGridBadInput", "mvRobustGridMapDefs::BadInput", "Error", &PyExc_ValueError,
+       "Input or parameters that the robust grid mapping cannot work with: a non-finite point "
+       "or vector, parallel or half-given pitch vectors, a reject level or node minimum out of "
+       "range (mvRobustGridMapDefs::BadInput); also a ValueError.",
+       &isA<mvRobustGridMapDefs::BadInput>, nullptr},
       {"GridInsufficientModelPoints", "mv_PointToGridCorresponderDefs::InsufficientModelPoints",
        "GridCorresponderError", &PyExc_ValueError,
        "A grid corresponder training image with fewer than 3 set pels "

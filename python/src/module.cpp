@@ -25,6 +25,7 @@ PYBIND11_MODULE(_ptmatch, m) {
   bindAttention(m);
   bindPointMatcher(m);
   bindGridMap(m);
+  bindRobustGridMap(m);
   bindGridCorresponder(m);
   bindScoreHashing(m);
   bindTransforms(m);

@@ -26,6 +26,7 @@ HIERARCHY = {
     "InsufficientModelPoints": ("MatcherError", ValueError,
                                 "mvPointMatcherDefs::InsufficientModelPoints"),
     "BadInput": ("Error", ValueError, "mvPtToGridMapDefs::BadInput"),
+    "RobustGridBadInput": ("Error", ValueError, "mvRobustGridMapDefs::BadInput"),
     "GridCorresponderError": ("Error", None, "mv_PointToGridCorresponderDefs::Errors"),
     "GridInsufficientModelPoints": ("GridCorresponderError", ValueError,
                                     "mv_PointToGridCorresponderDefs::InsufficientModelPoints"),

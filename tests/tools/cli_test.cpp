@@ -72,7 +72,9 @@ TEST(Cli, AnUnknownOptionIsNamed) {
 
 TEST(Cli, AMissingRequiredOptionIsNamed) {
   expectRefused({"match", "--data", "d.txt"}, "missing option --model");
-  expectRefused({"grid", "--points", "p.txt", "--yv", "0,1"}, "missing option --xv");
+  expectRefused({"grid", "--plain", "--points", "p.txt", "--yv", "0,1"}, "missing option --xv");
+  expectRefused({"grid", "--points", "p.txt", "--yv", "0,1"},
+                "give both --xv and --yv, or neither");
   expectRefused({"pattern", "--data", "d.txt"}, "missing option --image");
 }
 
@@ -167,12 +169,17 @@ TEST(Cli, AnUnwritablePictureIsNamed) {
 TEST(Cli, GridVectorsMustNotBothBeZero) {
   Files files;
   const std::string points = files.write("p.txt", "0 0\n10 0\n20 0\n");
-  expectRefused({"grid", "--points", points, "--xv", "0,0", "--yv", "0,0"},
+  expectRefused({"grid", "--plain", "--points", points, "--xv", "0,0", "--yv", "0,0"},
                 "--xv and --yv must not both be 0,0");
-  expectRefused({"grid", "--points", points, "--xv", "10,0", "--yv", "0,10", "--snap", "0"},
-                "--snap must be above 0");
-  expectRefused({"grid", "--points", points, "--xv", "10,0", "--yv", "0,10", "--size-tol", "0:1.2"},
+  expectRefused({"grid", "--points", points, "--xv", "0,0", "--yv", "0,0"},
+                "--xv and --yv must be non-zero and not parallel");
+  expectRefused(
+      {"grid", "--plain", "--points", points, "--xv", "10,0", "--yv", "0,10", "--snap", "0"},
+      "--snap must be above 0");
+  expectRefused({"grid", "--plain", "--points", points, "--xv", "10,0", "--yv", "0,10",
+                 "--size-tol", "0:1.2"},
                 "--size-tol: LO must be above 0");
+  expectRefused({"grid", "--points", points, "--snap", "5"}, "--snap needs --plain");
   expectRefused({"grid", "--points", points, "--xv", "10;0", "--yv", "0,10"}, "--xv: expected X,Y");
 }
 

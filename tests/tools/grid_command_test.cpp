@@ -1,4 +1,4 @@
-// `ptmatch grid` on small files whose answer is known.
+// `ptmatch grid --plain` (the written mapping) on small files whose answer is known.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -38,8 +38,8 @@ TEST(GridCommand, MapsARegularGridWithTheDefaultSnap) {
       nodes.emplace_back(u, v);
     }
   }
-  const auto o = run({"grid", "--points", files.write("p.txt", pointText(points)), "--xv", "10,0",
-                      "--yv", "0,10", "--json"});
+  const auto o = run({"grid", "--plain", "--points", files.write("p.txt", pointText(points)),
+                      "--xv", "10,0", "--yv", "0,10", "--json"});
   ASSERT_EQ(o.status, 0) << o.err;
   const JsonValue j = json(o);
   EXPECT_EQ(j["command"].asString(), "grid");
@@ -72,8 +72,8 @@ TEST(GridCommand, AStaggeredGridGetsNodesWithAnEvenIndexSum) {
       nodes.emplace_back(u, v);
     }
   }
-  const auto o = run({"grid", "--points", files.write("p.txt", pointText(points)), "--xv", "12,0",
-                      "--yv", "0,12", "--staggered", "--json"});
+  const auto o = run({"grid", "--plain", "--points", files.write("p.txt", pointText(points)),
+                      "--xv", "12,0", "--yv", "0,12", "--staggered", "--json"});
   ASSERT_EQ(o.status, 0) << o.err;
   const JsonValue j = json(o);
   EXPECT_TRUE(j["valid"].asBool());
@@ -89,8 +89,8 @@ TEST(GridCommand, TheLibraryDefaultSnapMapsNothing) {
   Files files;
   std::vector<mvVector<2>> points;
   for (long u = 0; u < 6; ++u) points.emplace_back(10.0 * u, 0.0);
-  const auto o = run({"grid", "--points", files.write("p.txt", pointText(points)), "--xv", "10,0",
-                      "--yv", "0,10", "--snap", "2", "--json"});
+  const auto o = run({"grid", "--plain", "--points", files.write("p.txt", pointText(points)),
+                      "--xv", "10,0", "--yv", "0,10", "--snap", "2", "--json"});
   ASSERT_EQ(o.status, 0) << o.err;
   const JsonValue j = json(o);
   EXPECT_FALSE(j["valid"].asBool());
@@ -108,8 +108,8 @@ TEST(GridCommand, AFarPointIsLeftWithoutANode) {
   // 7.07 from the nearest nodes: beyond a snap of 7. (With the default snap, 12.5, every
   // point within the grid's extent finds a node.)
   points.emplace_back(15.0, 5.0);
-  const auto o = run({"grid", "--points", files.write("p.txt", pointText(points)), "--xv", "10,0",
-                      "--yv", "0,10", "--snap", "7", "--json"});
+  const auto o = run({"grid", "--plain", "--points", files.write("p.txt", pointText(points)),
+                      "--xv", "10,0", "--yv", "0,10", "--snap", "7", "--json"});
   ASSERT_EQ(o.status, 0) << o.err;
   const JsonValue j = json(o);
   EXPECT_EQ(j["count"].asNumber(), 12);
@@ -123,8 +123,8 @@ TEST(GridCommand, TheTableAndPictureShowTheNodes) {
   for (long u = 0; u < 3; ++u) {
     for (long v = 0; v < 3; ++v) points.emplace_back(10.0 * u, 10.0 * v);
   }
-  const auto o = run({"grid", "--points", files.write("p.txt", pointText(points)), "--xv", "10,0",
-                      "--yv", "0,10", "--svg", files.path("g.svg")});
+  const auto o = run({"grid", "--plain", "--points", files.write("p.txt", pointText(points)),
+                      "--xv", "10,0", "--yv", "0,10", "--svg", files.path("g.svg")});
   ASSERT_EQ(o.status, 0) << o.err;
   EXPECT_NE(o.out.find("valid: 9 of 9 points assigned"), std::string::npos) << o.out;
   EXPECT_NE(o.out.find("picture: " + files.path("g.svg")), std::string::npos);
