@@ -4,6 +4,7 @@
 #include <cmath>
 #include <sstream>
 
+#include "mvbase/attention.h"
 #include "ptgdmap/context.h"
 
 namespace ptmatch {
@@ -116,9 +117,12 @@ void fillBuckets(const std::vector<mvVector<2>>& points, const PointBounds& b,
   ctx.heads.clear();
   ctx.heads.reserve(points.size());
 
-  ctx.records.resize(points.size());
+  // Records are made one by one, so that a million of them are paced as well.
+  ctx.records.clear();
+  ctx.records.reserve(points.size());
   for (std::size_t i = 0; i < points.size(); ++i) {
-    GridMapRecord& rec = ctx.records[i];
+    mvAttention::pace(256);
+    GridMapRecord& rec = ctx.records.emplace_back();
     rec.point = points[i];
     rec.index = static_cast<long>(i);
     // Monotone in the coordinate, so never beyond the last column or row.
