@@ -102,11 +102,18 @@ mvAttention::Deadline::~Deadline() {
   tDeadlineSeconds = outerSeconds_;
 }
 
+namespace {
+// The request and the deadline, without the poll function.
+void checkRequestAndDeadline() {
+  if (requested.exchange(false)) throw mvAttention::Interrupted();
+  if (tHasDeadline && Clock::now() >= tDeadline) throw mvAttention::TimedOut(tDeadlineSeconds);
+}
+}  // namespace
+
 void mvAttention::check() {
   const Poll poll = pollFunction.load();
   if (poll != nullptr && poll()) requested.store(true);
-  if (requested.exchange(false)) throw Interrupted();
-  if (tHasDeadline && Clock::now() >= tDeadline) throw TimedOut(tDeadlineSeconds);
+  checkRequestAndDeadline();
 }
 
 void mvAttention::requestInterruption() { requested.store(true); }
@@ -126,5 +133,5 @@ void mvAttention::pace(long work) {
   tWorkLeft -= work;
   if (tWorkLeft > 0) return;
   tWorkLeft = kPaceInterval;
-  check();
+  checkRequestAndDeadline();
 }

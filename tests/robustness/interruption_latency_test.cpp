@@ -41,23 +41,17 @@ constexpr double kExtent = kUnderTsan ? 2000.0 : 8000.0;
 constexpr long kGridSide = kUnderTsan ? 250 : 1000;
 using Points = std::vector<mvVector<2>>;
 
-std::atomic<bool> gPolled{false};
-bool notePoll() {
-  gPolled = true;
-  return false;
-}
-
-// Runs work on another thread; once it has polled mvAttention for the first time, waits
-// 100 ms more (deep inside the step), requests an interruption and returns the seconds
-// until work ended. interrupted tells whether it ended with mvAttention::Interrupted.
-double secondsFromRequestToEnd(const std::function<void()>& work, bool& interrupted) {
+// Runs work on another thread; delayMs after it started (inside the raster's set-up or the
+// step), requests an interruption and returns the seconds until work ended. interrupted
+// tells whether it ended with mvAttention::Interrupted after the request.
+double secondsFromRequestToEnd(const std::function<void()>& work, long delayMs, bool& interrupted) {
   mvAttention::clear();
-  gPolled = false;
-  const mvAttention::Poll previous = mvAttention::setPoll(&notePoll);
+  std::atomic<bool> started{false};
   std::atomic<bool> done{false};
   std::atomic<bool> threw{false};
   Clock::time_point end;
   std::thread worker([&] {
+    started = true;
     try {
       work();
     } catch (const mvAttention::Interrupted&) {
@@ -66,13 +60,12 @@ double secondsFromRequestToEnd(const std::function<void()>& work, bool& interrup
     end = Clock::now();
     done = true;
   });
-  while (!gPolled && !done) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  while (!started) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  std::this_thread::sleep_for(std::chrono::milliseconds(delayMs));
   const bool finishedEarly = done;
   const Clock::time_point request = Clock::now();
   mvAttention::requestInterruption();
   worker.join();
-  mvAttention::setPoll(previous);
   mvAttention::clear();
   interrupted = threw && !finishedEarly;
   return std::chrono::duration<double>(end - request).count();
@@ -137,7 +130,7 @@ TEST(Concurrency, OneHugeVoteStepEndsSoonAfterAnInterruptionRequest) {
   mvPointMatcherResultSet results;
   bool interrupted = false;
   const double wait = secondsFromRequestToEnd(
-      [&] { step.matcher.run(step.data, step.params, results); }, interrupted);
+      [&] { step.matcher.run(step.data, step.params, results); }, 300, interrupted);
   EXPECT_TRUE(interrupted) << "the run ended before the request, or without Interrupted";
   EXPECT_LT(wait, 1.0);
   EXPECT_TRUE(results.results().empty());
@@ -151,7 +144,7 @@ TEST(Concurrency, OneHugeScatterVoteStepEndsSoonAfterAnInterruptionRequest) {
   mvPointMatcherResultSet results;
   bool interrupted = false;
   const double wait = secondsFromRequestToEnd(
-      [&] { step.matcher.run(step.data, step.params, results); }, interrupted);
+      [&] { step.matcher.run(step.data, step.params, results); }, 150, interrupted);
   EXPECT_TRUE(interrupted) << "the run ended before the request, or without Interrupted";
   EXPECT_LT(wait, 1.0);
   std::printf("scatter vote step: %.1f ms from the request to the end of the run\n", wait * 1e3);
@@ -162,7 +155,7 @@ TEST(Concurrency, GridMappingOfManyDotsEndsSoonAfterAnInterruptionRequest) {
   mvPtToGridMapResult result;
   bool interrupted = false;
   const double wait =
-      secondsFromRequestToEnd([&] { mfPtToGridMap(dots, kGridParams, result); }, interrupted);
+      secondsFromRequestToEnd([&] { mfPtToGridMap(dots, kGridParams, result); }, 50, interrupted);
   EXPECT_TRUE(interrupted) << "the mapping ended before the request, or without Interrupted";
   EXPECT_LT(wait, 1.0);
   std::printf("grid mapping: %.1f ms from the request to the end of the call\n", wait * 1e3);

@@ -80,8 +80,9 @@ class MVBASE_API mvAttention {
   /// Installs a poll function (null removes it); returns the previous one.
   static Poll setPoll(Poll poll);
   /// For the inside of one long step (a vote over a huge raster, a scan of millions of
-  /// cells): counts units of work done on the calling thread and calls check() once per
-  /// kPaceInterval units, so that a step of any size ends promptly after an interruption
+  /// cells): counts units of work done on the calling thread and, once per kPaceInterval
+  /// units, does what check() does except calling the poll function (which runs once per
+  /// step, from check()), so that a step of any size ends promptly after an interruption
   /// request or a passed deadline. A unit is about a nanosecond of work (a raster cell).
   static void pace(long work);
   /// Units of work between two checks made by pace().

@@ -42,6 +42,21 @@ constexpr long kMaxKeyedCells = std::numeric_limits<std::int32_t>::max();
 
 long blocksOf(long cells) { return (cells + kVoteBlock - 1) / kVoteBlock; }
 
+// n zeros, written an interval of mvAttention::pace() at a time: the accumulators of a
+// huge window take a while to write.
+template <typename T>
+std::vector<T> pacedZeros(long n) {
+  std::vector<T> cells;
+  const auto size = static_cast<std::size_t>(std::max(0L, n));
+  cells.reserve(size);
+  while (cells.size() < size) {
+    mvAttention::pace(mvAttention::kPaceInterval);
+    cells.resize(
+        std::min(size, cells.size() + static_cast<std::size_t>(mvAttention::kPaceInterval)));
+  }
+  return cells;
+}
+
 // Rows of the given stride that make one interval of mvAttention::pace() (at least one).
 long pacedRows(long stride) { return std::max(1L, mvAttention::kPaceInterval / stride); }
 
@@ -94,7 +109,7 @@ ScatterVoter::ScatterVoter(const mvPelBuffer_const<unsigned char>& occupancy,
     : rasterWidth_(occupancy.width()),
       rasterHeight_(occupancy.height()),
       occupancyStride_(occupancy.width() + kVoteBlock),
-      occupancy_(static_cast<std::size_t>(occupancy.height() * occupancyStride_), 0),
+      occupancy_(pacedZeros<unsigned char>(occupancy.height() * occupancyStride_)),
       window_(window),
       width_(window.width() + 1),
       height_(window.height() + 1),
@@ -105,8 +120,8 @@ ScatterVoter::ScatterVoter(const mvPelBuffer_const<unsigned char>& occupancy,
       residue_(occupancy.height()),
       pieces_(occupancy.height()),
       occupiedRows_(occupancy.height()),
-      cells_(static_cast<std::size_t>(height_ * stride_), 0),
-      centreCells_(keyed_ ? static_cast<std::size_t>((height_ + 2) * stride_) : 0, 0),
+      cells_(pacedZeros<std::uint16_t>(height_ * stride_)),
+      centreCells_(pacedZeros<std::uint16_t>(keyed_ ? (height_ + 2) * stride_ : 0)),
       rowSums_(keyed_ ? static_cast<std::size_t>(3 * stride_) : 0, 0),
       rowMax_(static_cast<std::size_t>(height_), 0),
       bandRows_(std::max(1L, kBandCells / stride_)),
@@ -130,7 +145,7 @@ ScatterVoter::ScatterVoter(const mvPelBuffer_const<unsigned char>& occupancy,
 // into pieces of at most 4 cells along their rows. Any such choice sums to the raster.
 void ScatterVoter::takeApart(const mvPelBuffer_const<unsigned char>& occupancy) {
   const long keyStride = keyed_ ? stride_ : 0;
-  std::vector<unsigned char> covered(static_cast<std::size_t>(rasterWidth_ * rasterHeight_), 0);
+  std::vector<unsigned char> covered = pacedZeros<unsigned char>(rasterWidth_ * rasterHeight_);
   auto isCovered = [&](long x, long y) { return covered[y * rasterWidth_ + x] != 0; };
   auto isOccupied = [&](long x, long y) { return occupancy.pointToRow(y)[x] != 0; };
   for (long y = 1; y + 1 < rasterHeight_; ++y) {
