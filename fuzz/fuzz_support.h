@@ -144,9 +144,12 @@ void checkStoreLoadStore(T& value, Make make) {
 
 /// Bounds the time of one input: the searches poll mvAttention::check(), and after this
 /// many polls the run is interrupted (mvAttention::Interrupted is an accepted outcome).
+/// A long step between two polls is bounded by a deadline of kSeconds as well (its
+/// mvAttention::TimedOut is an Interrupted too).
 class PollBudget {
  public:
-  explicit PollBudget(long polls) {
+  static constexpr double kSeconds = 0.25;
+  explicit PollBudget(long polls) : deadline_(kSeconds) {
     remaining_ = polls;
     previous_ = mvAttention::setPoll(&PollBudget::poll);
   }
@@ -160,6 +163,7 @@ class PollBudget {
  private:
   static bool poll() { return --remaining_ < 0; }
   static inline long remaining_ = 0;
+  mvAttention::Deadline deadline_;
   mvAttention::Poll previous_;
 };
 

@@ -102,7 +102,7 @@ for name in "${targets[@]}"; do
   mkdir -p "$work" "$seeds"
   echo "== fuzz $name for $seconds s"
   # -timeout: one input may take this long; -rss_limit_mb bounds the memory of the process.
-  if ! "$build_dir/fuzz/$name" -max_total_time="$seconds" -timeout=20 -rss_limit_mb=2560 \
+  if ! "$build_dir/fuzz/$name" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=1024 \
     -print_final_stats=1 -artifact_prefix="$build_dir/artifacts/$name-" "$work" "$seeds"; then
     echo "!! $name failed; the input is under $build_dir/artifacts/" >&2
     status=1

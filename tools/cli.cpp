@@ -5,8 +5,10 @@
 #include <new>
 #include <typeinfo>
 
+#include "args.h"
 #include "commands.h"
 #include "errors.h"
+#include "mvbase/attention.h"
 #include "mvbase/exception.h"
 
 #ifndef PTMATCH_VERSION_STRING
@@ -23,6 +25,20 @@ std::string oneLine(const std::string& text) {
   std::replace(line.begin(), line.end(), '\n', ' ');
   std::replace(line.begin(), line.end(), '\r', ' ');
   return line;
+}
+
+// Runs a command under its --time-limit SECONDS (taken out of its arguments; match, grid
+// and pattern take it), so that the searches end with mvAttention::TimedOut once it passes.
+int runWithinTimeLimit(int (*run)(const std::vector<std::string>&, std::ostream&),
+                       std::vector<std::string> args, std::ostream& out) {
+  const auto option = std::find(args.begin(), args.end(), "--time-limit");
+  if (option == args.end() || run == runDemo) return run(args, out);
+  if (option + 1 == args.end()) throw UsageError("--time-limit: missing value (seconds)");
+  const double seconds = parseNumber(*(option + 1), "--time-limit");
+  if (!(seconds > 0.0)) throw UsageError("--time-limit: must be more than 0 seconds");
+  args.erase(option, option + 2);
+  const mvAttention::Deadline limit(seconds);
+  return run(args, out);
 }
 
 bool asksForHelp(const std::vector<std::string>& args) {
@@ -62,7 +78,7 @@ int dispatch(const std::vector<std::string>& args, std::ostream& out) {
     out << helpText(command);
     return kExitOk;
   }
-  return run(rest, out);
+  return runWithinTimeLimit(run, rest, out);
 }
 
 }  // namespace
@@ -78,6 +94,11 @@ int runCommandLine(const std::vector<std::string>& args, std::ostream& out, std:
   } catch (const InputError& e) {
     err << "ptmatch: " << oneLine(e.what()) << "\n";
     return kExitUsage;
+  } catch (const mvAttention::TimedOut& e) {
+    err << "ptmatch: stopped by --time-limit: " << oneLine(e.what())
+        << " Give a larger --time-limit, or search less: a larger --grid-size, narrower "
+           "--rotation, --scale, --x-range or --y-range.\n";
+    return kExitTimeLimit;
   } catch (const mvAssertionError& e) {
     err << "ptmatch: internal error: " << oneLine(e.what()) << "\n";
     return kExitFailure;

@@ -15,6 +15,8 @@ constexpr int kExitOk = 0;
 constexpr int kExitFailure = 1;
 /// Exit status of a usage or input error.
 constexpr int kExitUsage = 2;
+/// Exit status of a command stopped by its --time-limit.
+constexpr int kExitTimeLimit = 3;
 
 /// Runs `ptmatch ARGS...` (args without the program name): reports to `out`, messages to
 /// `err` ("ptmatch: ..."), and returns the exit status. Never throws.

@@ -27,8 +27,12 @@ Point files hold one point a line, 'x y' or 'x,y', with an optional third column
 whole-number weights (model files only); '#' starts a comment and one header line
 (such as 'x,y') is skipped. A JSON array of [x, y] pairs works as well.
 
+match, grid and pattern take --time-limit SECONDS: the search stops once it has run that
+long, with a message naming the limit and exit status 3.
+
 Exit status: 0 when the command ran (also when it found nothing), 2 for a usage or
-input error, 1 for an internal failure (or a demo that missed its truth).
+input error, 1 for an internal failure (or a demo that missed its truth), 3 when
+--time-limit stopped the command.
 )";
 
 const char* const kDemoHelp =

@@ -3,6 +3,7 @@
 // iterating need no sorting.
 #pragma once
 
+#include <deque>
 #include <memory>
 #include <type_traits>
 #include <utility>
@@ -13,7 +14,8 @@
 /// Keeps at most maxResults entries with scores in 0..maxScore and hands them back from
 /// the highest score down; within one score, newest first. When full, a new entry evicts
 /// the newest entry of the lowest score, and a score not above the lowest stored one is
-/// refused. Nothing is allocated after construction or maximums(). Not copyable.
+/// refused. The entries' storage grows as entries are added, up to maxResults, so a large
+/// capacity costs nothing until it is used; it is kept by clear(). Not copyable.
 ///
 /// Payload is the entry carried with each score; it must be default-constructible and
 /// copy-assignable. A payload whose copy may throw (one holding a vector) is copied before
@@ -40,15 +42,13 @@ class mvBasicScoreHashing {
     // Both arrays are allocated before either is replaced, so a failed allocation leaves
     // the store as it was.
     std::unique_ptr<Node*[]> heads;
-    std::unique_ptr<Node[]> pool;
     if (maxScore != maxScore_) heads.reset(new Node*[static_cast<std::size_t>(maxScore) + 1]);
-    if (maxResults != maxResults_) pool.reset(new Node[static_cast<std::size_t>(maxResults)]);
     if (heads) {
       heads_ = std::move(heads);
       maxScore_ = maxScore;
     }
-    if (pool) {
-      pool_ = std::move(pool);
+    if (maxResults != maxResults_) {
+      pool_.clear();
       maxResults_ = maxResults;
     }
     clear();
@@ -139,6 +139,11 @@ class mvBasicScoreHashing {
   // head of the score's bucket.
   Node* link_(long score) {
     Node* node = nullptr;
+    // Grown before anything changes, so a failed allocation leaves the store as it was;
+    // a deque keeps the nodes in place as it grows.
+    if (numResults_ < maxResults_ && numResults_ == static_cast<long>(pool_.size())) {
+      pool_.emplace_back();
+    }
     if (numResults_ < maxResults_) {
       if (numResults_ == 0) {
         lowest_ = highest_ = score;
@@ -195,7 +200,7 @@ class mvBasicScoreHashing {
   Node* cursor_ = nullptr;
   long iterScore_ = -1;
   std::unique_ptr<Node*[]> heads_;
-  std::unique_ptr<Node[]> pool_;
+  std::deque<Node> pool_;
   long highest_ = -1;
   long lowest_ = -1;
 };

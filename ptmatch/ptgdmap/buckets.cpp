@@ -1,15 +1,18 @@
 // Building the mapping's context: input checks, the staggered rewrite of the grid vectors,
 // the tolerances and directions derived from them, and the bucket grid of point records.
+#include <algorithm>
 #include <cmath>
 #include <sstream>
 
+#include "mvbase/attention.h"
 #include "ptgdmap/context.h"
 
 namespace ptmatch {
 namespace detail {
 namespace {
 
-/// Buckets beyond this count are refused rather than allocated (512 MiB of list heads).
+/// Bucket columns or rows beyond this count are refused, so that a bucket's key (row x
+/// columns + column) stays far inside a long. Only occupied buckets take memory.
 constexpr double kMaxBuckets = 134217728.0;  // 2^27
 /// Angle tolerance ends beyond this many degrees (100 turns) are refused.
 constexpr double kMaxToleranceDegrees = 36000.0;
@@ -111,23 +114,28 @@ void fillBuckets(const std::vector<mvVector<2>>& points, const PointBounds& b,
                  GridMapContext& ctx) {
   ctx.columns = bucketCount(b.maxX - b.minX, ctx.snap);
   ctx.rows = bucketCount(b.maxY - b.minY, ctx.snap);
-  if (static_cast<double>(ctx.columns) * static_cast<double>(ctx.rows) > kMaxBuckets) {
-    rejectInput(L"The points spread over too many buckets of the snap size.");
-  }
-  ctx.heads.assign(static_cast<std::size_t>(ctx.columns * ctx.rows), kNoRecord);
+  ctx.heads.clear();
+  ctx.heads.reserve(points.size());
 
-  ctx.records.resize(points.size());
+  // Records are made one by one, so that a million of them are paced as well.
+  ctx.records.clear();
+  ctx.records.reserve(points.size());
   for (std::size_t i = 0; i < points.size(); ++i) {
-    GridMapRecord& rec = ctx.records[i];
+    mvAttention::pace(256);
+    GridMapRecord& rec = ctx.records.emplace_back();
     rec.point = points[i];
     rec.index = static_cast<long>(i);
     // Monotone in the coordinate, so never beyond the last column or row.
     rec.column = static_cast<long>((rec.point.x() - b.minX) / ctx.snap + 0.5);
     rec.row = static_cast<long>((rec.point.y() - b.minY) / ctx.snap + 0.5);
-    long& headOfBucket = ctx.heads[static_cast<std::size_t>(rec.row * ctx.columns + rec.column)];
-    rec.next = headOfBucket;
-    headOfBucket = rec.index;
+    const auto bucket = ctx.heads.emplace(ctx.key(rec.column, rec.row), kNoRecord).first;
+    rec.next = bucket->second;
+    bucket->second = rec.index;
   }
+  ctx.occupied.clear();
+  ctx.occupied.reserve(ctx.heads.size());
+  for (const auto& bucket : ctx.heads) ctx.occupied.push_back(bucket.first);
+  std::sort(ctx.occupied.begin(), ctx.occupied.end());
 }
 
 }  // namespace

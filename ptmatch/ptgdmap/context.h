@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <unordered_map>
 #include <vector>
 
 #include "mvbase/geometry.h"
@@ -59,13 +60,20 @@ struct GridMapContext {
   double tauComplement = 0.0;  ///< 360 - tau
   long columns = 0;            ///< bucket columns
   long rows = 0;               ///< bucket rows
-  std::vector<long> heads;     ///< head record of each bucket, row by row
+  /// Head record of each occupied bucket, by key row x columns + column; the grid keeps
+  /// only the buckets that hold a point, so its memory grows with the points alone.
+  std::unordered_map<long, long> heads;
+  std::vector<long> occupied;          ///< keys of the occupied buckets, ascending (row by row)
   std::vector<GridMapRecord> records;  ///< one per input point, by input index
   std::vector<long> histogram;         ///< link directions, one bin per whole degree
 
-  /// Head record of bucket (column, row), which must lie inside the grid.
+  /// Key of bucket (column, row), which must lie inside the grid.
+  long key(long column, long row) const { return row * columns + column; }
+  /// Head record of bucket (column, row), which must lie inside the grid; kNoRecord for
+  /// an empty bucket.
   long head(long column, long row) const {
-    return heads[static_cast<std::size_t>(row * columns + column)];
+    const auto found = heads.find(key(column, row));
+    return found == heads.end() ? kNoRecord : found->second;
   }
   /// True when (column, row) lies inside the bucket grid.
   bool inside(long column, long row) const {
@@ -75,11 +83,9 @@ struct GridMapContext {
   /// each bucket from its list head.
   template <typename Visit>
   void forEachRecordInBucketOrder(Visit visit) {
-    for (long r = 0; r < rows; ++r) {
-      for (long c = 0; c < columns; ++c) {
-        for (long i = head(c, r); i != kNoRecord; i = records[static_cast<std::size_t>(i)].next) {
-          visit(i);
-        }
+    for (long k : occupied) {
+      for (long i = heads.at(k); i != kNoRecord; i = records[static_cast<std::size_t>(i)].next) {
+        visit(i);
       }
     }
   }

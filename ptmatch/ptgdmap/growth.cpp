@@ -6,8 +6,10 @@
 // mark. The first pass only trains the transform; the second writes the map.
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <limits>
 
+#include "mvbase/attention.h"
 #include "ptgdmap/context.h"
 #include "ptmatch/tm.h"
 
@@ -113,43 +115,69 @@ class GrowthPass {
   GrowthPass(const GridMapContext& ctx, mv2PtMatchTm& tm, std::vector<mvPair<long>>* map)
       : ctx_(ctx), tm_(tm), map_(map), dof_(growthDof(ctx)) {}
 
-  /// Tests the centre bucket, then each ring k = 1 ... K, refitting after each ring when
-  /// due. Returns the count of snapped points.
+  /// Tests the centre bucket, then each ring k = 1 ... K of the bucket grid (K reaching
+  /// its farthest corner), refitting after each ring when due. Only occupied buckets are
+  /// visited, in the order of the rings; a refit is due only when points were snapped
+  /// since the last one, so refitting after the rings that hold points (and after ring 1,
+  /// for the centre's points) does what refitting after every ring would. Returns the
+  /// count of snapped points.
   long run(long c0, long r0) {
-    testBucket(c0, r0);
     long K = c0;
     if (r0 > K) K = r0;
     if (ctx_.columns - c0 - 1 > K) K = ctx_.columns - c0 - 1;
     if (ctx_.rows - r0 - 1 > K) K = ctx_.rows - r0 - 1;
-    for (long k = 1; k <= K; ++k) {
-      walkRing(c0, r0, k);
-      refitIfDue();
+    long ring = 0;
+    for (const RingBucket& b : ringOrder(c0, r0)) {
+      mvAttention::pace(64);
+      // Between ring a and a later ring b the rings a .. b - 1 end, each refitting when
+      // due, unless only the centre (ring 0) was tested before ring 1.
+      if (b.ring != ring && !(ring == 0 && b.ring == 1)) refitIfDue();
+      ring = b.ring;
+      testBucket(b.column, b.row);
     }
+    if (K >= 1) refitIfDue();
     return count_;
   }
 
  private:
-  /// Walks ring k clockwise in four runs, each clipped to the bucket grid, so that every
-  /// bucket of the ring is tested once.
-  void walkRing(long c0, long r0, long k) {
-    const long columns = ctx_.columns;
-    const long rows = ctx_.rows;
-    if (r0 - k >= 0) {  // top row, rightwards
-      for (long c = std::max(c0 - k, 0L); c < std::min(c0 + k, columns); ++c) testBucket(c, r0 - k);
-    }
-    if (c0 + k < columns) {  // right column, downwards
-      for (long r = std::max(r0 - k, 0L); r < std::min(r0 + k, rows); ++r) testBucket(c0 + k, r);
-    }
-    if (r0 + k < rows) {  // bottom row, leftwards
-      for (long c = std::min(c0 + k, columns - 1); c > std::max(c0 - k, -1L); --c) {
-        testBucket(c, r0 + k);
+  /// An occupied bucket with its place in the walk: its ring and its position in it.
+  struct RingBucket {
+    long ring;
+    long position;
+    long column;
+    long row;
+  };
+
+  /// The occupied buckets in the order of the walk. Ring k is walked clockwise in four
+  /// runs: the top row rightwards (from column c0 - k, short of c0 + k), the right column
+  /// downwards (from row r0 - k, short of r0 + k), the bottom row leftwards (from column
+  /// c0 + k, down to c0 - k + 1), the left column upwards (from row r0 + k, up to
+  /// r0 - k + 1); the grid's edges only clip the runs.
+  std::vector<RingBucket> ringOrder(long c0, long r0) const {
+    std::vector<RingBucket> order;
+    order.reserve(ctx_.occupied.size());
+    for (long key : ctx_.occupied) {
+      const long c = key % ctx_.columns;
+      const long r = key / ctx_.columns;
+      const long dc = c - c0;
+      const long dr = r - r0;
+      const long k = std::max(std::labs(dc), std::labs(dr));
+      long position = 0;
+      if (dr == -k && dc < k) {
+        position = dc + k;
+      } else if (dc == k && dr < k) {
+        position = 2 * k + dr + k;
+      } else if (dr == k && dc > -k) {
+        position = 4 * k + k - dc;
+      } else {
+        position = 6 * k + k - dr;
       }
+      order.push_back(RingBucket{k, position, c, r});
     }
-    if (c0 - k >= 0) {  // left column, upwards
-      for (long r = std::min(r0 + k, rows - 1); r > std::max(r0 - k, -1L); --r) {
-        testBucket(c0 - k, r);
-      }
-    }
+    std::sort(order.begin(), order.end(), [](const RingBucket& a, const RingBucket& b) {
+      return a.ring != b.ring ? a.ring < b.ring : a.position < b.position;
+    });
+    return order;
   }
 
   void testBucket(long column, long row) {

@@ -3,6 +3,7 @@
 // keeps at most 4 of them.
 #include <cmath>
 
+#include "mvbase/attention.h"
 #include "ptgdmap/context.h"
 
 namespace ptmatch {
@@ -70,6 +71,7 @@ void linkNeighbours(GridMapContext& ctx) {
   ctx.histogram.assign(static_cast<std::size_t>(kDirectionBins), 0);
   const AcceptedDistances accepted = acceptedDistances(ctx);
   ctx.forEachRecordInBucketOrder([&](long a) {
+    mvAttention::pace(64);
     const long column = ctx.record(a).column;
     const long row = ctx.record(a).row;
     for (const auto& offset : kScanOrder) {

@@ -2,6 +2,7 @@
 // conversion, the collinearity test and the final grid-to-point fit).
 #include <vector>
 
+#include "mvbase/attention.h"
 #include "mvbase/fitter.h"
 #include "mvbase/timer.h"
 #include "ptgdmap/context.h"
@@ -63,11 +64,16 @@ long mapPoints(const std::vector<mvVector<2>>& points, const mvPtToGridMapRunPar
   setGridVectors(params, ctx);
   // Without any grid vector there is no pitch to search for.
   if (ctx.xv.isNull() && ctx.yv.isNull()) return 0;
+  // One check per step; the steps pace further checks inside.
+  mvAttention::check();
   if (!buildBuckets(points, params, ctx)) return 0;
+  mvAttention::check();
   linkNeighbours(ctx);
   const double theta = estimateRotation(ctx);
+  mvAttention::check();
   const long seed = chooseSeed(ctx);
   if (seed == kNoRecord) return 0;
+  mvAttention::check();
 
   map.assign(points.size(),
              mvPair<long>(mvPtToGridMapResult::kUnassigned, mvPtToGridMapResult::kUnassigned));

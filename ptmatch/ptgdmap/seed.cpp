@@ -4,6 +4,7 @@
 // so the depth-first walk keeps its own stack instead of recursing.
 #include <vector>
 
+#include "mvbase/attention.h"
 #include "ptgdmap/context.h"
 
 namespace ptmatch {
@@ -75,6 +76,7 @@ long chooseSeed(GridMapContext& ctx) {
   long best = 0;
   std::vector<ScoreFrame> stack;
   ctx.forEachRecordInBucketOrder([&](long i) {
+    mvAttention::pace(16);
     if (ctx.record(i).visited) return;
     // A record reached from an earlier one scores less than that one, so only the first
     // records of chains can win; ties keep the earlier record.

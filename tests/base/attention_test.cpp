@@ -3,6 +3,8 @@
 
 #include <atomic>
 #include <chrono>
+#include <limits>
+#include <string>
 #include <thread>
 
 #include "mvbase/attention.h"
@@ -80,4 +82,55 @@ TEST_F(Attention, PollFunctionIsAskedOnEveryCheck) {
   EXPECT_NO_THROW(mvAttention::check());
   EXPECT_EQ(pollCalls, 4);
   EXPECT_EQ(mvAttention::setPoll(nullptr), &pollRequestsOnThirdCall);
+}
+
+TEST_F(Attention, DeadlineMakesCheckThrowTimedOutOnceItHasPassed) {
+  mvAttention::Deadline limit(0.02);
+  EXPECT_NO_THROW(mvAttention::check());
+  EXPECT_LE(mvAttention::secondsLeft(), 0.02);
+  std::this_thread::sleep_for(std::chrono::milliseconds(30));
+  EXPECT_THROW(mvAttention::check(), mvAttention::TimedOut);
+  // It stays passed: every further check throws, and TimedOut is an Interrupted.
+  EXPECT_THROW(mvAttention::check(), mvAttention::Interrupted);
+}
+
+TEST_F(Attention, TimedOutNamesTheLimit) {
+  mvAttention::Deadline limit(0.0);
+  try {
+    mvAttention::check();
+    FAIL() << "no TimedOut";
+  } catch (const mvAttention::TimedOut& e) {
+    EXPECT_EQ(std::string(e.what()),
+              "The run took longer than its time limit of 0 s; allow more time or make the "
+              "search smaller.");
+  }
+}
+
+TEST_F(Attention, DeadlineEndsWithItsScopeAndNestedOnesKeepTheEarliest) {
+  {
+    mvAttention::Deadline outer(0.0);
+    {
+      mvAttention::Deadline inner(100.0);  // later: the outer one stays in force
+      EXPECT_THROW(mvAttention::check(), mvAttention::TimedOut);
+    }
+    EXPECT_THROW(mvAttention::check(), mvAttention::TimedOut);
+  }
+  EXPECT_NO_THROW(mvAttention::check());
+  EXPECT_EQ(mvAttention::secondsLeft(), std::numeric_limits<double>::infinity());
+  mvAttention::Deadline forever(std::numeric_limits<double>::infinity());
+  EXPECT_NO_THROW(mvAttention::check());
+}
+
+TEST_F(Attention, NegativeOrNaNTimeLimitIsRefused) {
+  EXPECT_THROW(mvAttention::Deadline(-1.0), mvAssertionError);
+  EXPECT_THROW(mvAttention::Deadline(std::numeric_limits<double>::quiet_NaN()), mvAssertionError);
+}
+
+TEST_F(Attention, PaceChecksOncePerIntervalOfWork) {
+  mvAttention::pace(mvAttention::kPaceInterval);  // spends whatever was left
+  mvAttention::requestInterruption();
+  mvAttention::pace(mvAttention::kPaceInterval - 1);  // not yet
+  EXPECT_TRUE(mvAttention::isRequested());
+  EXPECT_THROW(mvAttention::pace(1), mvAttention::Interrupted);
+  EXPECT_FALSE(mvAttention::isRequested());
 }

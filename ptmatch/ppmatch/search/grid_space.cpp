@@ -103,7 +103,7 @@ GridSpace mapDataToGridSpace(const std::vector<mvVector<2>>& data, const mvXform
                      translationBy(mvVector<2>(-b.minX, -b.minY));
   space.occupancy =
       mvPelBuffer<unsigned char>(static_cast<long>(width) + 2, static_cast<long>(height) + 2);
-  mfPelClear(space.occupancy);
+  // A new raster is all zeros.
   for (const mvVector<2>& p : space.mapped) {
     fillNeighbourhood(space.occupancy, dataCell(space.dataToGrid, p),
                       static_cast<unsigned char>(1));

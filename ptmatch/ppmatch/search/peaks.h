@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "mvbase/attention.h"
 #include "mvbase/geometry.h"
 #include "mvbase/image.h"
 #include "ppmatch/search/search.h"
@@ -42,6 +43,7 @@ void collectPeakRows(RowAt rowAt, NextRow nextRow, long width, long height, long
                      HypothesisStore& store) {
   if (store.maxResults() < 2 || width < 2 || height < 2) return;
   for (long v = nextRow(first); v <= last; v = nextRow(v + 1)) {
+    mvAttention::pace(width);
     const std::int16_t* row = rowAt(v);
     const std::int16_t* up = v > 0 ? rowAt(v - 1) : nullptr;
     const std::int16_t* down = v + 1 < height ? rowAt(v + 1) : nullptr;

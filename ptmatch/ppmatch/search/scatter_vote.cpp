@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "mvbase/attention.h"
 #include "ppmatch/search/peaks.h"
 #include "ppmatch/search/vote_kernels.h"
 
@@ -41,6 +42,24 @@ constexpr long kMaxKeyedCells = std::numeric_limits<std::int32_t>::max();
 
 long blocksOf(long cells) { return (cells + kVoteBlock - 1) / kVoteBlock; }
 
+// n zeros, written an interval of mvAttention::pace() at a time: the accumulators of a
+// huge window take a while to write.
+template <typename T>
+std::vector<T> pacedZeros(long n) {
+  std::vector<T> cells;
+  const auto size = static_cast<std::size_t>(std::max(0L, n));
+  cells.reserve(size);
+  while (cells.size() < size) {
+    mvAttention::pace(mvAttention::kPaceInterval);
+    cells.resize(
+        std::min(size, cells.size() + static_cast<std::size_t>(mvAttention::kPaceInterval)));
+  }
+  return cells;
+}
+
+// Rows of the given stride that make one interval of mvAttention::pace() (at least one).
+long pacedRows(long stride) { return std::max(1L, mvAttention::kPaceInterval / stride); }
+
 // A point's weight as a 16-bit addend (1 for unit votes).
 std::uint16_t weightOf(const std::vector<std::int16_t>& weights, std::size_t i) {
   return weights.empty() ? std::uint16_t{1} : static_cast<std::uint16_t>(weights[i]);
@@ -71,11 +90,13 @@ void RowItems::finish() {
   if (items_.empty()) std::fill(rowStart_.begin(), rowStart_.end(), 0u);
   long next = rows;
   for (long y = rows - 1; y >= 0; --y) {
+    mvAttention::pace(1);
     if (rowStart_[y + 1] > rowStart_[y]) next = y;
     next_[y] = static_cast<std::int32_t>(next);
   }
   long previous = -1;
   for (long y = 0; y < rows; ++y) {
+    mvAttention::pace(1);
     if (rowStart_[y + 1] > rowStart_[y]) previous = y;
     previous_[y] = static_cast<std::int32_t>(previous);
   }
@@ -88,7 +109,7 @@ ScatterVoter::ScatterVoter(const mvPelBuffer_const<unsigned char>& occupancy,
     : rasterWidth_(occupancy.width()),
       rasterHeight_(occupancy.height()),
       occupancyStride_(occupancy.width() + kVoteBlock),
-      occupancy_(static_cast<std::size_t>(occupancy.height() * occupancyStride_), 0),
+      occupancy_(pacedZeros<unsigned char>(occupancy.height() * occupancyStride_)),
       window_(window),
       width_(window.width() + 1),
       height_(window.height() + 1),
@@ -99,8 +120,8 @@ ScatterVoter::ScatterVoter(const mvPelBuffer_const<unsigned char>& occupancy,
       residue_(occupancy.height()),
       pieces_(occupancy.height()),
       occupiedRows_(occupancy.height()),
-      cells_(static_cast<std::size_t>(height_ * stride_), 0),
-      centreCells_(keyed_ ? static_cast<std::size_t>((height_ + 2) * stride_) : 0, 0),
+      cells_(pacedZeros<std::uint16_t>(height_ * stride_)),
+      centreCells_(pacedZeros<std::uint16_t>(keyed_ ? (height_ + 2) * stride_ : 0)),
       rowSums_(keyed_ ? static_cast<std::size_t>(3 * stride_) : 0, 0),
       rowMax_(static_cast<std::size_t>(height_), 0),
       bandRows_(std::max(1L, kBandCells / stride_)),
@@ -111,6 +132,7 @@ ScatterVoter::ScatterVoter(const mvPelBuffer_const<unsigned char>& occupancy,
       centresFirst_(height_ + 1),
       centresLast_(-2) {
   for (long y = 0; y < rasterHeight_; ++y) {
+    mvAttention::pace(rasterWidth_);
     std::copy(occupancy.pointToRow(y), occupancy.pointToRow(y) + rasterWidth_,
               occupancy_.begin() + y * occupancyStride_);
   }
@@ -123,10 +145,11 @@ ScatterVoter::ScatterVoter(const mvPelBuffer_const<unsigned char>& occupancy,
 // into pieces of at most 4 cells along their rows. Any such choice sums to the raster.
 void ScatterVoter::takeApart(const mvPelBuffer_const<unsigned char>& occupancy) {
   const long keyStride = keyed_ ? stride_ : 0;
-  std::vector<unsigned char> covered(static_cast<std::size_t>(rasterWidth_ * rasterHeight_), 0);
+  std::vector<unsigned char> covered = pacedZeros<unsigned char>(rasterWidth_ * rasterHeight_);
   auto isCovered = [&](long x, long y) { return covered[y * rasterWidth_ + x] != 0; };
   auto isOccupied = [&](long x, long y) { return occupancy.pointToRow(y)[x] != 0; };
   for (long y = 1; y + 1 < rasterHeight_; ++y) {
+    mvAttention::pace(rasterWidth_);
     for (long x = 1; x + 1 < rasterWidth_; ++x) {
       if (!isOccupied(x, y) || isCovered(x, y)) continue;
       bool free = true;
@@ -158,6 +181,7 @@ void ScatterVoter::takeApart(const mvPelBuffer_const<unsigned char>& occupancy) 
     }
   };
   for (long y = 0; y < rasterHeight_; ++y) {
+    mvAttention::pace(3 * rasterWidth_);
     cutRuns(residue_, y,
             [&](long x, long row) { return isOccupied(x, row) && !isCovered(x, row); });
     cutRuns(pieces_, y, isOccupied);
@@ -367,7 +391,10 @@ void ScatterVoter::addDensePointsByBands() {
   }
   for (long band = first; band <= last; band += bandRows_) {
     const long bandLast = std::min(last, band + bandRows_ - 1);
-    for (const PointVote& d : points_) addRows(d, band, bandLast);
+    for (const PointVote& d : points_) {
+      mvAttention::pace((bandLast - band + 1) * width_);
+      addRows(d, band, bandLast);
+    }
   }
 }
 
@@ -387,17 +414,23 @@ void ScatterVoter::addCentreBoxSums() {
   }
   touch(first, last);
   BoxSums b;
-  b.acc = reinterpret_cast<std::uint16_t*>(row(first));
   b.accStride = stride_;
-  b.centres = centreCells_.data() + (first + 1) * stride_ + kPad;
   b.centreStride = stride_;
   b.scratch = rowSums_.data();
   b.scratchStride = stride_;
-  b.rows = last - first + 1;
   b.blocks = blocksOf(width_);
   b.assign = assign;
-  b.rowMax = rowMax_.data() + first;
-  addBoxSums(b);
+  // In chunks of rows, pacing the interruption checks; each chunk takes the horizontal
+  // sums of the centre rows around it afresh, so the sums are the same as in one pass.
+  const long chunkRows = pacedRows(stride_);
+  for (long chunk = first; chunk <= last; chunk += chunkRows) {
+    mvAttention::pace(mvAttention::kPaceInterval);
+    b.acc = reinterpret_cast<std::uint16_t*>(row(chunk));
+    b.centres = centreCells_.data() + (chunk + 1) * stride_ + kPad;
+    b.rows = std::min(chunkRows, last - chunk + 1);
+    b.rowMax = rowMax_.data() + chunk;
+    addBoxSums(b);
+  }
   maxFirst_ = first;
   maxLast_ = last;
   centresFirst_ = height_ + 1;
@@ -417,12 +450,15 @@ long ScatterVoter::nextCandidateRow(long v, long last, std::int16_t threshold) c
   while (v <= last) {
     if (v < maxFirst_ || v > maxLast_) {
       const long end = v < maxFirst_ ? std::min(last, maxFirst_ - 1) : last;
-      const long found = nextExceedingRow(row(0), stride_, v, end, blocks, threshold);
-      if (found <= end) return found;
-      v = end + 1;
+      const long chunkEnd = std::min(end, v + pacedRows(stride_) - 1);
+      mvAttention::pace(mvAttention::kPaceInterval);
+      const long found = nextExceedingRow(row(0), stride_, v, chunkEnd, blocks, threshold);
+      if (found <= chunkEnd) return found;
+      v = chunkEnd + 1;
       continue;
     }
     for (; v <= std::min(last, maxLast_); ++v) {
+      mvAttention::pace(1);
       if (rowMax_[v] > threshold) return v;
     }
   }
@@ -431,9 +467,13 @@ long ScatterVoter::nextCandidateRow(long v, long last, std::int16_t threshold) c
 
 // Zeroes accumulator rows first..last (nothing when first > last).
 void ScatterVoter::clearStaleRows(long first, long last) {
-  if (first > last) return;
-  std::fill(cells_.begin() + first * stride_, cells_.begin() + (last + 1) * stride_,
-            std::uint16_t{0});
+  const long chunkRows = pacedRows(stride_);
+  for (long chunk = first; chunk <= last; chunk += chunkRows) {
+    mvAttention::pace(mvAttention::kPaceInterval);
+    const long chunkLast = std::min(last, chunk + chunkRows - 1);
+    std::fill(cells_.begin() + chunk * stride_, cells_.begin() + (chunkLast + 1) * stride_,
+              std::uint16_t{0});
+  }
 }
 
 // Before the first addition of a vote: zeroes the rows the last vote left.

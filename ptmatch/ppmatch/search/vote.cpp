@@ -5,6 +5,7 @@
 #include <cmath>
 #include <limits>
 
+#include "mvbase/attention.h"
 #include "ppmatch/search/grid_space.h"
 #include "ppmatch/search/peaks.h"
 
@@ -86,11 +87,13 @@ void voteUnitBatch(const mvPelBuffer_const<unsigned char>& occupancy, const mvPe
     VoteSpan s;
     if (!clipSpan(occupancy, window, projected[i], width, bandFirst, bandLast, s)) continue;
     for (long v = s.vLo; v <= s.vHi; ++v) {
+      mvAttention::pace(s.n);
       addCountRow(counts.data() + (v - bandFirst) * width + s.uLo,
                   occupancy.pointToRow(s.y0 + v) + s.x0 + s.uLo, s.n);
     }
   }
   for (long v = bandFirst; v <= bandLast; ++v) {
+    mvAttention::pace(width);
     widenCountRow(unsignedRow(accumulator, v), counts.data() + (v - bandFirst) * width, width);
   }
 }
@@ -119,6 +122,7 @@ void voteWeightedBand(const mvPelBuffer_const<unsigned char>& occupancy, const m
     }
     const std::uint16_t weight = wrapToUint16(weights[i]);
     for (long v = s.vLo; v <= s.vHi; ++v) {
+      mvAttention::pace(s.n);
       addWeightedRow(unsignedRow(accumulator, v) + s.uLo,
                      occupancy.pointToRow(s.y0 + v) + s.x0 + s.uLo, s.n, weight);
     }
@@ -173,7 +177,11 @@ void voteTranslations(const mvPelBuffer_const<unsigned char>& occupancy, const m
                       const std::vector<mvPair<long>>& projected,
                       const std::vector<std::int16_t>& weights,
                       mvPelBuffer<std::int16_t>& accumulator, std::vector<unsigned char>& counts) {
-  mfPelClear(accumulator);
+  for (long v = 0; v < accumulator.height(); ++v) {
+    mvAttention::pace(accumulator.width());
+    std::fill(accumulator.pointToRow(v), accumulator.pointToRow(v) + accumulator.width(),
+              std::int16_t{0});
+  }
   if (weights.empty()) counts.resize(static_cast<std::size_t>(kBandRows * accumulator.width()));
   const long lastV = accumulator.height() - 1;
   for (long band = 0; band <= lastV; band += kBandRows) {
@@ -193,7 +201,10 @@ void collectPeaks(const mvPelBuffer_const<std::int16_t>& accumulator, long minSc
   const long last = accumulator.height() - 1;
   auto rowAt = [&](long v) { return accumulator.pointToRow(v); };
   auto nextRow = [&](long v) {
-    while (v <= last && !rowReaches(rowAt(v), width, minScore)) ++v;
+    while (v <= last && !rowReaches(rowAt(v), width, minScore)) {
+      mvAttention::pace(width);
+      ++v;
+    }
     return v;
   };
   collectPeakRows(rowAt, nextRow, width, accumulator.height(), 0, last, minScore, window, scale,
