@@ -58,8 +58,8 @@ namespace {
 
 /// Writes the classes of row y into mask; pels compare with the row's limits.
 template <typename T>
-void classifyRow(const T* pels, long width, const Limits& limits, RowLimits& rowLimits,
-                 long y, std::uint8_t* mask) {
+void classifyRow(const T* pels, long width, const Limits& limits, RowLimits& rowLimits, long y,
+                 std::uint8_t* mask) {
   if (limits.global()) {
     const int lo = limits.globalLo(), hi = limits.globalHi();
     for (long x = 0; x < width; ++x) {
@@ -128,8 +128,8 @@ std::vector<mvDot> findDots(const mvPelBuffer_const<T>& image, const mvDotDetect
     mvDotBuilder_ build(dot);
     build.centre(dot.x() + ox, dot.y() + oy);
     const mvPelRect& b = dot.box();
-    build.box(mvPelRect(b.x() + image.offset().x(), b.y() + image.offset().y(), b.width(),
-                        b.height()));
+    build.box(
+        mvPelRect(b.x() + image.offset().x(), b.y() + image.offset().y(), b.width(), b.height()));
     dots.push_back(dot);
   }
   sortDots(dots);

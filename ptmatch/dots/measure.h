@@ -103,14 +103,22 @@ class DotMeasurer {
   bool measure(const Blob& blob, mvDot& dot);
 
  private:
-  std::uint8_t& maskAt(long x, long y) {
-    return mask_[static_cast<std::size_t>(y * width_ + x)];
+  /// True when pel (x, y) is another dot's or touches one (its blurred edge).
+  bool nearOtherDot(long x, long y) const {
+    for (long ny = std::max(0L, y - 1); ny <= std::min(height_ - 1, y + 1); ++ny) {
+      for (long nx = std::max(0L, x - 1); nx <= std::min(width_ - 1, x + 1); ++nx) {
+        const std::uint8_t m = mask_[static_cast<std::size_t>(ny * width_ + nx)];
+        if (m != kBackground && (m & kOwnPel) == 0) return true;
+      }
+    }
+    return false;
   }
+  std::uint8_t& maskAt(long x, long y) { return mask_[static_cast<std::size_t>(y * width_ + x)]; }
   void markOwn(const Blob& blob);
+  void unmarkOwn(const Blob& blob);
   bool fitBackground(const Blob& blob, const Margins& m, Plane& plane);
   Window windowAround(const Blob& blob, const Margins& m) const;
-  bool centroid(const Blob& blob, const Margins& m, const Plane& plane, double sign,
-                mvDot& dot);
+  bool centroid(const Blob& blob, const Margins& m, const Plane& plane, double sign, mvDot& dot);
 
   const mvPelBuffer_const<T>& image_;
   std::vector<std::uint8_t>& mask_;
@@ -144,6 +152,15 @@ void DotMeasurer<T>::markOwn(const Blob& blob) {
 }
 
 template <typename T>
+void DotMeasurer<T>::unmarkOwn(const Blob& blob) {
+  for (long y = blob.y0; y <= blob.y1; ++y) {
+    std::uint8_t* mask = &mask_[static_cast<std::size_t>(y * width_)];
+    for (long x = blob.x0; x <= blob.x1; ++x)
+      mask[x] = static_cast<std::uint8_t>(mask[x] & ~kOwnPel);
+  }
+}
+
+template <typename T>
 bool DotMeasurer<T>::fitBackground(const Blob& blob, const Margins& m, Plane& plane) {
   const long ix0 = blob.x0 - m.inner, ix1 = blob.x1 + m.inner;
   const long iy0 = blob.y0 - m.inner, iy1 = blob.y1 + m.inner;
@@ -159,7 +176,7 @@ bool DotMeasurer<T>::fitBackground(const Blob& blob, const Margins& m, Plane& pl
         x = ix1;  // skip the inner window
         continue;
       }
-      if (mask[x] != kBackground) continue;
+      if (mask[x] != kBackground || nearOtherDot(x, y)) continue;
       sums.add(static_cast<double>(x) - refX_, static_cast<double>(y) - refY_,
                static_cast<double>(pels[x]));
     }
@@ -170,15 +187,15 @@ bool DotMeasurer<T>::fitBackground(const Blob& blob, const Margins& m, Plane& pl
 }
 
 template <typename T>
-bool DotMeasurer<T>::centroid(const Blob& blob, const Margins& m, const Plane& plane,
-                              double sign, mvDot& dot) {
+bool DotMeasurer<T>::centroid(const Blob& blob, const Margins& m, const Plane& plane, double sign,
+                              mvDot& dot) {
   const long x0 = std::max(0L, blob.x0 - m.inner), x1 = std::min(width_ - 1, blob.x1 + m.inner);
   const long y0 = std::max(0L, blob.y0 - m.inner), y1 = std::min(height_ - 1, blob.y1 + m.inner);
   const Window window = windowAround(blob, m);
   double sw = 0.0, swu = 0.0, swv = 0.0, peak = 0.0;
   for (long y = y0; y <= y1; ++y) {
     const T* pels = image_.pointToRow(y);
-    std::uint8_t* mask = &mask_[static_cast<std::size_t>(y * width_)];
+    const std::uint8_t* mask = &mask_[static_cast<std::size_t>(y * width_)];
     const double v = static_cast<double>(y) - refY_;
     for (long x = x0; x <= x1; ++x) {
       const std::uint8_t mk = mask[x];
@@ -187,9 +204,8 @@ bool DotMeasurer<T>::centroid(const Blob& blob, const Margins& m, const Plane& p
       const double u = static_cast<double>(x) - refX_;
       double w = sign * (static_cast<double>(pels[x]) - plane.at(u, v));
       if (own) {
-        mask[x] = static_cast<std::uint8_t>(mk & ~kOwnPel);
         peak = std::max(peak, w);
-      } else if (!window.holds(u, v)) {
+      } else if (!window.holds(u, v) || nearOtherDot(x, y)) {
         continue;
       }
       if (w < 0.0) w = 0.0;
@@ -234,13 +250,9 @@ bool DotMeasurer<T>::measure(const Blob& blob, mvDot& dot) {
   const Margins margins = marginsFor(blob.n);
   Plane plane;
   const bool bright = blob.cls == kBrightPel;
-  bool ok = fitBackground(blob, margins, plane);
-  if (ok) {
-    ok = centroid(blob, margins, plane, bright ? 1.0 : -1.0, dot);
-  } else {
-    // Unmeasured: the own marks still have to go.
-    centroid(blob, margins, plane, 0.0, dot);
-  }
+  const bool ok = fitBackground(blob, margins, plane) &&
+                  centroid(blob, margins, plane, bright ? 1.0 : -1.0, dot);
+  unmarkOwn(blob);
   if (!ok) return false;
   mvDotBuilder_ build(dot);
   build.area(blob.n);

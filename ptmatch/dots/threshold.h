@@ -112,8 +112,8 @@ class Limits {
   bool local_ = false;
   bool dark_ = true;
   bool bright_ = true;
-  int lo_ = 0;       // global: dark below this
-  int hi_ = 0;       // global: bright above this
+  int lo_ = 0;           // global: dark below this
+  int hi_ = 0;           // global: bright above this
   double margin_ = 0.0;  // local: distance from the background
   std::vector<LocalBackground> background_;
   mutable std::vector<float> rowBackground_;

@@ -10,11 +10,11 @@
 namespace dot_test {
 
 struct Score {
-  long found = 0;       ///< rendered dots with a found dot within 1.5 pels
-  long missed = 0;      ///< rendered dots without
-  long falseDots = 0;   ///< found dots near no rendered dot
-  double rms = 0.0;     ///< centre error of the matched dots, RMS
-  double worst = 0.0;   ///< largest centre error
+  long found = 0;      ///< rendered dots with a found dot within 1.5 pels
+  long missed = 0;     ///< rendered dots without
+  long falseDots = 0;  ///< found dots near no rendered dot
+  double rms = 0.0;    ///< centre error of the matched dots, RMS
+  double worst = 0.0;  ///< largest centre error
 };
 
 inline Score score(const std::vector<dot_images::Dot>& truth, const std::vector<mvDot>& found) {
