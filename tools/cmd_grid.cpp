@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "commands.h"
+#include "dot_input.h"
 #include "errors.h"
 #include "grid_defaults.h"
 #include "outputs.h"
@@ -39,8 +40,7 @@ int runGrid(const std::vector<std::string>& args, std::ostream& out) {
       {"--points", true},     {"--xv", true},    {"--yv", true},
       {"--staggered", false}, {"--snap", true},  {"--size-tol", true},
       {"--angle-tol", true},  {"--json", false}, {"--svg", true}};
-  const ParsedOptions options = parseOptions(args, specs, "grid");
-  const std::string pointsPath = options.required("--points");
+  const ParsedOptions options = parseOptions(args, withImageInput(specs, {"--image"}), "grid");
   const mvVector<2> xv = parseVector(options.required("--xv"), "--xv");
   const mvVector<2> yv = parseVector(options.required("--yv"), "--yv");
   if (xv.isNull() && yv.isNull()) throw UsageError("--xv and --yv must not both be 0,0");
@@ -64,7 +64,8 @@ int runGrid(const std::vector<std::string>& args, std::ostream& out) {
     angleTol = mvAngleRange(mvDegree(t.first), mvDegree(t.second));
   }
 
-  const PointFile points = readDataPoints(pointsPath);
+  std::string pointsPath;
+  const PointFile points = pointsOrDots(options, "--points", "--image", pointsPath);
   const mvPtToGridMapRunParams params(xv, yv, staggered, snap, sizeTol, angleTol);
   const GridReport report = mapPointsToGrid(points.points, params);
   writeGridOutputs(out, options, report, "ptmatch grid: " + pointsPath);

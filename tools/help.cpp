@@ -14,6 +14,7 @@ Usage:
   ptmatch match --model FILE --data FILE [search options] [--json] [--svg FILE]
   ptmatch grid --points FILE --xv X,Y --yv X,Y [grid options] [--json] [--svg FILE]
   ptmatch pattern --image FILE --data FILE [search options] [--json] [--svg FILE]
+  ptmatch dots --image FILE [dot options] [--json] [--svg FILE]
   ptmatch --help | COMMAND --help | --version
 
 Commands:
@@ -22,6 +23,8 @@ Commands:
   match     train a matcher with model points and find the model in data points
   grid      assign points to the nodes of a regular, optionally staggered grid
   pattern   train a matcher from a dot-pattern image and find it in data points
+  dots      find the dots of an image (PGM, PNG, TIFF, JPEG) to a fraction of a pel;
+            `match` and `grid` take such images in place of point files
 
 Point files hold one point a line, 'x y' or 'x,y', with an optional third column of
 whole-number weights (model files only); '#' starts a comment and one header line
@@ -100,6 +103,9 @@ Input:
   --exhaustive          try every pairing of model and data points instead of the
                         hypothesis search: (larger set + 1) ^ (smaller set) assignments,
                         so only for a few points (refused beyond 10^8 assignments)
+  --model-image FILE    the centres of the dots of an image as the model points, in
+                        place of --model (dot options as for `ptmatch dots`)
+  --data-image FILE     the centres of the dots of an image as the data points
 
 )";
 
@@ -143,6 +149,9 @@ xv and yv, and fits the grid-to-point transform (mfPtToGridMap).
 
 Options:
   --points FILE       the points
+  --image FILE        or the centres of the dots of an image (dot options as for
+                      `ptmatch dots`: --polarity, --threshold, --min-area, --max-area,
+                      --min-roundness)
   --xv X,Y            expected vector from a node to its neighbour along the first axis
   --yv X,Y            expected vector along the second axis (one of them may be 0,0 for
                       a single row of dots)
@@ -163,6 +172,31 @@ Options:
                       without a node crossed out, neighbouring nodes linked
 )";
 
+const char* const kDotsHelp =
+    R"(Usage: ptmatch dots --image FILE [--polarity dark|bright|either]
+                    [--threshold auto|local|N] [--min-area A] [--max-area A]
+                    [--min-roundness R] [--json] [--svg FILE]
+
+Finds the dots of a grey image (PGM of 8 or 16 bits; PNG, TIFF and JPEG when the library
+was built with them; colour is turned to grey) and prints each dot's centre, area in pels,
+contrast in grey levels and roundness (minor over major axis, 1 for a disc). Centres are
+in pels, the centre of the upper-left pel at (0, 0); dots come sorted by the row of their
+centre (rounded), then by x. Dots that touch the image's edge are marked (border).
+
+Options:
+  --image FILE          the image
+  --polarity P          dark (default), bright or either
+  --threshold T         auto (default: Otsu's threshold over the whole image), local
+                        (follows uneven illumination), or a grey value N
+  --min-area A          smallest dot in pels (default: 4)
+  --max-area A          largest dot in pels (default: 100000)
+  --min-roundness R     0 to 1 (default: 0)
+  --json                print one object: {"width", "height", "dots": [{"x", "y", "area",
+                        "contrast", "roundness"}], "time"}; time is the detection's
+                        seconds, reading the file left out
+  --svg FILE            write a picture: the image with each dot's outline and centre
+)";
+
 }  // namespace
 
 std::string helpText(const std::string& command) {
@@ -171,6 +205,7 @@ std::string helpText(const std::string& command) {
   if (command == "match") return std::string(kMatchHead) + kSearchOptionsHelp;
   if (command == "pattern") return std::string(kPatternHead) + kSearchOptionsHelp;
   if (command == "grid") return kGridHelp;
+  if (command == "dots") return kDotsHelp;
   return "";
 }
 
