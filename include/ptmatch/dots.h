@@ -49,8 +49,9 @@ class PTMATCH_API mvDotDefs {
   enum Polarity { eDark = 0, eBright = 1, eEither = 2 };
 
   /// How the dot pels are told from the background.
-  /// - eAuto: one threshold for the whole image, by Otsu's method on its histogram (with
-  ///   eEither: on the distances of the grey values from the image's median grey).
+  /// - eAuto: one threshold for the whole image, by Otsu's method on the part of its
+  ///   histogram on the dots' side of the median grey (with eEither: on the distances of
+  ///   the grey values from the median). Dots must cover less than half the image.
   /// - eFixed: the given grey value; with eDark the pels below it are dot pels, with eBright
   ///   those above it, with eEither both (the background then forms a component of its own,
   ///   which the maximum area removes).

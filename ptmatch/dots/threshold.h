@@ -159,7 +159,14 @@ void Limits::chooseGlobal(const mvPelBuffer_const<T>& image, const mvDotDetectPa
         for (long x = 0; x < image.width(); x += step) h[pels[x]] += 1.0;
       });
   if (dark_ != bright_) {
-    const long t = otsuThreshold(grey);
+    // Dots are the minority: split the side of the median away from the background, so
+    // that dots of the other polarity do not draw the threshold.
+    std::vector<double> side = grey;
+    const std::size_t median = static_cast<std::size_t>(histogramMedian(grey));
+    for (std::size_t v = 0; v < bins; ++v) {
+      if (dark_ ? v > median : v < median) side[v] = 0.0;
+    }
+    const long t = otsuThreshold(side);
     if (t < 0) {
       any_ = false;
       return;
