@@ -80,6 +80,11 @@ from ._ptmatch import (
     PtMatchTm3,
     PseudoInverse,
     MatrixExt,
+    # dots and image files
+    DotError,
+    ImageFileError,
+    find_dots,
+    read_image,
 )
 from . import _ptmatch
 
@@ -104,6 +109,10 @@ PerspectiveTm2.BadArgs = PerspectiveTm2BadArgs
 PtMatchTm3.BadArgs = PtMatchTm3BadArgs
 
 __all__ = [
+    "DotError",
+    "ImageFileError",
+    "find_dots",
+    "read_image",
     "Error",
     "ArchiveError",
     "UnknownVersion",

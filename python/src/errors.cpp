@@ -109,6 +109,14 @@ std::vector<ErrorClass>& errorClasses() {
        "Input that the point-to-grid mapping cannot work with: a non-finite point or parameter, "
        "or points spread over too many buckets (mvPtToGridMapDefs::BadInput); also a ValueError.",
        &isA<mvPtToGridMapDefs::BadInput>, nullptr},
+      {"DotError", "mvDotDefs::BadInput", "Error", &PyExc_ValueError,
+       "A dot detector parameter out of range, or an image it cannot work with "
+       "(mvDotDefs::BadInput); also a ValueError.",
+       &isA<mvDotDefs::BadInput>, nullptr},
+      {"ImageFileError", "mvImageFileDefs::BadFile", "Error", &PyExc_ValueError,
+       "A file that cannot be read as an image; the message names the file and the problem "
+       "(mvImageFileDefs::BadFile). Also a ValueError.",
+       &isA<mvImageFileDefs::BadFile>, nullptr},
       {"GridInsufficientModelPoints", "mv_PointToGridCorresponderDefs::InsufficientModelPoints",
        "GridCorresponderError", &PyExc_ValueError,
        "A grid corresponder training image with fewer than 3 set pels "
