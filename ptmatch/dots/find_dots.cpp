@@ -56,24 +56,30 @@ Plane PlaneSums::solve() const {
 
 namespace {
 
-/// Writes the classes of row y into mask; pels compare with the row's limits.
+/// Writes the classes of the dot pels of row y into mask (zero beforehand); spans without
+/// a dot pel are only read.
 template <typename T>
 void classifyRow(const T* pels, long width, const Limits& limits, RowLimits& rowLimits, long y,
                  std::uint8_t* mask) {
   if (limits.global()) {
-    const int lo = limits.globalLo(), hi = limits.globalHi();
-    for (long x = 0; x < width; ++x) {
+    if (y == 0) limits.row(0, rowLimits);
+  } else {
+    limits.row(y, rowLimits);
+  }
+  for (long x0 = 0, s = 0; x0 < width; x0 += kSpan, ++s) {
+    const long x1 = std::min(width, x0 + kSpan);
+    const int lo = rowLimits.lo[static_cast<std::size_t>(s)];
+    const int hi = rowLimits.hi[static_cast<std::size_t>(s)];
+    unsigned any = 0;
+    for (long x = x0; x < x1; ++x) {
+      const int v = pels[x];
+      any |= static_cast<unsigned>(v > hi) | static_cast<unsigned>(v < lo);
+    }
+    if (any == 0) continue;
+    for (long x = x0; x < x1; ++x) {
       const int v = pels[x];
       mask[x] = v > hi ? kBrightPel : (v < lo ? kDarkPel : kBackground);
     }
-    return;
-  }
-  limits.row(y, rowLimits);
-  const int* lo = rowLimits.lo.data();
-  const int* hi = rowLimits.hi.data();
-  for (long x = 0; x < width; ++x) {
-    const int v = pels[x];
-    mask[x] = v > hi[x] ? kBrightPel : (v < lo[x] ? kDarkPel : kBackground);
   }
 }
 

@@ -34,6 +34,9 @@ class mvDotBuilder_ {
 
 namespace ptmatch::dots_detail {
 
+/// A dot's peak must exceed this many times the RMS noise of the ring around it.
+constexpr double kLeastSignificance = 4.0;
+
 /// Bit of the mask that marks the pels of the dot being measured.
 constexpr std::uint8_t kOwnPel = 0x80;
 
@@ -54,6 +57,7 @@ inline Margins marginsFor(double area) {
 
 /// Plane a + b u + c v of the background, in coordinates relative to a reference pel.
 struct Plane {
+  double noise = 0.0;  ///< RMS residual of the ring's pels
   double a = 0.0;
   double b = 0.0;
   double c = 0.0;
@@ -63,7 +67,7 @@ struct Plane {
 /// Least-squares plane through sums of a ring's pels; a level plane at their mean when the
 /// pels do not pin a slope down.
 struct PlaneSums {
-  double n = 0, su = 0, sv = 0, suu = 0, suv = 0, svv = 0, sg = 0, sug = 0, svg = 0;
+  double n = 0, su = 0, sv = 0, suu = 0, suv = 0, svv = 0, sg = 0, sug = 0, svg = 0, sgg = 0;
   void add(double u, double v, double g) {
     n += 1.0;
     su += u;
@@ -74,8 +78,14 @@ struct PlaneSums {
     sg += g;
     sug += u * g;
     svg += v * g;
+    sgg += g * g;
   }
   Plane solve() const;
+  /// Root mean square of the pels' residuals from the plane.
+  double residual(const Plane& p) const {
+    const double rss = sgg - p.a * sg - p.b * sug - p.c * svg;
+    return rss > 0.0 && n > 3.0 ? std::sqrt(rss / (n - 3.0)) : 0.0;
+  }
 };
 
 /// The centroid's window: the ellipse of the mask's second moments grown by the inner
@@ -105,6 +115,7 @@ class DotMeasurer {
  private:
   /// True when pel (x, y) is another dot's or touches one (its blurred edge).
   bool nearOtherDot(long x, long y) const {
+    if (!crowded_) return false;
     for (long ny = std::max(0L, y - 1); ny <= std::min(height_ - 1, y + 1); ++ny) {
       for (long nx = std::max(0L, x - 1); nx <= std::min(width_ - 1, x + 1); ++nx) {
         const std::uint8_t m = mask_[static_cast<std::size_t>(ny * width_ + nx)];
@@ -114,6 +125,9 @@ class DotMeasurer {
     return false;
   }
   std::uint8_t& maskAt(long x, long y) { return mask_[static_cast<std::size_t>(y * width_ + x)]; }
+  /// Whether mask pels of other components lie in the box [x0, x1] x [y0, y1].
+  bool othersIn(const Blob& blob, long x0, long y0, long x1, long y1) const;
+  bool isOwn(std::uint8_t m) const { return crowded_ ? (m & kOwnPel) != 0 : m != kBackground; }
   void markOwn(const Blob& blob);
   void unmarkOwn(const Blob& blob);
   bool fitBackground(const Blob& blob, const Margins& m, Plane& plane);
@@ -124,6 +138,7 @@ class DotMeasurer {
   std::vector<std::uint8_t>& mask_;
   long width_;
   long height_;
+  bool crowded_ = false;  ///< other components near the dot: own pels are marked
   double refX_ = 0.0;
   double refY_ = 0.0;
   std::vector<std::size_t> stack_;
@@ -152,6 +167,18 @@ void DotMeasurer<T>::markOwn(const Blob& blob) {
 }
 
 template <typename T>
+bool DotMeasurer<T>::othersIn(const Blob& blob, long x0, long y0, long x1, long y1) const {
+  double count = 0.0;
+  for (long y = std::max(0L, y0); y <= std::min(height_ - 1, y1); ++y) {
+    const std::uint8_t* mask = &mask_[static_cast<std::size_t>(y * width_)];
+    for (long x = std::max(0L, x0); x <= std::min(width_ - 1, x1); ++x) {
+      count += mask[x] != kBackground ? 1.0 : 0.0;
+    }
+  }
+  return count > blob.n;
+}
+
+template <typename T>
 void DotMeasurer<T>::unmarkOwn(const Blob& blob) {
   for (long y = blob.y0; y <= blob.y1; ++y) {
     std::uint8_t* mask = &mask_[static_cast<std::size_t>(y * width_)];
@@ -167,6 +194,7 @@ bool DotMeasurer<T>::fitBackground(const Blob& blob, const Margins& m, Plane& pl
   const long ox0 = std::max(0L, ix0 - m.ring), ox1 = std::min(width_ - 1, ix1 + m.ring);
   const long oy0 = std::max(0L, iy0 - m.ring), oy1 = std::min(height_ - 1, iy1 + m.ring);
   PlaneSums sums;
+  double ringPels = 0.0;
   for (long y = oy0; y <= oy1; ++y) {
     const T* pels = image_.pointToRow(y);
     const std::uint8_t* mask = &mask_[static_cast<std::size_t>(y * width_)];
@@ -176,13 +204,18 @@ bool DotMeasurer<T>::fitBackground(const Blob& blob, const Margins& m, Plane& pl
         x = ix1;  // skip the inner window
         continue;
       }
+      ringPels += 1.0;
       if (mask[x] != kBackground || nearOtherDot(x, y)) continue;
       sums.add(static_cast<double>(x) - refX_, static_cast<double>(y) - refY_,
                static_cast<double>(pels[x]));
     }
   }
-  if (sums.n < 8.0) return false;
+  // A dot lies on background: a third of the ring around it at least must be free of other
+  // dots (this
+  // also drops the shapes that a threshold cuts out of noise alone, which crowd each other).
+  if (sums.n < 8.0 || 3.0 * sums.n < ringPels) return false;
   plane = sums.solve();
+  plane.noise = sums.residual(plane);
   return true;
 }
 
@@ -199,7 +232,7 @@ bool DotMeasurer<T>::centroid(const Blob& blob, const Margins& m, const Plane& p
     const double v = static_cast<double>(y) - refY_;
     for (long x = x0; x <= x1; ++x) {
       const std::uint8_t mk = mask[x];
-      const bool own = (mk & kOwnPel) != 0;
+      const bool own = isOwn(mk);
       if (!own && mk != kBackground) continue;  // another dot's pel
       const double u = static_cast<double>(x) - refX_;
       double w = sign * (static_cast<double>(pels[x]) - plane.at(u, v));
@@ -214,7 +247,9 @@ bool DotMeasurer<T>::centroid(const Blob& blob, const Margins& m, const Plane& p
       swv += w * v;
     }
   }
-  if (!(sw > 0.0) || !(peak > 0.0)) return false;
+  // A dot must stand out of the background's noise (this drops the blobs that a threshold
+  // cuts out of noise alone).
+  if (!(sw > 0.0) || !(peak > kLeastSignificance * plane.noise)) return false;
   mvDotBuilder_ build(dot);
   build.centre(refX_ + swu / sw, refY_ + swv / sw);
   build.contrast(peak);
@@ -246,13 +281,16 @@ template <typename T>
 bool DotMeasurer<T>::measure(const Blob& blob, mvDot& dot) {
   refX_ = 0.5 * static_cast<double>(blob.x0 + blob.x1);
   refY_ = 0.5 * static_cast<double>(blob.y0 + blob.y1);
-  markOwn(blob);
   const Margins margins = marginsFor(blob.n);
+  // The box of the ring, one pel wider for the blurred edges of other dots.
+  const long reach = margins.inner + margins.ring + 1;
+  crowded_ = othersIn(blob, blob.x0 - reach, blob.y0 - reach, blob.x1 + reach, blob.y1 + reach);
+  if (crowded_) markOwn(blob);
   Plane plane;
   const bool bright = blob.cls == kBrightPel;
   const bool ok = fitBackground(blob, margins, plane) &&
                   centroid(blob, margins, plane, bright ? 1.0 : -1.0, dot);
-  unmarkOwn(blob);
+  if (crowded_) unmarkOwn(blob);
   if (!ok) return false;
   mvDotBuilder_ build(dot);
   build.area(blob.n);

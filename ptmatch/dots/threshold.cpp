@@ -61,8 +61,10 @@ void LocalBackground::blockRow(double fy, std::vector<double>& out) const {
 void LocalBackground::row(long y, std::vector<float>& out) const {
   const double half = 0.5 * static_cast<double>(block_) - 0.5;
   blockRow((static_cast<double>(y) - half) / static_cast<double>(block_), blockRow_);
-  out.resize(static_cast<std::size_t>(width_));
-  for (long x = 0; x < width_; ++x) {
+  const long spans = (width_ + kSpan - 1) / kSpan;
+  out.resize(static_cast<std::size_t>(spans));
+  for (long s = 0; s < spans; ++s) {
+    const long x = std::min(width_ - 1, s * kSpan + kSpan / 2);
     const double fx = std::min(std::max((static_cast<double>(x) - half) / block_, 0.0),
                                static_cast<double>(columns_ - 1));
     const long c0 = static_cast<long>(fx);
@@ -70,24 +72,24 @@ void LocalBackground::row(long y, std::vector<float>& out) const {
     const double t = fx - static_cast<double>(c0);
     const double a = blockRow_[static_cast<std::size_t>(c0)];
     const double b = blockRow_[static_cast<std::size_t>(c1)];
-    out[static_cast<std::size_t>(x)] = static_cast<float>(a + (b - a) * t);
+    out[static_cast<std::size_t>(s)] = static_cast<float>(a + (b - a) * t);
   }
 }
 
 void Limits::row(long y, RowLimits& out) const {
-  out.lo.resize(static_cast<std::size_t>(width_));
-  out.hi.resize(static_cast<std::size_t>(width_));
+  const std::size_t spans = static_cast<std::size_t>((width_ + kSpan - 1) / kSpan);
+  out.lo.resize(spans);
+  out.hi.resize(spans);
   if (!local_) {
     std::fill(out.lo.begin(), out.lo.end(), lo_);
     std::fill(out.hi.begin(), out.hi.end(), hi_);
     return;
   }
   background_.front().row(y, rowBackground_);
-  for (long x = 0; x < width_; ++x) {
-    const double b = rowBackground_[static_cast<std::size_t>(x)];
-    out.lo[static_cast<std::size_t>(x)] = dark_ ? static_cast<int>(std::ceil(b - margin_)) : -1;
-    out.hi[static_cast<std::size_t>(x)] =
-        bright_ ? static_cast<int>(std::floor(b + margin_)) : 1 << 20;
+  for (std::size_t s = 0; s < spans; ++s) {
+    const double b = rowBackground_[s];
+    out.lo[s] = dark_ ? static_cast<int>(std::ceil(b - margin_)) : -1;
+    out.hi[s] = bright_ ? static_cast<int>(std::floor(b + margin_)) : 1 << 20;
   }
 }
 

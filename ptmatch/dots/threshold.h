@@ -15,6 +15,11 @@
 
 namespace ptmatch::dots_detail {
 
+/// Pels per span: the local background is taken as constant along so many pels of a row
+/// (it changes over windows of 16 pels and more), and the classification skips spans
+/// without dot pels.
+constexpr long kSpan = 16;
+
 /// Mask classes of a pel.
 constexpr std::uint8_t kBackground = 0;
 constexpr std::uint8_t kBrightPel = 1;
@@ -39,7 +44,7 @@ class LocalBackground {
  public:
   template <typename T>
   LocalBackground(const mvPelBuffer_const<T>& image, long window);
-  /// Writes the background of row y into out (width values).
+  /// Writes the background of row y at the middle pel of each span of kSpan pels.
   void row(long y, std::vector<float>& out) const;
 
  private:
@@ -80,7 +85,8 @@ LocalBackground::LocalBackground(const mvPelBuffer_const<T>& image, long window)
   for (std::size_t i = 0; i < means_.size(); ++i) means_[i] /= counts[i];
 }
 
-/// Per-pel grey limits of one row: a pel v is bright when v > hi[x], dark when v < lo[x].
+/// Per-span grey limits of one row: a pel v of span s (pels s kSpan to s kSpan + kSpan - 1)
+/// is bright when v > hi[s], dark when v < lo[s].
 struct RowLimits {
   std::vector<int> lo;
   std::vector<int> hi;
@@ -92,7 +98,7 @@ class Limits {
  public:
   template <typename T>
   Limits(const mvPelBuffer_const<T>& image, const mvDotDetectParams& params);
-  /// Fills the limits of row y.
+  /// Fills the limits of the spans of row y.
   void row(long y, RowLimits& out) const;
   /// False when no pel can be a dot pel (a flat image).
   bool any() const { return any_; }
@@ -201,7 +207,7 @@ void Limits::chooseLocal(const mvPelBuffer_const<T>& image, const mvDotDetectPar
       sampledHistogram(image, bins, [&](long y, const T* pels, long step, std::vector<double>& h) {
         background.row(y, b);
         for (long x = 0; x < image.width(); x += step) {
-          double d = static_cast<double>(pels[x]) - b[static_cast<std::size_t>(x)];
+          double d = static_cast<double>(pels[x]) - b[static_cast<std::size_t>(x / kSpan)];
           if (!bright_) d = -d;
           if (dark_ && bright_) d = std::fabs(d);
           if (d < 0.0) d = 0.0;

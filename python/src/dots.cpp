@@ -1,6 +1,7 @@
 // Bindings of the dot detector and the image reader: find_dots (mfFindDots) on a 2-D uint8
 // or uint16 array of any strides, and read_image (mfReadImage).
 #include <cstdint>
+#include <cstring>
 #include <string>
 
 #include "common.h"
@@ -38,9 +39,14 @@ mvPelBuffer<T> toImage(const py::array& array) {
   const long width = static_cast<long>(array.shape(1));
   mvPelBuffer<T> image(width, height);
   const char* base = static_cast<const char*>(array.data());
+  const bool packedRows = array.strides(1) == static_cast<py::ssize_t>(sizeof(T));
   for (long y = 0; y < height; ++y) {
     T* row = image.pointToRow(y);
     const char* in = base + y * array.strides(0);
+    if (packedRows) {
+      std::memcpy(row, in, sizeof(T) * static_cast<std::size_t>(width));
+      continue;
+    }
     for (long x = 0; x < width; ++x) {
       row[x] = *reinterpret_cast<const T*>(in + x * array.strides(1));
     }

@@ -171,3 +171,19 @@ TEST(DotAccuracy, NoisyDotsGiveNoFalseDotsAndAFlatImageNone) {
   EXPECT_TRUE(mfFindDots(flat).empty());
   EXPECT_TRUE(mfFindDots(flat, params(mvDotDefs::eEither)).empty());
 }
+
+TEST(DotAccuracy, NoiseAloneGivesNoDotsAboveAContrastFloor) {
+  // Noise of 3 grey levels; a floor of 5 times that keeps out its rare clusters.
+  Scene s = gridScene(5.0, -100.0, 0.0, 0.0);
+  s.dots.clear();
+  s.noise = 3.0;
+  for (auto threshold : {mvDotDefs::eAuto, mvDotDefs::eLocal}) {
+    for (auto polarity : {mvDotDefs::eDark, mvDotDefs::eBright, mvDotDefs::eEither}) {
+      mvDotDetectParams p = params(polarity, threshold);
+      p.minArea(10.0);
+      p.minContrast(15.0);
+      EXPECT_TRUE(mfFindDots(dot_images::render<unsigned char>(s), p).empty())
+          << threshold << " " << polarity;
+    }
+  }
+}
