@@ -110,8 +110,9 @@ std::vector<mvDot> findDots(const mvPelBuffer_const<T>& image, const mvDotDetect
   if (width <= 0 || height <= 0) return dots;
   const Limits limits(image, params);
   if (!limits.any()) return dots;
-  std::vector<std::uint8_t> mask(static_cast<std::size_t>(width) *
-                                 static_cast<std::size_t>(height));
+  // The mask is kept per thread between calls: fresh pages cost more than clearing them.
+  thread_local std::vector<std::uint8_t> mask;
+  mask.assign(static_cast<std::size_t>(width) * static_cast<std::size_t>(height), kBackground);
   std::vector<Blob> candidates;
   RunLabeller labeller([&](const Blob& blob) {
     if (areaAccepted(blob, params)) candidates.push_back(blob);
