@@ -86,3 +86,12 @@ echo "== compare.py"
   --vote-json "$work/vote.json" --sweep-json "$work/sweep-fits.json" \
   --sweep-plot "$root/docs/performance-growth.svg" \
   --raw "$work/compare.json" --out "$root/docs/performance.md"
+
+# The dot detector against OpenCV: its own section, appended to what compare.py wrote.
+# (It needs the Python module and OpenCV.)
+if [ -d "$build/python/ptmatch" ]; then
+  echo "== compare_dots.py"
+  "$python" "$root/bench/compare_dots.py" --build "$build" --seed "${PTMATCH_BENCH_SEED:-1}" \
+    --out "$work/dots.md"
+  cat "$work/dots.md" >> "$root/docs/performance.md"
+fi

@@ -10,6 +10,9 @@ PTMATCH_PACKAGES=(
   libgtest-dev
   libbenchmark-dev
   pkg-config
+  libpng-dev
+  libtiff-dev
+  libjpeg-dev
 )
 
 # Installs the missing packages with apt-get when running as root; otherwise only warns.

@@ -48,14 +48,14 @@ bool asksForHelp(const std::vector<std::string>& args) {
 
 int dispatch(const std::vector<std::string>& args, std::ostream& out) {
   if (args.empty()) {
-    throw UsageError("missing command (demo, match, grid or pattern; see 'ptmatch --help')");
+    throw UsageError("missing command (demo, match, grid, pattern or dots; see 'ptmatch --help')");
   }
   const std::string& command = args.front();
   const std::vector<std::string> rest(args.begin() + 1, args.end());
   if (command == "--help" || command == "-h" || command == "help") {
     const std::string topic = rest.empty() ? "" : rest.front();
     if (!topic.empty() && helpText(topic).empty()) {
-      throw UsageError("no help on '" + topic + "' (commands: demo, match, grid, pattern)");
+      throw UsageError("no help on '" + topic + "' (commands: demo, match, grid, pattern, dots)");
     }
     out << helpText(topic);
     return kExitOk;
@@ -70,9 +70,10 @@ int dispatch(const std::vector<std::string>& args, std::ostream& out) {
   if (command == "match") run = runMatch;
   if (command == "grid") run = runGrid;
   if (command == "pattern") run = runPattern;
+  if (command == "dots") run = runDots;
   if (run == nullptr) {
     throw UsageError("unknown command '" + command +
-                     "' (commands: demo, match, grid, pattern; see 'ptmatch --help')");
+                     "' (commands: demo, match, grid, pattern, dots; see 'ptmatch --help')");
   }
   if (asksForHelp(rest)) {
     out << helpText(command);

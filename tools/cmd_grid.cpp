@@ -6,6 +6,7 @@
 #include <string>
 
 #include "commands.h"
+#include "dot_input.h"
 #include "errors.h"
 #include "grid_defaults.h"
 #include "outputs.h"
@@ -121,20 +122,20 @@ int runGrid(const std::vector<std::string>& args, std::ostream& out) {
       {"--points", true}, {"--xv", true},       {"--yv", true},        {"--staggered", false},
       {"--snap", true},   {"--size-tol", true}, {"--angle-tol", true}, {"--plain", false},
       {"--reject", true}, {"--json", false},    {"--svg", true}};
-  const ParsedOptions options = parseOptions(args, specs, "grid");
-  const std::string pointsPath = options.required("--points");
+  const ParsedOptions options = parseOptions(args, withImageInput(specs, {"--image"}), "grid");
+  std::string pointsPath;
   const bool plain = options.has("--plain");
   if (plain && options.has("--reject")) throw UsageError("--reject does not apply with --plain");
   // The options are checked before the file is read, so that usage errors come first.
   if (plain) {
     const mvPtToGridMapRunParams params = plainParams(options);
-    const PointFile points = readDataPoints(pointsPath);
+    const PointFile points = pointsOrDots(options, "--points", "--image", pointsPath);
     writeGridOutputs(out, options, mapPointsToGrid(points.points, params),
                      "ptmatch grid: " + pointsPath);
     return 0;
   }
   const mvRobustGridMapParams params = robustParams(options);
-  const PointFile points = readDataPoints(pointsPath);
+  const PointFile points = pointsOrDots(options, "--points", "--image", pointsPath);
   const GridReport report = robustMapPointsToGrid(points.points, params);
   writeGridOutputs(out, options, report, "ptmatch grid: " + pointsPath);
   return 0;

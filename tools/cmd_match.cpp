@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "commands.h"
+#include "dot_input.h"
 #include "errors.h"
 #include "outputs.h"
 #include "pointfile.h"
@@ -133,14 +134,14 @@ int runMatch(const std::vector<std::string>& args, std::ostream& out) {
   std::vector<OptionSpec> specs = searchOptionSpecs();
   specs.insert(specs.end(),
                {{"--model", true}, {"--data", true}, {"--weights", true}, {"--exhaustive", false}});
-  const ParsedOptions options = parseOptions(args, specs, "match");
-  const std::string modelPath = options.required("--model");
-  const std::string dataPath = options.required("--data");
+  const ParsedOptions options =
+      parseOptions(args, withImageInput(specs, {"--model-image", "--data-image"}), "match");
   const mvPointMatcherRunParams params = runParamsFrom(options);
 
-  const PointFile model = readPointFile(modelPath);
+  std::string modelPath, dataPath;
+  const PointFile model = pointsOrDots(options, "--model", "--model-image", modelPath, true);
   const std::vector<long> weights = modelWeights(model, modelPath, options);
-  const PointFile data = readDataPoints(dataPath);
+  const PointFile data = pointsOrDots(options, "--data", "--data-image", dataPath);
 
   if (options.has("--exhaustive")) checkExhaustiveSize(model.points.size(), data.points.size());
 

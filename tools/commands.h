@@ -22,6 +22,9 @@ int runGrid(const std::vector<std::string>& args, std::ostream& out);
 /// `ptmatch pattern`: a dot-pattern image against a data file.
 int runPattern(const std::vector<std::string>& args, std::ostream& out);
 
+/// `ptmatch dots`: the dots of an image.
+int runDots(const std::vector<std::string>& args, std::ostream& out);
+
 /// The help text of a command, or the general help for an empty name.
 std::string helpText(const std::string& command);
 

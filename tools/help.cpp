@@ -12,8 +12,9 @@ const char* const kGeneralHelp =
 Usage:
   ptmatch demo [--svg FILE | --no-svg] [--json] [--write-points DIR]
   ptmatch match --model FILE --data FILE [search options] [--json] [--svg FILE]
-  ptmatch grid --points FILE [--xv X,Y --yv X,Y] [grid options] [--json] [--svg FILE]
+  ptmatch grid (--points FILE | --image FILE) [--xv X,Y --yv X,Y] [grid options] [--json] [--svg FILE]
   ptmatch pattern --image FILE --data FILE [search options] [--json] [--svg FILE]
+  ptmatch dots --image FILE [dot options] [--json] [--svg FILE]
   ptmatch --help | COMMAND --help | --version
 
 Commands:
@@ -22,6 +23,8 @@ Commands:
   match     train a matcher with model points and find the model in data points
   grid      assign points to the nodes of a regular, optionally staggered grid
   pattern   train a matcher from a dot-pattern image and find it in data points
+  dots      find the dots of an image (PGM, PNG, TIFF, JPEG) to a fraction of a pel;
+            `match` and `grid` take such images in place of point files
 
 Point files hold one point a line, 'x y' or 'x,y', with an optional third column of
 whole-number weights (model files only); '#' starts a comment and one header line
@@ -104,6 +107,9 @@ Input:
   --exhaustive          try every pairing of model and data points instead of the
                         hypothesis search: (larger set + 1) ^ (smaller set) assignments,
                         so only for a few points (refused beyond 10^8 assignments)
+  --model-image FILE    the centres of the dots of an image as the model points, in
+                        place of --model (dot options as for `ptmatch dots`)
+  --data-image FILE     the centres of the dots of an image as the data points
 
 )";
 
@@ -139,9 +145,9 @@ starts from the identity: --start-pose, --x-range and --y-range have no effect o
 )";
 
 const char* const kGridHelp =
-    R"(Usage: ptmatch grid --points FILE [--xv X,Y --yv X,Y] [--staggered] [--reject K]
+    R"(Usage: ptmatch grid (--points FILE | --image FILE) [--xv X,Y --yv X,Y] [--staggered] [--reject K]
                     [--json] [--svg FILE]
-       ptmatch grid --plain --points FILE --xv X,Y --yv X,Y [--staggered] [--snap S]
+       ptmatch grid --plain (--points FILE | --image FILE) --xv X,Y --yv X,Y [--staggered] [--snap S]
                     [--size-tol LO:HI] [--angle-tol LO:HI] [--json] [--svg FILE]
 
 Assigns the points to the nodes (u, v) of a regular grid and fits the grid-to-point
@@ -154,6 +160,9 @@ instead, whose node (0, 0) is where its growth started.
 
 Options:
   --points FILE       the points
+  --image FILE        or the centres of the dots of an image (dot options as for
+                      `ptmatch dots`: --polarity, --threshold, --min-area, --max-area,
+                      --min-roundness)
   --xv X,Y            vector from a node to its neighbour along the first axis; the robust
                       mapping takes both --xv and --yv or neither (then it estimates them
                       and labels the axis nearest +x first)
@@ -181,6 +190,31 @@ Options:
                       without a node (rejected) crossed out, neighbouring nodes linked
 )";
 
+const char* const kDotsHelp =
+    R"(Usage: ptmatch dots --image FILE [--polarity dark|bright|either]
+                    [--threshold auto|local|N] [--min-area A] [--max-area A]
+                    [--min-roundness R] [--json] [--svg FILE]
+
+Finds the dots of a grey image (PGM of 8 or 16 bits; PNG, TIFF and JPEG when the library
+was built with them; colour is turned to grey) and prints each dot's centre, area in pels,
+contrast in grey levels and roundness (minor over major axis, 1 for a disc). Centres are
+in pels, the centre of the upper-left pel at (0, 0); dots come sorted by the row of their
+centre (rounded), then by x. Dots that touch the image's edge are marked (border).
+
+Options:
+  --image FILE          the image
+  --polarity P          dark (default), bright or either
+  --threshold T         auto (default: Otsu's threshold over the whole image), local
+                        (follows uneven illumination), or a grey value N
+  --min-area A          smallest dot in pels (default: 4)
+  --max-area A          largest dot in pels (default: 100000)
+  --min-roundness R     0 to 1 (default: 0)
+  --json                print one object: {"width", "height", "dots": [{"x", "y", "area",
+                        "contrast", "roundness"}], "time"}; time is the detection's
+                        seconds, reading the file left out
+  --svg FILE            write a picture: the image with each dot's outline and centre
+)";
+
 }  // namespace
 
 std::string helpText(const std::string& command) {
@@ -189,6 +223,7 @@ std::string helpText(const std::string& command) {
   if (command == "match") return std::string(kMatchHead) + kSearchOptionsHelp;
   if (command == "pattern") return std::string(kPatternHead) + kSearchOptionsHelp;
   if (command == "grid") return kGridHelp;
+  if (command == "dots") return kDotsHelp;
   return "";
 }
 

@@ -78,6 +78,20 @@ void SvgDocument::circle(double cx, double cy, double r, const std::string& styl
            "\" " + style + "/>\n";
 }
 
+void SvgDocument::ellipse(double cx, double cy, double rx, double ry, double angleDegrees,
+                          const std::string& style) {
+  body_ += "<ellipse cx=\"" + fixed(cx, 2) + "\" cy=\"" + fixed(cy, 2) + "\" rx=\"" + fixed(rx, 2) +
+           "\" ry=\"" + fixed(ry, 2) + "\" transform=\"rotate(" + fixed(angleDegrees, 2) + " " +
+           fixed(cx, 2) + " " + fixed(cy, 2) + ")\" " + style + "/>\n";
+}
+
+void SvgDocument::image(double x, double y, double w, double h, const std::string& href) {
+  body_ += "<image x=\"" + fixed(x, 2) + "\" y=\"" + fixed(y, 2) + "\" width=\"" + fixed(w, 2) +
+           "\" height=\"" + fixed(h, 2) +
+           "\" preserveAspectRatio=\"none\" style=\"image-rendering:pixelated\" href=\"" +
+           xmlEscaped(href) + "\"/>\n";
+}
+
 void SvgDocument::line(double x1, double y1, double x2, double y2, const std::string& style) {
   body_ += "<line x1=\"" + fixed(x1, 2) + "\" y1=\"" + fixed(y1, 2) + "\" x2=\"" + fixed(x2, 2) +
            "\" y2=\"" + fixed(y2, 2) + "\" " + style + "/>\n";

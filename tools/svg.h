@@ -36,6 +36,11 @@ class SvgDocument {
   void rect(double x, double y, double w, double h, const std::string& style);
   void circle(double cx, double cy, double r, const std::string& style);
   void line(double x1, double y1, double x2, double y2, const std::string& style);
+  /// An ellipse with semi-axes rx and ry, its rx axis turned by angleDegrees.
+  void ellipse(double cx, double cy, double rx, double ry, double angleDegrees,
+               const std::string& style);
+  /// An embedded picture (href: a data URI) stretched over the rectangle, pels unsmoothed.
+  void image(double x, double y, double w, double h, const std::string& href);
   /// An x-shaped mark of half-size r.
   void cross(double cx, double cy, double r, const std::string& style);
   /// A +-shaped mark of half-size r.

@@ -2,7 +2,9 @@
 #pragma once
 
 #include "mvbase/mvbase.h"
+#include "ptmatch/dots.h"
 #include "ptmatch/gridcorr.h"
+#include "ptmatch/imageio.h"
 #include "ptmatch/matext.h"
 #include "ptmatch/pinv.h"
 #include "ptmatch/ppmatch.h"

@@ -91,6 +91,11 @@ from ._ptmatch import (
     PtMatchTm3,
     PseudoInverse,
     MatrixExt,
+    # dots and image files
+    DotError,
+    ImageFileError,
+    find_dots,
+    read_image,
 )
 from . import _batch, _ptmatch
 from ._ptmatch import __version__  # the library's version, as in CMakeLists.txt
@@ -120,6 +125,10 @@ PerspectiveTm2.BadArgs = PerspectiveTm2BadArgs
 PtMatchTm3.BadArgs = PtMatchTm3BadArgs
 
 __all__ = [
+    "DotError",
+    "ImageFileError",
+    "find_dots",
+    "read_image",
     "Error",
     "ArchiveError",
     "UnknownVersion",

@@ -32,6 +32,7 @@ void bindGridCorresponder(py::module_& m);
 void bindScoreHashing(py::module_& m);
 void bindTransforms(py::module_& m);
 void bindMatrices(py::module_& m);
+void bindDots(py::module_& m);
 
 // --- conversions ---
 

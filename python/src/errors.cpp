@@ -114,6 +114,14 @@ std::vector<ErrorClass>& errorClasses() {
        "or vector, parallel or half-given pitch vectors, a reject level or node minimum out of "
        "range (mvRobustGridMapDefs::BadInput); also a ValueError.",
        &isA<mvRobustGridMapDefs::BadInput>, nullptr},
+      {"DotError", "mvDotDefs::BadInput", "Error", &PyExc_ValueError,
+       "A dot detector parameter out of range, or an image it cannot work with "
+       "(mvDotDefs::BadInput); also a ValueError.",
+       &isA<mvDotDefs::BadInput>, nullptr},
+      {"ImageFileError", "mvImageFileDefs::BadFile", "Error", &PyExc_ValueError,
+       "A file that cannot be read as an image; the message names the file and the problem "
+       "(mvImageFileDefs::BadFile). Also a ValueError.",
+       &isA<mvImageFileDefs::BadFile>, nullptr},
       {"GridInsufficientModelPoints", "mv_PointToGridCorresponderDefs::InsufficientModelPoints",
        "GridCorresponderError", &PyExc_ValueError,
        "A grid corresponder training image with fewer than 3 set pels "

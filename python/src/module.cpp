@@ -30,6 +30,7 @@ PYBIND11_MODULE(_ptmatch, m) {
   bindScoreHashing(m);
   bindTransforms(m);
   bindMatrices(m);
+  bindDots(m);
   m.def(
       "_set_results_type",
       [](const py::object& type) {

@@ -36,6 +36,8 @@ HIERARCHY = {
     "PerspectiveTm2BadArgs": ("BadArgs", None, "mv2PTm::BadArgs"),
     "PtMatchTm3BadArgs": ("BadArgs", None, "mv3PtMatchTm::BadArgs"),
     "BadArgs": ("Error", ValueError, None),
+    "DotError": ("Error", ValueError, "mvDotDefs::BadInput"),
+    "ImageFileError": ("Error", ValueError, "mvImageFileDefs::BadFile"),
 }
 
 

@@ -1,0 +1,18 @@
+# The image reader's formats beyond PGM, each when its Debian -dev package is installed;
+# a build without one reads the others and names the missing one in its messages.
+find_package(PNG QUIET)
+find_package(TIFF QUIET)
+find_package(JPEG QUIET)
+if(PNG_FOUND)
+  target_link_libraries(ptmatch PRIVATE $<BUILD_INTERFACE:PNG::PNG>)
+  target_compile_definitions(ptmatch PRIVATE PTMATCH_HAVE_PNG=1)
+endif()
+if(TIFF_FOUND)
+  target_link_libraries(ptmatch PRIVATE $<BUILD_INTERFACE:TIFF::TIFF>)
+  target_compile_definitions(ptmatch PRIVATE PTMATCH_HAVE_TIFF=1)
+endif()
+if(JPEG_FOUND)
+  target_link_libraries(ptmatch PRIVATE $<BUILD_INTERFACE:JPEG::JPEG>)
+  target_compile_definitions(ptmatch PRIVATE PTMATCH_HAVE_JPEG=1)
+endif()
+message(STATUS "ptmatch image files: PNG ${PNG_FOUND}, TIFF ${TIFF_FOUND}, JPEG ${JPEG_FOUND}")
