@@ -145,10 +145,10 @@ starts from the identity: --start-pose, --x-range and --y-range have no effect o
 )";
 
 const char* const kGridHelp =
-    R"(Usage: ptmatch grid (--points FILE | --image FILE) [--xv X,Y --yv X,Y] [--staggered] [--reject K]
-                    [--json] [--svg FILE]
-       ptmatch grid --plain (--points FILE | --image FILE) --xv X,Y --yv X,Y [--staggered] [--snap S]
-                    [--size-tol LO:HI] [--angle-tol LO:HI] [--json] [--svg FILE]
+    R"(Usage: ptmatch grid (--points FILE | --image FILE) [--xv X,Y --yv X,Y] [--staggered]
+                    [--reject K] [--json] [--svg FILE]
+       ptmatch grid --plain (--points FILE | --image FILE) --xv X,Y --yv X,Y [--staggered]
+                    [--snap S] [--size-tol LO:HI] [--angle-tol LO:HI] [--json] [--svg FILE]
 
 Assigns the points to the nodes (u, v) of a regular grid and fits the grid-to-point
 transforms. By default the robust mapping (mfRobustGridMap) is used: it finds the pitch

@@ -147,7 +147,7 @@ TEST(DotsCommand, GridMapsTheDotsOfAnImage) {
   s.background = 40.0;
   s.dots = dot_images::dotGrid(6, 5, 22.0, 4.0, 160.0, 20.0, 20.0);
   const auto o = run({"grid", "--image", files.write("g.pgm", pgmOf(s)), "--polarity", "bright",
-                      "--xv", "22,0", "--yv", "0,22", "--snap", "18", "--json"});
+                      "--xv", "22,0", "--yv", "0,22", "--json"});
   ASSERT_EQ(o.status, 0) << o.err;
   const JsonValue j = json(o);
   EXPECT_TRUE(j["valid"].asBool());
