@@ -39,11 +39,11 @@ TEST(RobustGridBadInput, ParametersAreValidated) {
 }
 
 TEST(RobustGridBadInput, NonFinitePointThrowsWithTheTimeSet) {
-  BoardSpec spec;
-  Board board = makeBoard(spec);
+  BoardPlan plan;
+  Board board = makeBoard(plan);
   board.points[5] = mvVector<2>(std::numeric_limits<double>::infinity(), 0.0);
   mvRobustGridMapResult r;
-  EXPECT_THROW(mfRobustGridMap(board.points, paramsFor(spec), r), Defs::BadInput);
+  EXPECT_THROW(mfRobustGridMap(board.points, paramsFor(plan), r), Defs::BadInput);
   EXPECT_GE(r.time(), 0.0);
   EXPECT_FALSE(r.valid());
 }
@@ -85,11 +85,11 @@ TEST(RobustGridBadInput, PointsOnOneLineHaveNoSeed) {
 }
 
 TEST(RobustGridBadInput, MinNodesAboveTheBoardFails) {
-  BoardSpec spec;
-  spec.columns = 5;
-  spec.rows = 4;
-  const Board board = makeBoard(spec);
-  mvRobustGridMapParams p = paramsFor(spec);
+  BoardPlan plan;
+  plan.columns = 5;
+  plan.rows = 4;
+  const Board board = makeBoard(plan);
+  mvRobustGridMapParams p = paramsFor(plan);
   p.minNodes(21);
   mvRobustGridMapResult r;
   EXPECT_EQ(mfRobustGridMap(board.points, p, r), 0);
@@ -100,14 +100,14 @@ TEST(RobustGridBadInput, MinNodesAboveTheBoardFails) {
 }
 
 TEST(RobustGridBadInput, AnInterruptionStopsTheGrowth) {
-  BoardSpec spec;
-  const Board board = makeBoard(spec);
+  BoardPlan plan;
+  const Board board = makeBoard(plan);
   mvRobustGridMapResult r;
   mvAttention::requestInterruption();
-  EXPECT_THROW(mfRobustGridMap(board.points, paramsFor(spec), r), mvAttention::Interrupted);
+  EXPECT_THROW(mfRobustGridMap(board.points, paramsFor(plan), r), mvAttention::Interrupted);
   EXPECT_FALSE(mvAttention::isRequested());
   EXPECT_GE(r.time(), 0.0);
-  EXPECT_GT(mfRobustGridMap(board.points, paramsFor(spec), r), 0);
+  EXPECT_GT(mfRobustGridMap(board.points, paramsFor(plan), r), 0);
 }
 
 }  // namespace

@@ -21,7 +21,7 @@ namespace board_fixture {
 constexpr double kPi = 3.141592653589793;
 
 /// How to make a board.
-struct BoardSpec {
+struct BoardPlan {
   long columns = 12;
   long rows = 9;
   double pitch = 20.0;           ///< pixels between neighbouring nodes, before perspective
@@ -49,7 +49,7 @@ inline mvVector<2> at(long i, long j) {
 
 /// The true pose: the board's four corners turned, then each moved at random by up to
 /// `corners` of the board's size, and the homography through them.
-inline mv2PTm makePose(const BoardSpec& s, std::mt19937& rng) {
+inline mv2PTm makePose(const BoardPlan& s, std::mt19937& rng) {
   std::uniform_real_distribution<double> unit(-1.0, 1.0);
   const double a = s.rotationDegrees * kPi / 180.0;
   const double w = static_cast<double>(s.columns - 1), h = static_cast<double>(s.rows - 1);
@@ -67,7 +67,7 @@ inline mv2PTm makePose(const BoardSpec& s, std::mt19937& rng) {
   return mv2PTm(grid, image);
 }
 
-inline Board makeBoard(const BoardSpec& s) {
+inline Board makeBoard(const BoardPlan& s) {
   std::mt19937 rng(s.seed);
   std::uniform_real_distribution<double> unit(0.0, 1.0);
   std::normal_distribution<double> gauss(0.0, 1.0);
@@ -178,15 +178,15 @@ inline Strict checkStrict(const Board& board, const std::vector<mvPair<long>>& m
 }
 
 /// The nominal vectors a user states: the pitch along x and y, unturned.
-inline mvRobustGridMapParams paramsFor(const BoardSpec& s) {
+inline mvRobustGridMapParams paramsFor(const BoardPlan& s) {
   return mvRobustGridMapParams(mvVector<2>(s.pitch, 0.0), mvVector<2>(0.0, s.pitch), s.staggered);
 }
 
 /// Maps the board and expects every dot at its true node (one common shift) and no
 /// clutter on any node.
-inline mvRobustGridMapResult expectStrict(const BoardSpec& spec, const mvRobustGridMapParams& p,
+inline mvRobustGridMapResult expectStrict(const BoardPlan& plan, const mvRobustGridMapParams& p,
                                           bool anyTurn = false) {
-  const Board board = makeBoard(spec);
+  const Board board = makeBoard(plan);
   mvRobustGridMapResult r;
   const long count = mfRobustGridMap(board.points, p, r);
   EXPECT_TRUE(r.valid()) << r.reason();
@@ -195,7 +195,7 @@ inline mvRobustGridMapResult expectStrict(const BoardSpec& spec, const mvRobustG
   EXPECT_EQ(s.wrong, 0) << "dots off the common shift";
   EXPECT_EQ(s.clutterAssigned, 0) << "clutter points given a node";
   EXPECT_EQ(count, r.count());
-  if (spec.staggered) {
+  if (plan.staggered) {
     EXPECT_EQ(((s.shift.x() + s.shift.y()) % 2 + 2) % 2, 0);
   }
   return r;

@@ -14,11 +14,11 @@ namespace {
 using namespace board_fixture;
 
 // The plain mapping at its recommended snap size (0.9 pitch).
-long plainClutterOnNodes(const Board& board, const BoardSpec& spec) {
+long plainClutterOnNodes(const Board& board, const BoardPlan& plan) {
   mvPtToGridMapResult plain;
   mfPtToGridMap(board.points,
-                mvPtToGridMapRunParams(mvVector<2>(spec.pitch, 0.0), mvVector<2>(0.0, spec.pitch),
-                                       spec.staggered, 0.9 * spec.pitch),
+                mvPtToGridMapRunParams(mvVector<2>(plan.pitch, 0.0), mvVector<2>(0.0, plan.pitch),
+                                       plan.staggered, 0.9 * plan.pitch),
                 plain);
   long clutter = 0;
   for (std::size_t k = 0; k < board.points.size() && k < plain.map().size(); ++k) {
@@ -28,18 +28,18 @@ long plainClutterOnNodes(const Board& board, const BoardSpec& spec) {
 }
 
 TEST(RobustGridClutter, PlainMapperGivesClutterANodeAndTheRobustOneDoesNot) {
-  BoardSpec spec;
-  spec.noise = 0.5;
-  spec.missing = 0.05;
-  spec.clutter = 0.25;
+  BoardPlan plan;
+  plan.noise = 0.5;
+  plan.missing = 0.05;
+  plan.clutter = 0.25;
   for (unsigned seed = 1; seed <= 3; ++seed) {
-    spec.seed = seed;
-    const Board board = makeBoard(spec);
+    plan.seed = seed;
+    const Board board = makeBoard(plan);
     // Every missing dot's node lies inside the board, so the plain mapping snaps the
     // nearest clutter point to it.
-    EXPECT_GT(plainClutterOnNodes(board, spec), 0);
+    EXPECT_GT(plainClutterOnNodes(board, plan), 0);
     mvRobustGridMapResult robust;
-    mfRobustGridMap(board.points, paramsFor(spec), robust);
+    mfRobustGridMap(board.points, paramsFor(plan), robust);
     ASSERT_TRUE(robust.valid()) << robust.reason();
     const Strict s = checkStrict(board, robust.map());
     EXPECT_TRUE(s.exact()) << s.unassigned << " unassigned, " << s.wrong << " wrong, "
@@ -48,11 +48,11 @@ TEST(RobustGridClutter, PlainMapperGivesClutterANodeAndTheRobustOneDoesNot) {
 }
 
 TEST(RobustGridClutter, EachNodeHoldsAtMostOnePoint) {
-  BoardSpec spec;
-  spec.noise = 1.0;
-  spec.clutter = 0.5;
-  spec.corners = 0.05;
-  const Board board = makeBoard(spec);
+  BoardPlan plan;
+  plan.noise = 1.0;
+  plan.clutter = 0.5;
+  plan.corners = 0.05;
+  const Board board = makeBoard(plan);
   // A second point right beside each of ten dots: only the nearer of the two may stay.
   Board doubled = board;
   for (std::size_t k = 0;
@@ -62,7 +62,7 @@ TEST(RobustGridClutter, EachNodeHoldsAtMostOnePoint) {
     doubled.truth.push_back(std::nullopt);
   }
   mvRobustGridMapResult r;
-  mfRobustGridMap(doubled.points, paramsFor(spec), r);
+  mfRobustGridMap(doubled.points, paramsFor(plan), r);
   ASSERT_TRUE(r.valid()) << r.reason();
   std::set<std::pair<long, long>> nodes;
   for (const mvPair<long>& n : r.map()) {
@@ -74,13 +74,13 @@ TEST(RobustGridClutter, EachNodeHoldsAtMostOnePoint) {
 }
 
 TEST(RobustGridClutter, ResidualsAreThoseOfTheHomography) {
-  BoardSpec spec;
-  spec.noise = 1.0;
-  spec.clutter = 0.2;
-  spec.corners = 0.1;
-  const Board board = makeBoard(spec);
+  BoardPlan plan;
+  plan.noise = 1.0;
+  plan.clutter = 0.2;
+  plan.corners = 0.1;
+  const Board board = makeBoard(plan);
   mvRobustGridMapResult r;
-  mfRobustGridMap(board.points, paramsFor(spec), r);
+  mfRobustGridMap(board.points, paramsFor(plan), r);
   ASSERT_TRUE(r.valid()) << r.reason();
   ASSERT_EQ(r.residuals().size(), board.points.size());
   long assigned = 0;

@@ -12,9 +12,9 @@ namespace {
 using namespace board_fixture;
 
 TEST(RobustGridMap, CleanBoardGetsEveryDot) {
-  BoardSpec spec;
-  const mvRobustGridMapResult r = expectStrict(spec, paramsFor(spec));
-  EXPECT_EQ(r.count(), spec.columns * spec.rows);
+  BoardPlan plan;
+  const mvRobustGridMapResult r = expectStrict(plan, paramsFor(plan));
+  EXPECT_EQ(r.count(), plan.columns * plan.rows);
   EXPECT_EQ(r.numUnassigned(), 0);
   EXPECT_EQ(r.failure(), mvRobustGridMapDefs::eNone);
   EXPECT_EQ(r.reason(), "ok");
@@ -22,11 +22,11 @@ TEST(RobustGridMap, CleanBoardGetsEveryDot) {
 }
 
 TEST(RobustGridMap, IndicesStartAtZeroAndFollowTheGivenAxes) {
-  BoardSpec spec;
-  spec.rotationDegrees = 8.0;
-  const Board board = makeBoard(spec);
+  BoardPlan plan;
+  plan.rotationDegrees = 8.0;
+  const Board board = makeBoard(plan);
   mvRobustGridMapResult r;
-  mfRobustGridMap(board.points, paramsFor(spec), r);
+  mfRobustGridMap(board.points, paramsFor(plan), r);
   ASSERT_TRUE(r.valid()) << r.reason();
   // Every corner dot is there, so the shift is 0: the indices are the true ones.
   for (std::size_t k = 0; k < board.points.size(); ++k) {
@@ -52,10 +52,10 @@ TEST(RobustGridMap, IndicesStartAtZeroAndFollowTheGivenAxes) {
 }
 
 TEST(RobustGridMap, WithoutVectorsTheFirstAxisLiesNearestPlusX) {
-  BoardSpec spec;
-  spec.rotationDegrees = -30.0;
-  spec.noise = 0.5;
-  const Board board = makeBoard(spec);
+  BoardPlan plan;
+  plan.rotationDegrees = -30.0;
+  plan.noise = 0.5;
+  const Board board = makeBoard(plan);
   mvRobustGridMapResult r;
   mfRobustGridMap(board.points, mvRobustGridMapParams(), r);
   ASSERT_TRUE(r.valid()) << r.reason();
@@ -70,35 +70,35 @@ TEST(RobustGridMap, WithoutVectorsTheFirstAxisLiesNearestPlusX) {
 TEST(RobustGridMap, AnyRotation) {
   for (double degrees : {0.0, 17.0, 45.0, 63.0, 90.0, 133.0, 180.0, 251.0, 322.0}) {
     SCOPED_TRACE(degrees);
-    BoardSpec spec;
-    spec.rotationDegrees = degrees;
-    spec.noise = 0.5;
-    spec.seed = static_cast<unsigned>(degrees) + 3;
+    BoardPlan plan;
+    plan.rotationDegrees = degrees;
+    plan.noise = 0.5;
+    plan.seed = static_cast<unsigned>(degrees) + 3;
     // Beyond 45 degrees the labels follow the nearest quarter turn of the given axes.
-    expectStrict(spec, paramsFor(spec), true);
-    expectStrict(spec, mvRobustGridMapParams(), true);
+    expectStrict(plan, paramsFor(plan), true);
+    expectStrict(plan, mvRobustGridMapParams(), true);
   }
 }
 
 TEST(RobustGridMap, HolesAndAMissingRow) {
-  BoardSpec spec;
-  spec.columns = 14;
-  spec.rows = 11;
-  spec.missing = 0.1;
-  spec.missingRow = 5;
-  spec.noise = 0.5;
+  BoardPlan plan;
+  plan.columns = 14;
+  plan.rows = 11;
+  plan.missing = 0.1;
+  plan.missingRow = 5;
+  plan.noise = 0.5;
   for (unsigned seed = 1; seed <= 4; ++seed) {
-    spec.seed = seed;
-    expectStrict(spec, paramsFor(spec));
+    plan.seed = seed;
+    expectStrict(plan, paramsFor(plan));
   }
 }
 
 TEST(RobustGridMap, TwoMissingRowsSideBySide) {
-  BoardSpec spec;
-  spec.rows = 12;
-  spec.missingRow = 6;
-  spec.missing = 0.0;
-  const Board first = makeBoard(spec);
+  BoardPlan plan;
+  plan.rows = 12;
+  plan.missingRow = 6;
+  plan.missing = 0.0;
+  const Board first = makeBoard(plan);
   // Drop row 7 as well: the growth steps over two empty rows.
   Board board;
   for (std::size_t k = 0; k < first.points.size(); ++k) {
@@ -107,22 +107,22 @@ TEST(RobustGridMap, TwoMissingRowsSideBySide) {
     board.truth.push_back(first.truth[k]);
   }
   mvRobustGridMapResult r;
-  mfRobustGridMap(board.points, paramsFor(spec), r);
+  mfRobustGridMap(board.points, paramsFor(plan), r);
   ASSERT_TRUE(r.valid()) << r.reason();
   EXPECT_TRUE(checkStrict(board, r.map()).exact());
 }
 
 TEST(RobustGridMap, StaggeredBoards) {
-  BoardSpec spec;
-  spec.staggered = true;
-  spec.columns = 15;
-  spec.rows = 11;
-  spec.pitch = 14.0;
-  spec.noise = 0.5;
+  BoardPlan plan;
+  plan.staggered = true;
+  plan.columns = 15;
+  plan.rows = 11;
+  plan.pitch = 14.0;
+  plan.noise = 0.5;
   for (unsigned seed = 1; seed <= 3; ++seed) {
-    spec.seed = seed;
-    spec.rotationDegrees = 11.0 * seed;
-    const mvRobustGridMapResult r = expectStrict(spec, paramsFor(spec));
+    plan.seed = seed;
+    plan.rotationDegrees = 11.0 * seed;
+    const mvRobustGridMapResult r = expectStrict(plan, paramsFor(plan));
     for (const mvPair<long>& n : r.map()) {
       if (isAssigned(n)) {
         EXPECT_EQ((n.x() + n.y()) % 2, 0);
@@ -132,42 +132,42 @@ TEST(RobustGridMap, StaggeredBoards) {
 }
 
 TEST(RobustGridMap, StaggeredWithoutVectors) {
-  BoardSpec spec;
-  spec.staggered = true;
-  spec.columns = 13;
-  spec.rows = 9;
-  spec.noise = 0.3;
+  BoardPlan plan;
+  plan.staggered = true;
+  plan.columns = 13;
+  plan.rows = 9;
+  plan.noise = 0.3;
   mvRobustGridMapParams params;
   params.staggered(true);
-  expectStrict(spec, params);
+  expectStrict(plan, params);
 }
 
 TEST(RobustGridMap, StrongPerspective) {
-  BoardSpec spec;
-  spec.columns = 14;
-  spec.rows = 10;
-  spec.corners = 0.15;
-  spec.noise = 0.5;
+  BoardPlan plan;
+  plan.columns = 14;
+  plan.rows = 10;
+  plan.corners = 0.15;
+  plan.noise = 0.5;
   for (unsigned seed = 1; seed <= 6; ++seed) {
-    spec.seed = seed;
-    const mvRobustGridMapResult r = expectStrict(spec, paramsFor(spec));
+    plan.seed = seed;
+    const mvRobustGridMapResult r = expectStrict(plan, paramsFor(plan));
     EXPECT_LT(r.sigma(), 1.5);
   }
 }
 
 TEST(RobustGridMap, StrongPerspectiveChangesThePitchByAThirdOrMore) {
-  BoardSpec spec;
-  spec.columns = 14;
-  spec.rows = 10;
-  spec.corners = 0.15;
+  BoardPlan plan;
+  plan.columns = 14;
+  plan.rows = 10;
+  plan.corners = 0.15;
   // Find a seed whose pose changes the local pitch by a third or more across the board.
   for (unsigned seed = 1; seed < 60; ++seed) {
-    spec.seed = seed;
+    plan.seed = seed;
     std::mt19937 rng(seed);
-    const mv2PTm pose = makePose(spec, rng);
+    const mv2PTm pose = makePose(plan, rng);
     double lo = 1e300, hi = 0.0;
-    for (long j = 0; j < spec.rows; ++j) {
-      for (long i = 0; i + 1 < spec.columns; ++i) {
+    for (long j = 0; j < plan.rows; ++j) {
+      for (long i = 0; i + 1 < plan.columns; ++i) {
         const double step = (pose.a2b(at(i + 1, j)) - pose.a2b(at(i, j))).len();
         lo = std::min(lo, step);
         hi = std::max(hi, step);
@@ -177,68 +177,68 @@ TEST(RobustGridMap, StrongPerspectiveChangesThePitchByAThirdOrMore) {
   }
   // The board's axes turn so much from corner to corner that the labels may follow
   // another quarter turn of the given axes.
-  expectStrict(spec, paramsFor(spec), true);
+  expectStrict(plan, paramsFor(plan), true);
 }
 
 TEST(RobustGridMap, HeavyNoise) {
-  BoardSpec spec;
-  spec.pitch = 20.0;
-  spec.noise = 2.5;
+  BoardPlan plan;
+  plan.pitch = 20.0;
+  plan.noise = 2.5;
   for (unsigned seed = 1; seed <= 4; ++seed) {
-    spec.seed = seed;
-    spec.rotationDegrees = 5.0 * seed;
-    expectStrict(spec, paramsFor(spec));
+    plan.seed = seed;
+    plan.rotationDegrees = 5.0 * seed;
+    expectStrict(plan, paramsFor(plan));
   }
 }
 
 TEST(RobustGridMap, ClutterUpToHalfTheDots) {
-  BoardSpec spec;
-  spec.noise = 0.5;
+  BoardPlan plan;
+  plan.noise = 0.5;
   for (double clutter : {0.1, 0.25, 0.5}) {
     for (unsigned seed = 1; seed <= 3; ++seed) {
       SCOPED_TRACE(clutter);
-      spec.clutter = clutter;
-      spec.seed = seed;
-      const mvRobustGridMapResult r = expectStrict(spec, paramsFor(spec));
-      EXPECT_EQ(r.count(), spec.columns * spec.rows);
+      plan.clutter = clutter;
+      plan.seed = seed;
+      const mvRobustGridMapResult r = expectStrict(plan, paramsFor(plan));
+      EXPECT_EQ(r.count(), plan.columns * plan.rows);
     }
   }
 }
 
 TEST(RobustGridMap, MixedDegradations) {
-  BoardSpec spec;
-  spec.columns = 13;
-  spec.rows = 10;
-  spec.corners = 0.05;
-  spec.noise = 0.5;
-  spec.missing = 0.03;
-  spec.clutter = 0.1;
+  BoardPlan plan;
+  plan.columns = 13;
+  plan.rows = 10;
+  plan.corners = 0.05;
+  plan.noise = 0.5;
+  plan.missing = 0.03;
+  plan.clutter = 0.1;
   for (unsigned seed = 1; seed <= 6; ++seed) {
-    spec.seed = seed;
-    spec.rotationDegrees = 7.0 * seed;
-    expectStrict(spec, paramsFor(spec));
+    plan.seed = seed;
+    plan.rotationDegrees = 7.0 * seed;
+    expectStrict(plan, paramsFor(plan));
   }
 }
 
 TEST(RobustGridMap, BoardFillingPartOfThePoints) {
-  BoardSpec spec;
-  spec.columns = 8;
-  spec.rows = 6;
-  spec.outside = 40;
-  spec.noise = 0.3;
-  expectStrict(spec, paramsFor(spec));
+  BoardPlan plan;
+  plan.columns = 8;
+  plan.rows = 6;
+  plan.outside = 40;
+  plan.noise = 0.3;
+  expectStrict(plan, paramsFor(plan));
 }
 
 TEST(RobustGridMap, Deterministic) {
-  BoardSpec spec;
-  spec.corners = 0.08;
-  spec.clutter = 0.3;
-  spec.noise = 1.0;
-  spec.missing = 0.05;
-  const Board board = makeBoard(spec);
+  BoardPlan plan;
+  plan.corners = 0.08;
+  plan.clutter = 0.3;
+  plan.noise = 1.0;
+  plan.missing = 0.05;
+  const Board board = makeBoard(plan);
   mvRobustGridMapResult a, b;
-  mfRobustGridMap(board.points, paramsFor(spec), a);
-  mfRobustGridMap(board.points, paramsFor(spec), b);
+  mfRobustGridMap(board.points, paramsFor(plan), a);
+  mfRobustGridMap(board.points, paramsFor(plan), b);
   ASSERT_TRUE(a.valid());
   EXPECT_EQ(a.map(), b.map());
   EXPECT_EQ(a.residuals(), b.residuals());
