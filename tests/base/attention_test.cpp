@@ -122,8 +122,8 @@ TEST_F(Attention, DeadlineEndsWithItsScopeAndNestedOnesKeepTheEarliest) {
 }
 
 TEST_F(Attention, NegativeOrNaNTimeLimitIsRefused) {
-  EXPECT_THROW(mvAttention::Deadline(-1.0), mvAssertionError);
-  EXPECT_THROW(mvAttention::Deadline(std::numeric_limits<double>::quiet_NaN()), mvAssertionError);
+  EXPECT_THROW(mvAttention::Deadline{-1.0}, mvAssertionError);
+  EXPECT_THROW(mvAttention::Deadline{std::numeric_limits<double>::quiet_NaN()}, mvAssertionError);
 }
 
 TEST_F(Attention, PaceChecksOncePerIntervalOfWork) {
