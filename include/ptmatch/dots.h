@@ -36,6 +36,7 @@ class PTMATCH_API mvDotDefs {
   /// A parameter out of its range, or an image the detector cannot work with (unbound).
   class PTMATCH_API BadInput : public mvExceptionWithString {
    public:
+    /// The library's message for the failure.
     explicit BadInput(const std::wstring& message = L"The dot detector input is bad.");
     void suicideAndRethrow() override;
     void dispatchSerialize(mvArchive& ar) override;
@@ -68,15 +69,18 @@ class PTMATCH_API mvDotDetectParams {
   /// roundness, contrast at least 0, dots at the border kept (and flagged).
   mvDotDetectParams() = default;
 
+  /// Which dots are looked for; eDark by default.
   mvDotDefs::Polarity polarity() const { return polarity_; }
+  /// How dot pels are told from the background; eAuto by default.
   mvDotDefs::Threshold threshold() const { return threshold_; }
-  /// The grey value of eFixed (ignored by the other modes).
+  /// The grey value of eFixed (ignored by the other modes); 128 by default.
   double fixedThreshold() const { return fixedThreshold_; }
   /// Side in pels of the window of eLocal; 0 chooses an eighth of the image's shorter side,
   /// at least 16. Give several dot pitches.
   long localWindow() const { return localWindow_; }
-  /// Smallest and largest accepted area, in pels of the dot's mask.
+  /// Smallest accepted area, in pels of the dot's mask; 4 by default.
   double minArea() const { return minArea_; }
+  /// Largest accepted area, in pels of the dot's mask; 100000 by default.
   double maxArea() const { return maxArea_; }
   /// Smallest accepted roundness (see mvDot::roundness()), 0 to 1.
   double minRoundness() const { return minRoundness_; }
@@ -102,6 +106,7 @@ class PTMATCH_API mvDotDetectParams {
   void minRoundness(double r);
   /// Finite, at least 0.
   void minContrast(double grey);
+  /// Drops (true) or keeps and flags (false) the dots that touch the image's edge.
   void dropBorderDots(bool drop) { dropBorderDots_ = drop; }
 
  private:
@@ -121,8 +126,9 @@ class PTMATCH_API mvDot {
  public:
   mvDot() = default;
 
-  /// Sub-pixel centre from the grey values.
+  /// x of the centre, measured to a fraction of a pel from the grey values.
   double x() const { return x_; }
+  /// y of the centre, measured the same way.
   double y() const { return y_; }
   /// Pels in the dot's mask.
   double area() const { return area_; }
@@ -137,12 +143,16 @@ class PTMATCH_API mvDot {
   bool touchesBorder() const { return touchesBorder_; }
   /// True for a dot brighter than its surroundings.
   bool bright() const { return bright_; }
-  /// Central second moments of the mask, in pels squared.
+  /// Central second moment of the mask along x, in pels squared.
   double mxx() const { return mxx_; }
+  /// Central second moment of the mask along y, in pels squared.
   double myy() const { return myy_; }
+  /// Central cross moment of the mask (x times y), in pels squared.
   double mxy() const { return mxy_; }
-  /// Full axis lengths (diameters) of the ellipse with the mask's second moments.
+  /// Full length (diameter) of the major axis of the ellipse with the mask's second
+  /// moments, in pels.
   double majorAxis() const { return majorAxis_; }
+  /// Full length (diameter) of that ellipse's minor axis, in pels.
   double minorAxis() const { return minorAxis_; }
   /// Direction of the major axis, radians in (-pi/2, pi/2], from +x towards +y.
   double angle() const { return angle_; }

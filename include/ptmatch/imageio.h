@@ -27,6 +27,7 @@ class PTMATCH_API mvImageFileDefs {
   /// problem, as in "dots.png: the file is truncated".
   class PTMATCH_API BadFile : public mvExceptionWithString {
    public:
+    /// The library's message for the failure.
     explicit BadFile(const std::wstring& message = L"The image file cannot be read.");
     void suicideAndRethrow() override;
     void dispatchSerialize(mvArchive& ar) override;
@@ -36,21 +37,27 @@ class PTMATCH_API mvImageFileDefs {
     void serialize_(mvArchive& ar, unsigned char version) override;
   };
 
-  /// Largest accepted width or height, and number of pels.
+  /// Largest accepted width or height, in pels.
   static constexpr long kLargestSide = 32768;
+  /// Largest accepted number of pels (width times height).
   static constexpr long kLargestPels = 1L << 28;
 };
 
 /// A grey image of 8 or 16 bits per pel, as read from a file.
 class PTMATCH_API mvGreyImage {
  public:
+  /// An empty image: 0 bits, no pels.
   mvGreyImage() = default;
+  /// An 8-bit image holding pels (shared with the caller's buffer, not copied).
   explicit mvGreyImage(const mvPelBuffer<unsigned char>& pels) : pels8_(pels), bits_(8) {}
+  /// A 16-bit image holding pels (shared with the caller's buffer, not copied).
   explicit mvGreyImage(const mvPelBuffer<unsigned short>& pels) : pels16_(pels), bits_(16) {}
 
   /// 8 or 16; 0 when empty.
   int bits() const { return bits_; }
+  /// Width in pels; 0 when empty.
   long width() const { return bits_ == 16 ? pels16_.width() : pels8_.width(); }
+  /// Height in pels; 0 when empty.
   long height() const { return bits_ == 16 ? pels16_.height() : pels8_.height(); }
   /// The pels of an 8-bit image (unbound for a 16-bit one).
   const mvPelBuffer<unsigned char>& pels8() const { return pels8_; }

@@ -77,6 +77,7 @@ class PTMATCH_API mvRobustGridMapDefs {
   /// parallel or half-given pitch vectors, a reject level or node minimum out of range.
   class PTMATCH_API BadInput : public mvExceptionWithString {
    public:
+    /// The library's message for the failure.
     explicit BadInput(const std::wstring& message = L"The robust grid mapping input is bad.");
     void suicideAndRethrow() override;
     void dispatchSerialize(mvArchive& ar) override;
@@ -99,16 +100,23 @@ class PTMATCH_API mvRobustGridMapParams {
                         const mvVector<2>& yv = mvVector<2>(), bool staggered = false,
                         double rejectSigmas = 6.0, long minNodes = 6);
 
+  /// Nominal vector from a node to its neighbour along the first axis; null when the
+  /// vectors are estimated.
   const mvVector<2>& xv() const { return xv_; }
+  /// Nominal vector along the second axis; null when the vectors are estimated.
   const mvVector<2>& yv() const { return yv_; }
+  /// True for a staggered grid: only nodes with an even index sum carry dots.
   bool staggered() const { return staggered_; }
+  /// The rejection level, in robust noise levels.
   double rejectSigmas() const { return rejectSigmas_; }
+  /// The fewest assigned nodes of a valid mapping.
   long minNodes() const { return minNodes_; }
   /// True when both pitch vectors are given.
   bool hasVectors() const { return !xv_.isNull(); }
 
   /// Both null, or both finite, non-null and not parallel.
   void vectors(const mvVector<2>& xv, const mvVector<2>& yv);
+  /// Any value; true for a staggered grid.
   void staggered(bool v) { staggered_ = v; }
   /// Finite and above 0.
   void rejectSigmas(double v);
@@ -154,8 +162,9 @@ class PTMATCH_API mvRobustGridMapResult {
   /// The same transform as a 3 x 3 matrix, row by row, its last element 1: a node (u, v)
   /// lies at ((m0 u + m1 v + m2) / w, (m3 u + m4 v + m5) / w), w = m6 u + m7 v + 1.
   const std::array<double, 9>& homographyMatrix() const { return matrix_; }
-  /// The lattice vectors along the first and second index found in the data (at the seed).
+  /// The lattice vector along the first index found in the data (at the seed).
   const mvVector<2>& xv() const { return xv_; }
+  /// The lattice vector along the second index found in the data (at the seed).
   const mvVector<2>& yv() const { return yv_; }
   /// The robust noise level (per axis) of the assigned points, in point units.
   double sigma() const { return sigma_; }

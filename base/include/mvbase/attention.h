@@ -20,6 +20,7 @@ class MVBASE_API mvAttention {
     static mvPersistent* make();
 
    protected:
+    /// For derived errors: an interruption with their own message.
     explicit Interrupted(const std::wstring& message);
     void serialize_(mvArchive& ar, unsigned char version) override;
   };
