@@ -68,7 +68,8 @@ Case makeCase(int index) {
   }
   const long clutter = static_cast<long>(unit(rng) * 5.0);
   for (long k = 0; k < clutter; ++k) {
-    c.points.emplace_back(50.0 + unit(rng) * pitch * columns, 80.0 + unit(rng) * pitch * rows);
+    const double y = 80.0 + unit(rng) * pitch * rows;  // y before x, whatever the compiler
+    c.points.emplace_back(50.0 + unit(rng) * pitch * columns, y);
   }
   // One case in four has a far clutter point: a bucket grid of up to some 2000 x 1500
   // buckets, almost all empty, that the growth walks ring by ring. One in eight has a tiny
@@ -76,8 +77,8 @@ Case makeCase(int index) {
   const bool far = index % 4 == 3;
   const bool tiny = index % 8 == 5;
   if (far) {
-    c.points.emplace_back(50.0 + 1200.0 * pitch * (0.5 + 0.5 * unit(rng)),
-                          80.0 - 900.0 * pitch * (0.5 + 0.5 * unit(rng)));
+    const double y = 80.0 - 900.0 * pitch * (0.5 + 0.5 * unit(rng));
+    c.points.emplace_back(50.0 + 1200.0 * pitch * (0.5 + 0.5 * unit(rng)), y);
   }
   const double snap = tiny ? pitch * (5e-3 + 5e-3 * unit(rng)) : pitch * (0.6 + 0.6 * unit(rng));
   c.params = mvPtToGridMapRunParams(mvVector<2>(pitch, 0.0), mvVector<2>(0.0, pitch), staggered,

@@ -65,7 +65,11 @@ TEST(RobustGridBadInput, ScatteredPointsFailRatherThanGuess) {
   std::mt19937 rng(5);
   std::uniform_real_distribution<double> unit(0.0, 400.0);
   std::vector<mvVector<2>> points;
-  for (int k = 0; k < 150; ++k) points.emplace_back(unit(rng), unit(rng));
+  for (int k = 0; k < 150; ++k) {
+    const double y = unit(rng);  // drawn before x, whatever the compiler
+    const double x = unit(rng);
+    points.emplace_back(x, y);
+  }
   mvRobustGridMapResult r;
   EXPECT_EQ(mfRobustGridMap(
                 points, mvRobustGridMapParams(mvVector<2>(20.0, 0.0), mvVector<2>(0.0, 20.0)), r),
