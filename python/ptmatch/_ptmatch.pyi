@@ -7,6 +7,7 @@
 #   index maps  int64 arrays, -1 (or GridMapResult.UNASSIGNED) for "none"
 # python/tests/test_stubs.py checks that every name and signature here matches the module.
 
+import builtins
 from typing import Any, Iterator, List, Optional, Sequence, Tuple, Union, overload
 
 import numpy as np
@@ -52,6 +53,7 @@ class PtMatchTm2BadArgs(BadArgs): ...
 class PerspectiveTm2BadArgs(BadArgs): ...
 class PtMatchTm3BadArgs(BadArgs): ...
 class Interrupted(KeyboardInterrupt): ...
+class TimeoutError(Error, builtins.TimeoutError): ...
 
 # --- interruption ---
 
@@ -143,7 +145,9 @@ class PointMatcher:
     @property
     def pattern(self) -> UInt8Array: ...
     @overload
-    def run(self, data: ArrayLike, params: RunParams) -> Results[PointMatcherResult]: ...
+    def run(
+        self, data: ArrayLike, params: RunParams, timeout: Optional[float] = None
+    ) -> Results[PointMatcherResult]: ...
     @overload
     def run(
         self,
@@ -157,12 +161,14 @@ class PointMatcher:
         grid_size: Optional[float] = None,
         capture_range: Optional[float] = None,
         max_results: int = 1,
+        timeout: Optional[float] = None,
     ) -> Results[PointMatcherResult]: ...
     def run_batch(
         self,
         datasets: Sequence[ArrayLike],
         params: Optional[RunParams] = None,
         threads: Optional[int] = None,
+        timeout: Optional[float] = None,
         **keywords: Any,
     ) -> List[Results[PointMatcherResult]]: ...
     def to_bytes(self) -> bytes: ...
@@ -223,7 +229,9 @@ class GridMapResult:
     def from_bytes(data: bytes) -> GridMapResult: ...
 
 @overload
-def pt_to_grid_map(points: ArrayLike, params: GridMapParams) -> GridMapResult: ...
+def pt_to_grid_map(
+    points: ArrayLike, params: GridMapParams, timeout: Optional[float] = None
+) -> GridMapResult: ...
 @overload
 def pt_to_grid_map(
     points: ArrayLike,
@@ -233,6 +241,7 @@ def pt_to_grid_map(
     snap_size: float = 0.0,
     size_tol: RangeArg = None,
     angle_tol: RangeArg = None,
+    timeout: Optional[float] = None,
 ) -> GridMapResult: ...
 
 # --- robust grid mapping ---
@@ -290,7 +299,9 @@ class RobustGridMapResult:
     def num_unassigned(self) -> int: ...
 
 @overload
-def robust_grid_map(points: ArrayLike, params: RobustGridMapParams) -> RobustGridMapResult: ...
+def robust_grid_map(
+    points: ArrayLike, params: RobustGridMapParams, timeout: Optional[float] = None
+) -> RobustGridMapResult: ...
 @overload
 def robust_grid_map(
     points: ArrayLike,
@@ -299,6 +310,7 @@ def robust_grid_map(
     staggered: bool = False,
     reject_sigmas: float = 6.0,
     min_nodes: int = 6,
+    timeout: Optional[float] = None,
 ) -> RobustGridMapResult: ...
 
 # --- grid corresponder ---
@@ -371,10 +383,20 @@ class GridCorresponder:
     @property
     def train_params(self) -> GridCorresponderTrainParams: ...
     def run(
-        self, nodes: ArrayLike, accept: float = 0.5, confusion: float = 1.0, max_results: int = 1
+        self,
+        nodes: ArrayLike,
+        accept: float = 0.5,
+        confusion: float = 1.0,
+        max_results: int = 1,
+        timeout: Optional[float] = None,
     ) -> Results[GridCorresponderResult]: ...
     def run_image(
-        self, image: ArrayLike, accept: float = 0.5, confusion: float = 1.0, max_results: int = 1
+        self,
+        image: ArrayLike,
+        accept: float = 0.5,
+        confusion: float = 1.0,
+        max_results: int = 1,
+        timeout: Optional[float] = None,
     ) -> Results[GridCorresponderResult]: ...
     def to_bytes(self) -> bytes: ...
     @staticmethod

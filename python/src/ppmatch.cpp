@@ -284,12 +284,13 @@ bool isExhaustive(const mvPointMatcher& m) {
 }
 
 py::list runMatcher(PointMatcher& self, const py::object& data,
-                    const mvPointMatcherRunParams& params) {
+                    const mvPointMatcherRunParams& params, const py::object& timeout) {
   const Points2 points = toPoints2(data, "data");
+  const double seconds = timeoutSeconds(timeout);
   mvPointMatcherResultSet resultSet;
   {
     RunCounter::Scope running(self.runs);
-    withoutGil([&] { self.matcher.run(points, params, resultSet); });
+    withoutGil([&] { self.matcher.run(points, params, resultSet); }, seconds);
   }
   py::list items;
   for (const mvPointMatcherResult& r : resultSet.results()) items.append(py::cast(r));
@@ -383,30 +384,32 @@ Afterwards train_mode is "point_to_grid" and results carry grid_to_data_map.)doc
       "pattern", [](const PointMatcher& self) { return fromImage(self.matcher.pattern()); },
       "The training image of an image-trained matcher (pattern). Raises ptmatch.NotTrained "
       "otherwise.");
-  cls.def("run", &runMatcher, py::arg("data"), py::arg("params"),
+  cls.def("run", &runMatcher, py::arg("data"), py::arg("params"), py::arg("timeout") = py::none(),
           "Runs with a RunParams (mvPointMatcher::run); see the other overload.");
   cls.def(
       "run",
       [](PointMatcher& self, const py::object& data, double minCoverage,
          const py::object& startPose, const py::object& xRange, const py::object& yRange,
          const py::object& rotation, const py::object& scale, const py::object& gridSize,
-         const py::object& captureRange, long long maxResults) {
+         const py::object& captureRange, long long maxResults, const py::object& timeout) {
         const mvPointMatcherRunParams params =
             makeRunParams(minCoverage, startPose, xRange, yRange, rotation, scale, gridSize,
                           captureRange, maxResults);
-        return runMatcher(self, data, params);
+        return runMatcher(self, data, params, timeout);
       },
-      py::arg("data"), PTMATCH_RUN_PARAM_ARGS,
+      py::arg("data"), PTMATCH_RUN_PARAM_ARGS, py::arg("timeout") = py::none(),
       (std::string(
            R"doc(Finds the poses that carry the model onto the data points (mvPointMatcher::run).
 
 data           (N, 2) array-like of data points
 )doc") +
        kRunParamsDoc + R"doc(
+timeout        seconds allowed for the run, None for no limit (an mvAttention::Deadline)
 
 Returns a ptmatch.Results list of PointMatcherResult, best first (greater coverage, then
 smaller fit error), with the run's seconds in `time`. Raises ptmatch.NotTrained when
-untrained and ptmatch.Interrupted when interrupted (Ctrl-C). The GIL is released meanwhile.)doc")
+untrained, ptmatch.Interrupted when interrupted (Ctrl-C) and ptmatch.TimeoutError (also a
+TimeoutError) when the run takes longer than timeout. The GIL is released meanwhile.)doc")
           .c_str());
   cls.def("__copy__", [](const PointMatcher& self) {
     return copyKeepingMode(self.matcher, isExhaustive(self.matcher));
