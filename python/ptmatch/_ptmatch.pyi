@@ -8,7 +8,7 @@
 # python/tests/test_stubs.py checks that every name and signature here matches the module.
 
 import builtins
-from typing import Any, Iterator, List, Optional, Sequence, Tuple, Union, overload
+from typing import Any, Dict, Iterator, List, Optional, Sequence, Tuple, Union, overload
 
 import numpy as np
 import numpy.typing as npt
@@ -163,6 +163,22 @@ class PointMatcher:
         max_results: int = 1,
         timeout: Optional[float] = None,
     ) -> Results[PointMatcherResult]: ...
+    @overload
+    def estimate_cost(self, data: ArrayLike, params: RunParams) -> Dict[str, Any]: ...
+    @overload
+    def estimate_cost(
+        self,
+        data: ArrayLike,
+        min_coverage: float = 0.5,
+        start_pose: Optional[ArrayLike] = None,
+        x_range: RangeArg = None,
+        y_range: RangeArg = None,
+        rotation: RangeArg = None,
+        scale: RangeArg = (0.0, 0.0),
+        grid_size: Optional[float] = None,
+        capture_range: Optional[float] = None,
+        max_results: int = 1,
+    ) -> Dict[str, Any]: ...
     def run_batch(
         self,
         datasets: Sequence[ArrayLike],

@@ -297,6 +297,30 @@ py::list runMatcher(PointMatcher& self, const py::object& data,
   return makeResults(items, resultSet.time());
 }
 
+py::dict costOf(const PointMatcher& self, const py::object& data,
+                const mvPointMatcherRunParams& params) {
+  const Points2 points = toPoints2(data, "data");
+  const mvPointMatcherCost cost = self.matcher.estimateCost(points, params);
+  py::dict out;
+  out["lattice_steps"] = cost.latticeSteps;
+  out["window_cells"] = cost.windowCells;
+  out["model_points"] = cost.modelPoints;
+  out["grid_size"] = cost.gridSize;
+  out["work"] = cost.work();
+  return out;
+}
+
+constexpr const char* kCostDoc =
+    R"doc(The size of run(data, ...) before it starts (mvPointMatcher::estimateCost).
+
+Returns a dict: lattice_steps (scale and rotation steps of the coarse search),
+window_cells (translation offsets voted on at each step), model_points, grid_size (the
+one the run would use) and work = lattice_steps x window_cells x model_points; one core
+does about 1.5e10 units of work a second. A smaller grid_size, or wider rotation, scale, x_range and
+y_range, make it larger. A run that cannot reach min_coverage costs 0. Takes the
+arguments of run() except max_results' effect and timeout; raises ptmatch.NotTrained
+unless trained from points in mode "auto", and what run() raises for bad data.)doc";
+
 void bindMatcher(py::module_& m) {
   py::class_<PointMatcher> cls(m, "PointMatcher", R"doc(
 The point-matching tool (mvPointMatcher): train it once with model points (optionally
@@ -384,6 +408,19 @@ Afterwards train_mode is "point_to_grid" and results carry grid_to_data_map.)doc
       "pattern", [](const PointMatcher& self) { return fromImage(self.matcher.pattern()); },
       "The training image of an image-trained matcher (pattern). Raises ptmatch.NotTrained "
       "otherwise.");
+  cls.def("estimate_cost", &costOf, py::arg("data"), py::arg("params"),
+          "The size of run(data, params) before it starts; see the other overload.");
+  cls.def(
+      "estimate_cost",
+      [](const PointMatcher& self, const py::object& data, double minCoverage,
+         const py::object& startPose, const py::object& xRange, const py::object& yRange,
+         const py::object& rotation, const py::object& scale, const py::object& gridSize,
+         const py::object& captureRange, long long maxResults) {
+        return costOf(self, data,
+                      makeRunParams(minCoverage, startPose, xRange, yRange, rotation, scale,
+                                    gridSize, captureRange, maxResults));
+      },
+      py::arg("data"), PTMATCH_RUN_PARAM_ARGS, kCostDoc);
   cls.def("run", &runMatcher, py::arg("data"), py::arg("params"), py::arg("timeout") = py::none(),
           "Runs with a RunParams (mvPointMatcher::run); see the other overload.");
   cls.def(
