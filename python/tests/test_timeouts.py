@@ -149,3 +149,45 @@ def test_an_infinite_limit_is_no_limit():
     m = ptmatch.PointMatcher()
     m.train(scene.model)
     assert len(m.run(scene.data, min_coverage=0.9, timeout=math.inf)) == 1
+
+
+# --- the cost estimate ---
+
+DIAMOND = [(0, 30), (120, 30), (60, 0), (60, 60)]
+
+
+def test_estimate_cost_counted_by_hand():
+    """Grid size 5: the centre maps to cell (13, 7); +-10 units are offsets -2 ... 2 on each
+    axis, 25 cells; no rotation or scale range, one step; four model points."""
+    m = ptmatch.PointMatcher()
+    m.train(DIAMOND)
+    cost = m.estimate_cost(DIAMOND, x_range=(-10, 10), y_range=(-10, 10), rotation=(0, 0),
+                           grid_size=5)
+    assert cost == {"lattice_steps": 1, "window_cells": 25, "model_points": 4,
+                    "grid_size": 5.0, "work": 100.0}
+    wide = m.estimate_cost(DIAMOND, ptmatch.RunParams(x_range=(-20, 20), y_range=(-10, 10),
+                                                      rotation=(0, 0), grid_size=5))
+    assert wide["window_cells"] == 45 and wide["work"] == 180.0
+    # Rotation step atan2(10, 60) = 9.46 degrees: [10, 40] is 2 steps either side of 25.
+    turned = m.estimate_cost(DIAMOND, x_range=(-10, 10), y_range=(-10, 10), rotation=(10, 40),
+                             grid_size=5)
+    assert turned["lattice_steps"] == 5 and turned["work"] == 500.0
+
+
+def test_estimate_cost_grows_as_the_run_does():
+    scene = Scene(seed=3, num_model=16, num_clutter=16)
+    m = ptmatch.PointMatcher()
+    m.train(scene.model)
+    coarse = m.estimate_cost(scene.data, rotation="full", grid_size=2.0)
+    fine = m.estimate_cost(scene.data, rotation="full", grid_size=1.0)
+    # Half the grid size: twice the rotations, four times the cells.
+    assert 6.0 < fine["work"] / coarse["work"] < 10.0
+
+
+def test_estimate_cost_refuses_other_modes():
+    m = ptmatch.PointMatcher()
+    with pytest.raises(ptmatch.NotTrained):
+        m.estimate_cost(DIAMOND)
+    m.train(DIAMOND, mode="exhaustive")
+    with pytest.raises(ptmatch.NotTrained):
+        m.estimate_cost(DIAMOND)
