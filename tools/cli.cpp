@@ -7,6 +7,7 @@
 
 #include "args.h"
 #include "commands.h"
+#include "cost_warning.h"
 #include "errors.h"
 #include "mvbase/attention.h"
 #include "mvbase/exception.h"
@@ -87,6 +88,7 @@ int dispatch(const std::vector<std::string>& args, std::ostream& out) {
 const char* versionString() { return PTMATCH_VERSION_STRING; }
 
 int runCommandLine(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
+  const WarningStreamScope warnings(err);
   try {
     return dispatch(args, out);
   } catch (const UsageError& e) {

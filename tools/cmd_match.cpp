@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "commands.h"
+#include "cost_warning.h"
 #include "dot_input.h"
 #include "errors.h"
 #include "outputs.h"
@@ -147,6 +148,7 @@ int runMatch(const std::vector<std::string>& args, std::ostream& out) {
 
   mvPointMatcher matcher;
   trainFromPoints(matcher, model, modelPath, weights, options.has("--exhaustive"));
+  warnAboutLongSearch("match", matcher, data.points, params);
   mvPointMatcherResultSet resultSet;
   matcher.run(data.points, params, resultSet);
 

@@ -1,12 +1,14 @@
 // The grid corresponder's run: the observed nodes are drawn into an image with a border
 // of 2 pels, the probe list is placed at every admissible translation, and the best
-// translations whose count of agreeing probes reaches the threshold are reported.
+// translations whose count of agreeing probes reaches the threshold are reported. The scan
+// ends promptly with mvAttention::Interrupted (or TimedOut) when asked to.
 #include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <new>
 
 #include "gridcorr/module.h"
+#include "mvbase/attention.h"
 #include "mvbase/timer.h"
 #include "ptmatch/gridcorr.h"
 
@@ -204,7 +206,11 @@ bool mv_PointToGridCorresponder::run_(const mvPelBuffer<unsigned char>& padded,
   Candidates candidates(n, params.maxNumResults(), scanWidth * scanHeight);
 
   fillRowTable(pels, rows);
+  // The scan is the run's one step; a scan of a large image watches for an interruption
+  // or a passed deadline as it goes, row by row.
+  mvAttention::check();
   for (long y = 0; y < scanHeight; ++y) {
+    mvAttention::pace(scanWidth * n);
     for (long x = 0; x < scanWidth; ++x) {
       const long score = probe_(rows.get(), x, y, threshold);
       if (score >= threshold) candidates.offer(score, mvPair<long>(x, y));

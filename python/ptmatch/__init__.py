@@ -27,7 +27,8 @@ PseudoInverse and MatrixExt (the numerics underneath).
 Conventions: points are any (N, 2) array-like of numbers; poses are 2x3 arrays
 [[a00, a01, tx], [a10, a11, ty]]; images are 2-D arrays whose rows are y; the run
 parameters take angles in degrees, the transforms in radians. Runs release the GIL and
-end with ptmatch.Interrupted (a KeyboardInterrupt) on Ctrl-C. The library's errors are
+end with ptmatch.Interrupted (a KeyboardInterrupt) on Ctrl-C; each takes timeout= (seconds)
+and raises ptmatch.TimeoutError (also a TimeoutError) past it. The library's errors are
 raised as subclasses of ptmatch.Error carrying the library's message. Every class
 pickles through the library's archive (and has to_bytes/from_bytes for the raw archive).
 Each docstring names the C++ class or member it stands for.
@@ -62,6 +63,7 @@ from ._ptmatch import (
     PerspectiveTm2BadArgs,
     PtMatchTm3BadArgs,
     Interrupted,
+    TimeoutError,
     # interruption
     request_interruption,
     clear_interruption,
@@ -154,6 +156,7 @@ __all__ = [
     "PerspectiveTm2BadArgs",
     "PtMatchTm3BadArgs",
     "Interrupted",
+    "TimeoutError",
     "request_interruption",
     "clear_interruption",
     "interruption_requested",

@@ -6,7 +6,7 @@ import os
 from . import _ptmatch
 
 
-def run_batch(matcher, datasets, params=None, threads=None, **keywords):
+def run_batch(matcher, datasets, params=None, threads=None, timeout=None, **keywords):
     """Runs the trained matcher on each data set, several at once; returns one results list
     per data set, in the order of ``datasets``.
 
@@ -14,15 +14,16 @@ def run_batch(matcher, datasets, params=None, threads=None, **keywords):
     params    a RunParams for every run, or None to build one from the keywords
     threads   most runs at once; None means the number of processors (and never more than
               the number of data sets), 1 runs them one after the other
+    timeout   seconds allowed for each run, None for no limit (see run())
     keywords  the keywords of run() (min_coverage, rotation, max_results, ...), when no
               params are given
 
-    Each run is exactly ``matcher.run(data, params)``: the results equal those of runs one
+    Each run is exactly ``matcher.run(data, params, timeout)``: the results equal those of runs one
     by one. The runs release the GIL, so they use several cores.
 
     Raises ValueError for threads below 1 or for both params and keywords; ptmatch.BadParams
     for rejected keywords; the first error of a run, in input order (the other runs finish
-    first); ptmatch.Interrupted on Ctrl-C, after the runs in progress have ended.
+    first); ptmatch.TimeoutError for a run past timeout; ptmatch.Interrupted on Ctrl-C, after the runs in progress have ended.
 
     Example::
 
@@ -42,12 +43,12 @@ def run_batch(matcher, datasets, params=None, threads=None, **keywords):
         raise ValueError("threads must be a whole number of at least 1, not %r" % (threads,))
     threads = max(1, min(threads, len(datasets)))
     if threads == 1:
-        return [matcher.run(data, params) for data in datasets]
+        return [matcher.run(data, params, timeout) for data in datasets]
     pool = concurrent.futures.ThreadPoolExecutor(max_workers=threads,
                                                  thread_name_prefix="ptmatch-batch")
     futures: list = []
     try:
-        futures.extend(pool.submit(matcher.run, data, params) for data in datasets)
+        futures.extend(pool.submit(matcher.run, data, params, timeout) for data in datasets)
         concurrent.futures.wait(futures)
     except KeyboardInterrupt:
         # Ctrl-C reaches this thread only: end the workers' runs as well.

@@ -7,6 +7,7 @@
 #   index maps  int64 arrays, -1 (or GridMapResult.UNASSIGNED) for "none"
 # python/tests/test_stubs.py checks that every name and signature here matches the module.
 
+import builtins
 from typing import Any, Dict, Iterator, List, Optional, Sequence, Tuple, Union, overload
 
 import numpy as np
@@ -43,6 +44,7 @@ class NotTrained(MatcherError, RuntimeError): ...
 class NotRun(MatcherError, RuntimeError): ...
 class InsufficientModelPoints(MatcherError, ValueError): ...
 class BadInput(Error, ValueError): ...
+class RobustGridBadInput(Error, ValueError): ...
 class GridCorresponderError(Error): ...
 class GridInsufficientModelPoints(GridCorresponderError, ValueError): ...
 class InsufficientMemory(GridCorresponderError, MemoryError): ...
@@ -53,6 +55,7 @@ class PtMatchTm3BadArgs(BadArgs): ...
 class DotError(Error, ValueError): ...
 class ImageFileError(Error, ValueError): ...
 class Interrupted(KeyboardInterrupt): ...
+class TimeoutError(Error, builtins.TimeoutError): ...
 
 # --- interruption ---
 
@@ -161,7 +164,9 @@ class PointMatcher:
     @property
     def pattern(self) -> UInt8Array: ...
     @overload
-    def run(self, data: ArrayLike, params: RunParams) -> Results[PointMatcherResult]: ...
+    def run(
+        self, data: ArrayLike, params: RunParams, timeout: Optional[float] = None
+    ) -> Results[PointMatcherResult]: ...
     @overload
     def run(
         self,
@@ -175,12 +180,30 @@ class PointMatcher:
         grid_size: Optional[float] = None,
         capture_range: Optional[float] = None,
         max_results: int = 1,
+        timeout: Optional[float] = None,
     ) -> Results[PointMatcherResult]: ...
+    @overload
+    def estimate_cost(self, data: ArrayLike, params: RunParams) -> Dict[str, Any]: ...
+    @overload
+    def estimate_cost(
+        self,
+        data: ArrayLike,
+        min_coverage: float = 0.5,
+        start_pose: Optional[ArrayLike] = None,
+        x_range: RangeArg = None,
+        y_range: RangeArg = None,
+        rotation: RangeArg = None,
+        scale: RangeArg = (0.0, 0.0),
+        grid_size: Optional[float] = None,
+        capture_range: Optional[float] = None,
+        max_results: int = 1,
+    ) -> Dict[str, Any]: ...
     def run_batch(
         self,
         datasets: Sequence[ArrayLike],
         params: Optional[RunParams] = None,
         threads: Optional[int] = None,
+        timeout: Optional[float] = None,
         **keywords: Any,
     ) -> List[Results[PointMatcherResult]]: ...
     def to_bytes(self) -> bytes: ...
@@ -241,7 +264,9 @@ class GridMapResult:
     def from_bytes(data: bytes) -> GridMapResult: ...
 
 @overload
-def pt_to_grid_map(points: ArrayLike, params: GridMapParams) -> GridMapResult: ...
+def pt_to_grid_map(
+    points: ArrayLike, params: GridMapParams, timeout: Optional[float] = None
+) -> GridMapResult: ...
 @overload
 def pt_to_grid_map(
     points: ArrayLike,
@@ -251,7 +276,77 @@ def pt_to_grid_map(
     snap_size: float = 0.0,
     size_tol: RangeArg = None,
     angle_tol: RangeArg = None,
+    timeout: Optional[float] = None,
 ) -> GridMapResult: ...
+
+# --- robust grid mapping ---
+
+class RobustGridMapParams:
+    def __init__(
+        self,
+        xv: Optional[ArrayLike] = None,
+        yv: Optional[ArrayLike] = None,
+        staggered: bool = False,
+        reject_sigmas: float = 6.0,
+        min_nodes: int = 6,
+    ) -> None: ...
+    @property
+    def xv(self) -> FloatArray: ...
+    @property
+    def yv(self) -> FloatArray: ...
+    def set_vectors(self, xv: Optional[ArrayLike], yv: Optional[ArrayLike]) -> None: ...
+    staggered: bool
+    reject_sigmas: float
+    min_nodes: int
+
+class RobustGridMapResult:
+    UNASSIGNED: int
+    def __init__(self) -> None: ...
+    @property
+    def valid(self) -> bool: ...
+    @property
+    def failure(self) -> str: ...
+    @property
+    def reason(self) -> str: ...
+    @property
+    def time(self) -> float: ...
+    @property
+    def map(self) -> Int64Array: ...
+    @property
+    def assigned(self) -> npt.NDArray[np.bool_]: ...
+    @property
+    def residuals(self) -> FloatArray: ...
+    @property
+    def grid_to_point(self) -> FloatArray: ...
+    @property
+    def homography(self) -> PerspectiveTm2: ...
+    @property
+    def homography_matrix(self) -> FloatArray: ...
+    @property
+    def xv(self) -> FloatArray: ...
+    @property
+    def yv(self) -> FloatArray: ...
+    @property
+    def sigma(self) -> float: ...
+    @property
+    def num_assigned(self) -> int: ...
+    @property
+    def num_unassigned(self) -> int: ...
+
+@overload
+def robust_grid_map(
+    points: ArrayLike, params: RobustGridMapParams, timeout: Optional[float] = None
+) -> RobustGridMapResult: ...
+@overload
+def robust_grid_map(
+    points: ArrayLike,
+    xv: Optional[ArrayLike] = None,
+    yv: Optional[ArrayLike] = None,
+    staggered: bool = False,
+    reject_sigmas: float = 6.0,
+    min_nodes: int = 6,
+    timeout: Optional[float] = None,
+) -> RobustGridMapResult: ...
 
 # --- grid corresponder ---
 
@@ -323,10 +418,20 @@ class GridCorresponder:
     @property
     def train_params(self) -> GridCorresponderTrainParams: ...
     def run(
-        self, nodes: ArrayLike, accept: float = 0.5, confusion: float = 1.0, max_results: int = 1
+        self,
+        nodes: ArrayLike,
+        accept: float = 0.5,
+        confusion: float = 1.0,
+        max_results: int = 1,
+        timeout: Optional[float] = None,
     ) -> Results[GridCorresponderResult]: ...
     def run_image(
-        self, image: ArrayLike, accept: float = 0.5, confusion: float = 1.0, max_results: int = 1
+        self,
+        image: ArrayLike,
+        accept: float = 0.5,
+        confusion: float = 1.0,
+        max_results: int = 1,
+        timeout: Optional[float] = None,
     ) -> Results[GridCorresponderResult]: ...
     def to_bytes(self) -> bytes: ...
     @staticmethod

@@ -10,7 +10,9 @@
 #include <atomic>
 #include <cstdint>
 #include <exception>
+#include <limits>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -174,14 +176,21 @@ class ReleasedGil {
 /// KeyboardInterrupt becomes ptmatch.Interrupted (itself a KeyboardInterrupt).
 void raisePendingSignal();
 
-/// Calls work without the GIL. Exceptions of the work pass on (translated by the module's
-/// exception translator), except that an exception raised by a signal handler meanwhile
-/// takes precedence.
+/// The seconds of a timeout= argument: infinity for None. Raises TypeError for what is not
+/// a number (a bool included) and ValueError for a number that is not above 0 (NaN included).
+double timeoutSeconds(const py::object& timeout);
+
+/// Calls work without the GIL, under an mvAttention::Deadline of the given seconds on this
+/// thread (none for infinity), so that the work's checks throw mvAttention::TimedOut once it
+/// passes. Exceptions of the work pass on (translated by the module's exception translator),
+/// except that an exception raised by a signal handler meanwhile takes precedence.
 template <typename Work>
-void withoutGil(Work&& work) {
+void withoutGil(Work&& work, double timeout = std::numeric_limits<double>::infinity()) {
   std::exception_ptr failure;
   try {
     ReleasedGil released;
+    std::optional<mvAttention::Deadline> limit;
+    if (timeout < std::numeric_limits<double>::infinity()) limit.emplace(timeout);
     work();
   } catch (...) {
     failure = std::current_exception();

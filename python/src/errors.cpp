@@ -8,6 +8,8 @@
 //
 // mvAttention::Interrupted becomes ptmatch.Interrupted, a KeyboardInterrupt and on purpose
 // not an Error: `except ptmatch.Error` and `except Exception` must never swallow Ctrl-C.
+// Its subclass mvAttention::TimedOut, a passed timeout= limit, is no Ctrl-C: it becomes
+// ptmatch.TimeoutError, a ptmatch.Error and a built-in TimeoutError.
 //
 // Interruption. A run releases the GIL; the library calls mvAttention::check() once per
 // search step, and the poll installed here, on the main thread only and at most every
@@ -19,6 +21,7 @@
 // raised: a KeyboardInterrupt as ptmatch.Interrupted, anything else as it is.
 #include <chrono>
 #include <cstring>
+#include <limits>
 #include <stdexcept>
 #include <string>
 #include <typeinfo>
@@ -147,6 +150,11 @@ std::vector<ErrorClass>& errorClasses() {
       {"BadArgs", "", "Error", &PyExc_ValueError,
        "Root of the transforms' BadArgs errors (a grouping of the bindings); also a ValueError.",
        nullptr, nullptr},
+      {"TimeoutError", "mvAttention::TimedOut", "Error", &PyExc_TimeoutError,
+       "A run passed the time limit given by its timeout= argument (mvAttention::TimedOut); "
+       "the message names the limit. Also the built-in TimeoutError, and unlike Interrupted a "
+       "ptmatch.Error.",
+       &isA<mvAttention::TimedOut>, nullptr},
       {"Interrupted", "mvAttention::Interrupted", nullptr, &PyExc_KeyboardInterrupt,
        "A run was interrupted (mvAttention::Interrupted): by Ctrl-C, or by "
        "ptmatch.request_interruption(). A KeyboardInterrupt, and on purpose not a ptmatch.Error, "
@@ -272,6 +280,20 @@ void raisePendingSignal() {
     PyErr_Restore(type, value, trace);
   }
   throw py::error_already_set();
+}
+
+double timeoutSeconds(const py::object& timeout) {
+  if (timeout.is_none()) return std::numeric_limits<double>::infinity();
+  if (PyBool_Check(timeout.ptr()) || !PyNumber_Check(timeout.ptr())) {
+    throw py::type_error("timeout must be None or a number of seconds, not " +
+                         py::repr(timeout).cast<std::string>());
+  }
+  const double seconds = py::float_(timeout).cast<double>();
+  if (!(seconds > 0.0)) {  // also NaN
+    throw py::value_error("timeout must be None or a number of seconds above 0, not " +
+                          py::repr(timeout).cast<std::string>());
+  }
+  return seconds;
 }
 
 void RunCounter::checkIdle(const char* tool) const {

@@ -56,12 +56,13 @@ struct GridCorresponder {
 };
 
 template <typename Observed>
-py::list runCorresponder(GridCorresponder& self, const Observed& observed,
-                         const RunParams& params) {
+py::list runCorresponder(GridCorresponder& self, const Observed& observed, const RunParams& params,
+                         const py::object& timeout) {
+  const double seconds = timeoutSeconds(timeout);
   ResultSet results;
   {
     RunCounter::Scope running(self.runs);
-    withoutGil([&] { self.corresponder.run(observed, params, results); });
+    withoutGil([&] { self.corresponder.run(observed, params, results); }, seconds);
   }
   return resultsOf(results);
 }
@@ -70,6 +71,8 @@ constexpr const char* kRunDoc = R"doc(
 accept       fraction of the probes (0..1) that must agree for a position to be reported
 confusion    kept for compatibility; a run does not consult it
 max_results  most results to report, at least 1
+timeout      seconds allowed for the run, None for no limit; past it the run raises
+             ptmatch.TimeoutError (also a TimeoutError)
 
 Returns a ptmatch.Results list of GridCorresponderResult, best first, with the run's seconds
 in `time`; empty when the pattern was not found. An untrained corresponder, max_results
@@ -215,12 +218,12 @@ Example:
   cls.def(
       "run",
       [](GridCorresponder& self, const py::object& nodes, double accept, double confusion,
-         long long maxResults) {
+         long long maxResults, const py::object& timeout) {
         return runCorresponder(self, toPairs(nodes, "nodes"),
-                               makeRunParams(accept, confusion, maxResults));
+                               makeRunParams(accept, confusion, maxResults), timeout);
       },
       py::arg("nodes"), py::arg("accept") = 0.5, py::arg("confusion") = 1.0,
-      py::arg("max_results") = 1,
+      py::arg("max_results") = 1, py::arg("timeout") = py::none(),
       (std::string("Finds the pattern among observed node positions, (N, 2) whole numbers "
                    "(mv_PointToGridCorresponder::run).\n") +
        kRunDoc)
@@ -228,12 +231,12 @@ Example:
   cls.def(
       "run_image",
       [](GridCorresponder& self, const py::object& image, double accept, double confusion,
-         long long maxResults) {
+         long long maxResults, const py::object& timeout) {
         return runCorresponder(self, toImage(image, "image"),
-                               makeRunParams(accept, confusion, maxResults));
+                               makeRunParams(accept, confusion, maxResults), timeout);
       },
       py::arg("image"), py::arg("accept") = 0.5, py::arg("confusion") = 1.0,
-      py::arg("max_results") = 1,
+      py::arg("max_results") = 1, py::arg("timeout") = py::none(),
       (std::string("Finds the pattern in an image holding 1 at each observed node and 0 "
                    "elsewhere (mv_PointToGridCorresponder::run with an image).\n") +
        kRunDoc)

@@ -284,17 +284,42 @@ bool isExhaustive(const mvPointMatcher& m) {
 }
 
 py::list runMatcher(PointMatcher& self, const py::object& data,
-                    const mvPointMatcherRunParams& params) {
+                    const mvPointMatcherRunParams& params, const py::object& timeout) {
   const Points2 points = toPoints2(data, "data");
+  const double seconds = timeoutSeconds(timeout);
   mvPointMatcherResultSet resultSet;
   {
     RunCounter::Scope running(self.runs);
-    withoutGil([&] { self.matcher.run(points, params, resultSet); });
+    withoutGil([&] { self.matcher.run(points, params, resultSet); }, seconds);
   }
   py::list items;
   for (const mvPointMatcherResult& r : resultSet.results()) items.append(py::cast(r));
   return makeResults(items, resultSet.time());
 }
+
+py::dict costOf(const PointMatcher& self, const py::object& data,
+                const mvPointMatcherRunParams& params) {
+  const Points2 points = toPoints2(data, "data");
+  const mvPointMatcherCost cost = self.matcher.estimateCost(points, params);
+  py::dict out;
+  out["lattice_steps"] = cost.latticeSteps;
+  out["window_cells"] = cost.windowCells;
+  out["model_points"] = cost.modelPoints;
+  out["grid_size"] = cost.gridSize;
+  out["work"] = cost.work();
+  return out;
+}
+
+constexpr const char* kCostDoc =
+    R"doc(The size of run(data, ...) before it starts (mvPointMatcher::estimateCost).
+
+Returns a dict: lattice_steps (scale and rotation steps of the coarse search),
+window_cells (translation offsets voted on at each step), model_points, grid_size (the
+one the run would use) and work = lattice_steps x window_cells x model_points; one core
+does about 1.5e10 units of work a second. A smaller grid_size, or wider rotation, scale, x_range and
+y_range, make it larger. A run that cannot reach min_coverage costs 0. Takes the
+arguments of run() except max_results' effect and timeout; raises ptmatch.NotTrained
+unless trained from points in mode "auto", and what run() raises for bad data.)doc";
 
 void bindMatcher(py::module_& m) {
   py::class_<PointMatcher> cls(m, "PointMatcher", R"doc(
@@ -383,30 +408,45 @@ Afterwards train_mode is "point_to_grid" and results carry grid_to_data_map.)doc
       "pattern", [](const PointMatcher& self) { return fromImage(self.matcher.pattern()); },
       "The training image of an image-trained matcher (pattern). Raises ptmatch.NotTrained "
       "otherwise.");
-  cls.def("run", &runMatcher, py::arg("data"), py::arg("params"),
+  cls.def("estimate_cost", &costOf, py::arg("data"), py::arg("params"),
+          "The size of run(data, params) before it starts; see the other overload.");
+  cls.def(
+      "estimate_cost",
+      [](const PointMatcher& self, const py::object& data, double minCoverage,
+         const py::object& startPose, const py::object& xRange, const py::object& yRange,
+         const py::object& rotation, const py::object& scale, const py::object& gridSize,
+         const py::object& captureRange, long long maxResults) {
+        return costOf(self, data,
+                      makeRunParams(minCoverage, startPose, xRange, yRange, rotation, scale,
+                                    gridSize, captureRange, maxResults));
+      },
+      py::arg("data"), PTMATCH_RUN_PARAM_ARGS, kCostDoc);
+  cls.def("run", &runMatcher, py::arg("data"), py::arg("params"), py::arg("timeout") = py::none(),
           "Runs with a RunParams (mvPointMatcher::run); see the other overload.");
   cls.def(
       "run",
       [](PointMatcher& self, const py::object& data, double minCoverage,
          const py::object& startPose, const py::object& xRange, const py::object& yRange,
          const py::object& rotation, const py::object& scale, const py::object& gridSize,
-         const py::object& captureRange, long long maxResults) {
+         const py::object& captureRange, long long maxResults, const py::object& timeout) {
         const mvPointMatcherRunParams params =
             makeRunParams(minCoverage, startPose, xRange, yRange, rotation, scale, gridSize,
                           captureRange, maxResults);
-        return runMatcher(self, data, params);
+        return runMatcher(self, data, params, timeout);
       },
-      py::arg("data"), PTMATCH_RUN_PARAM_ARGS,
+      py::arg("data"), PTMATCH_RUN_PARAM_ARGS, py::arg("timeout") = py::none(),
       (std::string(
            R"doc(Finds the poses that carry the model onto the data points (mvPointMatcher::run).
 
 data           (N, 2) array-like of data points
 )doc") +
        kRunParamsDoc + R"doc(
+timeout        seconds allowed for the run, None for no limit (an mvAttention::Deadline)
 
 Returns a ptmatch.Results list of PointMatcherResult, best first (greater coverage, then
 smaller fit error), with the run's seconds in `time`. Raises ptmatch.NotTrained when
-untrained and ptmatch.Interrupted when interrupted (Ctrl-C). The GIL is released meanwhile.)doc")
+untrained, ptmatch.Interrupted when interrupted (Ctrl-C) and ptmatch.TimeoutError (also a
+TimeoutError) when the run takes longer than timeout. The GIL is released meanwhile.)doc")
           .c_str());
   cls.def("__copy__", [](const PointMatcher& self) {
     return copyKeepingMode(self.matcher, isExhaustive(self.matcher));

@@ -48,10 +48,12 @@ long countAssigned(const mvPtToGridMapResult& r) {
   return n;
 }
 
-mvPtToGridMapResult mapPoints(const py::object& points, const mvPtToGridMapRunParams& params) {
+mvPtToGridMapResult mapPoints(const py::object& points, const mvPtToGridMapRunParams& params,
+                              const py::object& timeout) {
   const Points2 input = toPoints2(points, "points");
+  const double seconds = timeoutSeconds(timeout);
   mvPtToGridMapResult result;
-  withoutGil([&] { mfPtToGridMap(input, params, result); });
+  withoutGil([&] { mfPtToGridMap(input, params, result); }, seconds);
   return result;
 }
 
@@ -138,14 +140,17 @@ void bindGridMap(py::module_& m) {
   bindParams(m);
   bindResult(m);
   m.def("pt_to_grid_map", &mapPoints, py::arg("points"), py::arg("params"),
+        py::arg("timeout") = py::none(),
         "Maps points with a GridMapParams (mfPtToGridMap); see the other overload.");
   m.def(
       "pt_to_grid_map",
       [](const py::object& points, const py::object& xv, const py::object& yv, bool staggered,
-         double snapSize, const py::object& sizeTol, const py::object& angleTol) {
-        return mapPoints(points, makeGridMapParams(xv, yv, staggered, snapSize, sizeTol, angleTol));
+         double snapSize, const py::object& sizeTol, const py::object& angleTol,
+         const py::object& timeout) {
+        return mapPoints(points, makeGridMapParams(xv, yv, staggered, snapSize, sizeTol, angleTol),
+                         timeout);
       },
-      py::arg("points"), PTMATCH_GRID_MAP_ARGS,
+      py::arg("points"), PTMATCH_GRID_MAP_ARGS, py::arg("timeout") = py::none(),
       (std::string(
            R"doc(Assigns points to the nodes of a regular, optionally staggered grid and fits the
 grid-to-point transform (mfPtToGridMap). The GIL is released meanwhile.
@@ -153,6 +158,8 @@ grid-to-point transform (mfPtToGridMap). The GIL is released meanwhile.
 points      (N, 2) array-like of measured points
 )doc") +
        kGridMapParamsDoc + R"doc(
+timeout     seconds allowed for the call, None for no limit; past it the call raises
+            ptmatch.TimeoutError (also a TimeoutError)
 
 Returns a GridMapResult; node (0, 0) is where the growth started, so the index origin
 depends on the data.

@@ -74,10 +74,12 @@ py::array_t<double> matrixArray(const mvRobustGridMapResult& r) {
   return out;
 }
 
-mvRobustGridMapResult mapPoints(const py::object& points, const mvRobustGridMapParams& params) {
+mvRobustGridMapResult mapPoints(const py::object& points, const mvRobustGridMapParams& params,
+                                const py::object& timeout) {
   const Points2 input = toPoints2(points, "points");
+  const double seconds = timeoutSeconds(timeout);
   mvRobustGridMapResult result;
-  withoutGil([&] { mfRobustGridMap(input, params, result); });
+  withoutGil([&] { mfRobustGridMap(input, params, result); }, seconds);
   return result;
 }
 
@@ -180,14 +182,15 @@ void bindRobustGridMap(py::module_& m) {
   bindParams(m);
   bindResult(m);
   m.def("robust_grid_map", &mapPoints, py::arg("points"), py::arg("params"),
+        py::arg("timeout") = py::none(),
         "Maps points with a RobustGridMapParams (mfRobustGridMap); see the other overload.");
   m.def(
       "robust_grid_map",
       [](const py::object& points, const py::object& xv, const py::object& yv, bool staggered,
-         double rejectSigmas, long minNodes) {
-        return mapPoints(points, makeParams(xv, yv, staggered, rejectSigmas, minNodes));
+         double rejectSigmas, long minNodes, const py::object& timeout) {
+        return mapPoints(points, makeParams(xv, yv, staggered, rejectSigmas, minNodes), timeout);
       },
-      py::arg("points"), PTMATCH_ROBUST_GRID_ARGS,
+      py::arg("points"), PTMATCH_ROBUST_GRID_ARGS, py::arg("timeout") = py::none(),
       (std::string(
            R"doc(Assigns points to the nodes of a dot grid seen under perspective, with holes,
 clutter and noise, and fits the grid-to-point transforms (mfRobustGridMap). Each node gets
@@ -196,6 +199,8 @@ at most one point; clutter is left without a node. The GIL is released meanwhile
 points         (N, 2) array-like of measured points
 )doc") +
        kParamsDoc + R"doc(
+timeout        seconds allowed for the call, None for no limit; past it the call raises
+               ptmatch.TimeoutError (also a TimeoutError)
 
 Returns a RobustGridMapResult; the indices start at 0 at the board's first row and column.
 A mapping it cannot stand behind is not valid, with the reason.)doc")

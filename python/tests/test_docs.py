@@ -60,7 +60,7 @@ def test_help_covers_every_exported_name():
 
 def test_run_batch_docstring_names_parameters_errors_and_an_example():
     doc = ptmatch.PointMatcher.run_batch.__doc__
-    for word in ["datasets", "params", "threads", "keywords", "Raises", "Example"]:
+    for word in ["datasets", "params", "threads", "timeout", "keywords", "Raises", "Example"]:
         assert word in doc, word
     assert list(inspect.signature(ptmatch.PointMatcher.run_batch).parameters) == \
-        ["matcher", "datasets", "params", "threads", "keywords"]
+        ["matcher", "datasets", "params", "threads", "timeout", "keywords"]

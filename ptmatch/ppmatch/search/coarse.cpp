@@ -28,7 +28,37 @@ void voteCoarseLattice(Voter& voter, const mvPointMatcherRunParams& params, doub
   });
 }
 
+// Steps of the coarse lattice, walked as the vote walks it.
+long long latticeSteps(const mvPointMatcherRunParams& params, double gridSize,
+                       const mv_PointMatcherModel& model) {
+  long long steps = 0;
+  walkLattice(scaleLattice(params.scaleUncertainty(), gridSize, model), [&](double scale) {
+    walkLattice(rotationLattice(params.rotationUncertainty(), gridSize, model, scale), [&](double) {
+      mvAttention::pace(1);
+      ++steps;
+    });
+  });
+  return steps;
+}
+
 }  // namespace
+
+mvPointMatcherCost hypothesisSearchCost(const std::vector<mvVector<2>>& data,
+                                        const mv_PointMatcherModel& model,
+                                        const mvPointMatcherRunParams& searchParams) {
+  mvPointMatcherCost cost;
+  cost.modelPoints = static_cast<long long>(model.points.size());
+  const ResolvedSizes sizes = resolveGridSizeAndCaptureRange(searchParams, model);
+  cost.gridSize = sizes.gridSize;
+  if (data.empty()) return cost;
+  const GridSpace space = mapDataToGridSpace(data, searchParams.startPose(), sizes.gridSize);
+  mvPelRect window;
+  if (!translationWindow(space, model, searchParams, window)) return cost;
+  // The window's corners are both offsets voted on.
+  cost.windowCells = static_cast<long long>(window.width() + 1) * (window.height() + 1);
+  cost.latticeSteps = latticeSteps(searchParams, sizes.gridSize, model);
+  return cost;
+}
 
 void hypothesisSearch(const std::vector<mvVector<2>>& data, const mv_PointMatcherModel& model,
                       const mvPointMatcherRunParams& searchParams, CandidateStore& store) {

@@ -162,6 +162,23 @@ std::vector<CollectedMatch> collectMatches(CandidateStore& store, const mv_Point
 
 }  // namespace
 
+mvPointMatcherCost mvPointMatcher::estimateCost(const std::vector<mvVector<2>>& dataPoints,
+                                                const mvPointMatcherRunParams& params) const {
+  if (!isTrained() || trainMode() != mvPointMatcherDefs::ePointToPoint) {
+    throw mvPointMatcherDefs::NotTrained(
+        L"estimateCost needs a matcher trained from points for point-to-point runs\n");
+  }
+  rejectNonFiniteInput(dataPoints, params);
+  const mv_PointMatcherModel& model = *model_;
+  if (!mayReachCoverage(model, dataPoints.size(), params.minCoverage())) {
+    mvPointMatcherCost none;
+    none.modelPoints = static_cast<long long>(model.points.size());
+    return none;
+  }
+  return ptmatch::detail::hypothesisSearchCost(
+      dataPoints, model, searchParameters(params, model.points.size(), dataPoints.size()));
+}
+
 void mvPointMatcher::runPointToPoint_(const std::vector<mvVector<2>>& dataPoints,
                                       const mvPointMatcherRunParams& params,
                                       mvPointMatcherResultSet& resultSet) const {

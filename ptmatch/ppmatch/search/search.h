@@ -39,5 +39,11 @@ using CandidateStore = mvBasicScoreHashing<PoseCandidate>;
 void hypothesisSearch(const std::vector<mvVector<2>>& data, const mv_PointMatcherModel& model,
                       const mvPointMatcherRunParams& searchParams, CandidateStore& store);
 
+/// The coarse search's size for the same arguments, from the same set-up (grid space,
+/// translation window, lattices) without voting.
+mvPointMatcherCost hypothesisSearchCost(const std::vector<mvVector<2>>& data,
+                                        const mv_PointMatcherModel& model,
+                                        const mvPointMatcherRunParams& searchParams);
+
 }  // namespace detail
 }  // namespace ptmatch
