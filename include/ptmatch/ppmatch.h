@@ -239,8 +239,6 @@ class PTMATCH_API mvPointMatcherResultSet {
   double time_;
 };
 
-/// The point-matching tool. Train it once, then run it any number of times; running never
-/// changes the trained state, so one trained matcher may be run from several threads.
 /// The size of a point-to-point run, known before it starts (mvPointMatcher::estimateCost).
 /// The coarse search projects every model point at every lattice step and votes over the
 /// translation window, so its work grows as latticeSteps x windowCells x modelPoints:
@@ -263,6 +261,8 @@ struct PTMATCH_API mvPointMatcherCost {
   }
 };
 
+/// The point-matching tool. Train it once, then run it any number of times; running never
+/// changes the trained state, so one trained matcher may be run from several threads.
 class PTMATCH_API mvPointMatcher {
  public:
   /// Untrained.
