@@ -86,7 +86,7 @@ cmake -S "$root" -B "$build_dir" -G Ninja \
   -DPTMATCH_FUZZ=ON \
   -DPTMATCH_BUILD_TESTS=OFF \
   -DPTMATCH_BUILD_BENCH=OFF \
-  -DPTMATCH_BUILD_TOOLS=OFF \
+  -DPTMATCH_BUILD_TOOLS=ON \
   -DPTMATCH_BUILD_EXAMPLES=OFF \
   -DPTMATCH_PYTHON=OFF >/dev/null
 echo "== build ${targets[*]}"
