@@ -11,7 +11,7 @@ if(NOT NM OR NOT EXISTS "${NM}")
   return()
 endif()
 string(REPLACE "," ";" libraries "${LIBRARIES}")
-set(private_pattern "(detail|ptmatch::gridcorr|ptmatch::robustgrid|ptmatch::cli)::")
+set(private_pattern "[^_A-Za-z0-9](detail|[A-Za-z0-9]+_detail|ptmatch::gridcorr|ptmatch::robustgrid|ptmatch::cli)::")
 set(offenders "")
 foreach(library ${libraries})
   execute_process(COMMAND "${NM}" -D --defined-only -C "${library}"

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "ppmatch/search/vote.h"
@@ -313,36 +314,92 @@ std::vector<vote_test::Candidate> searchWith(VoteMethod method, VoteKernels kern
   return vote_test::searchWith(options, model, s.data, s.params);
 }
 
+void expectSameCandidates(const std::vector<vote_test::Candidate>& a,
+                          const std::vector<vote_test::Candidate>& b, const std::string& where) {
+  ASSERT_EQ(a.size(), b.size()) << where;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    EXPECT_EQ(a[i].score, b[i].score) << where << " candidate " << i;
+    EXPECT_EQ(a[i].candidate.pose, b[i].candidate.pose) << where << " candidate " << i;
+    EXPECT_EQ(a[i].candidate.modelToData, b[i].candidate.modelToData)
+        << where << " candidate " << i;
+  }
+}
+
+mv_PointMatcherModel trainOn(const Scene& s) {
+  mvPointMatcher matcher;
+  if (s.weights.empty()) {
+    matcher.train(s.model, mvPointMatcherDefs::eAutoDetect);
+  } else {
+    matcher.train(s.model, s.weights, mvPointMatcherDefs::eAutoDetect);
+  }
+  return vote_test::trainedModel(matcher);
+}
+
 TEST(VoteDifferential, WholeSearchesGiveTheSameCandidatesWithEitherVote) {
   Dice dice(77031u);
   long found = 0;
   for (int c = 0; c < kRunCases; ++c) {
     const VoteKernels kernels = kernelsOfCase(c);
     const Scene s = randomScene(dice);
-    mvPointMatcher matcher;
-    if (s.weights.empty()) {
-      matcher.train(s.model, mvPointMatcherDefs::eAutoDetect);
-    } else {
-      matcher.train(s.model, s.weights, mvPointMatcherDefs::eAutoDetect);
-    }
-    const mv_PointMatcherModel model = vote_test::trainedModel(matcher);
+    const mv_PointMatcherModel model = trainOn(s);
     ASSERT_EQ(model.points.size(), s.model.size()) << "case " << c;
     const std::vector<vote_test::Candidate> a =
         searchWith(VoteMethod::eReference, kernels, model, s);
     const std::vector<vote_test::Candidate> b = searchWith(VoteMethod::eScatter, kernels, model, s);
-    ASSERT_EQ(a.size(), b.size()) << "case " << c;
+    expectSameCandidates(a, b, "case " + std::to_string(c));
     found += static_cast<long>(a.size());
-    for (std::size_t i = 0; i < a.size(); ++i) {
-      EXPECT_EQ(a[i].score, b[i].score) << "case " << c << " candidate " << i;
-      EXPECT_EQ(a[i].candidate.pose, b[i].candidate.pose) << "case " << c << " candidate " << i;
-      EXPECT_EQ(a[i].candidate.modelToData, b[i].candidate.modelToData)
-          << "case " << c << " candidate " << i;
-    }
     if (HasFailure()) return;
   }
   // The scenes are findable: most searches find something, so the candidates compared are
   // real.
   EXPECT_GT(found, kRunCases / 2);
+}
+
+TEST(VoteDifferential, VoteOptionsDefaultToTheWayRunsVote) {
+  const VoteOptions options;
+  EXPECT_EQ(options.method, VoteMethod::eScatter);
+  EXPECT_EQ(options.kernels, VoteKernels::eBest);
+  // A public run votes that way: its best result is one of the default search's candidates.
+  Dice dice(5150u);
+  const Scene s = randomScene(dice);
+  mvPointMatcher matcher;
+  matcher.train(s.model, mvPointMatcherDefs::eAutoDetect);
+  mvPointMatcherResultSet results;
+  matcher.run(s.data, s.params, results);
+  const std::vector<vote_test::Candidate> candidates =
+      vote_test::searchWith(options, vote_test::trainedModel(matcher), s.data, s.params);
+  ASSERT_FALSE(results.results().empty());
+  const mvPointMatcherResult& best = results.results().front();
+  bool found = false;
+  for (const vote_test::Candidate& c : candidates) {
+    found = found || (c.candidate.pose == best.modelToDataXform() &&
+                      c.candidate.modelToData == best.modelToDataMap());
+  }
+  EXPECT_TRUE(found);
+}
+
+// Each search votes as its own options say: two threads searching at once, one with the
+// reference vote, the other with the scatter vote on its SSE2 kernels, find what each
+// finds alone.
+TEST(VoteDifferential, SearchesInOtherThreadsKeepTheirOwnWayOfVoting) {
+  Dice dice(31337u);
+  for (int c = 0; c < 8; ++c) {
+    const Scene s = randomScene(dice);
+    const mv_PointMatcherModel model = trainOn(s);
+    const std::vector<vote_test::Candidate> alone =
+        searchWith(VoteMethod::eReference, VoteKernels::eBest, model, s);
+    std::vector<vote_test::Candidate> reference;
+    std::vector<vote_test::Candidate> scatter;
+    std::thread first(
+        [&] { reference = searchWith(VoteMethod::eReference, VoteKernels::eBest, model, s); });
+    std::thread second(
+        [&] { scatter = searchWith(VoteMethod::eScatter, VoteKernels::eBaseline, model, s); });
+    first.join();
+    second.join();
+    expectSameCandidates(alone, reference, "case " + std::to_string(c) + " reference");
+    expectSameCandidates(alone, scatter, "case " + std::to_string(c) + " scatter");
+    if (HasFailure()) return;
+  }
 }
 
 }  // namespace
