@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <exception>
 #include <vector>
 
 namespace {
@@ -42,7 +43,7 @@ bool trainAndRun() {
   for (const mvVector<2>& p : model) data.push_back(truth * p);
 
   mvPointMatcher matcher;
-  matcher.train(model, mvPointMatcherDefs::ePointToPoint);
+  matcher.train(model, mvPointMatcherDefs::eAutoDetect);
   mvPointMatcherRunParams params;
   params.minCoverage(0.9);
   mvPointMatcherResultSet results;
@@ -68,7 +69,12 @@ bool trainAndRun() {
 }  // namespace
 
 int main() {
-  const bool archived = fitAndArchive();
-  const bool matched = trainAndRun();
-  return archived && matched ? 0 : 1;
+  try {
+    const bool archived = fitAndArchive();
+    const bool matched = trainAndRun();
+    return archived && matched ? 0 : 1;
+  } catch (const std::exception& e) {
+    std::printf("ptmatch consumer: %s\n", e.what());
+    return 1;
+  }
 }
