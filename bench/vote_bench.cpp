@@ -168,10 +168,10 @@ void setCounters(benchmark::State& state, const VoteScene& s) {
 
 void voteSteps(benchmark::State& state, VoteMethod method) {
   const VoteScene& s = scenes()[static_cast<std::size_t>(state.range(0))];
-  ptmatch::detail::setVoteMethod(method);
+  ptmatch::detail::VoteOptions options;
+  options.method = method;
   Voter voter(s.model.points, s.space.dataToGrid, s.model.center, s.space.occupancy, s.window,
-              std::vector<std::int16_t>());
-  ptmatch::detail::setVoteMethod(VoteMethod::eScatter);
+              std::vector<std::int16_t>(), options);
   for (auto _ : state) {
     HypothesisStore store(s.model.totalWeight, s.capacity);
     long minScore = s.minScore;

@@ -2,19 +2,21 @@
 // long as it gives the same accumulator, so on hundreds of generated cases both methods
 // must give the same accumulator values cell by cell, the same coarse stores (scores,
 // offsets, scales, rotations, in the same order) and the same minimum scores, step after
-// step on one Voter; and whole point-to-point runs must give the same results (poses to
-// the last bit, maps, coverages, fit errors). Every other case runs the scatter vote on
-// its SSE2 kernels alone, the others on the best the processor has.
+// step on one Voter; and whole point-to-point searches must give the same candidates
+// (scores, poses to the last bit, maps). Every other case runs the scatter vote on its
+// SSE2 kernels alone, the others on the best the processor has.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstdint>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "ppmatch/search/vote.h"
 #include "ppmatch/search/vote_kernels.h"
+#include "ppmatch/vote_support.h"
 #include "ptmatch/ppmatch.h"
 
 namespace {
@@ -23,19 +25,12 @@ using ptmatch::detail::CellHypothesis;
 using ptmatch::detail::HypothesisStore;
 using ptmatch::detail::VoteKernels;
 using ptmatch::detail::VoteMethod;
+using ptmatch::detail::VoteOptions;
 using ptmatch::detail::Voter;
 using Points = std::vector<mvVector<2>>;
 
 constexpr int kVoterCases = 400;
 constexpr int kRunCases = 200;
-
-// Restores the default method and kernels however a test ends.
-struct MethodGuard {
-  ~MethodGuard() {
-    ptmatch::detail::setVoteMethod(VoteMethod::eScatter);
-    ptmatch::detail::setVoteKernels(VoteKernels::eBest);
-  }
-};
 
 // Odd cases run the scatter vote on the SSE2 kernels only, so that those are tested on a
 // processor with AVX2 as well.
@@ -166,24 +161,26 @@ void expectSameStores(HypothesisStore& reference, HypothesisStore& scatter,
   }
 }
 
-Voter makeVoter(VoteMethod method, const Points& noModel, const mvPelBuffer<unsigned char>& raster,
-                const mvPelRect& window, const std::vector<std::int16_t>& weights) {
-  ptmatch::detail::setVoteMethod(method);
-  return Voter(noModel, mvXform<2>(), mvVector<2>(), raster, window, weights);
+Voter makeVoter(VoteMethod method, VoteKernels kernels, const Points& noModel,
+                const mvPelBuffer<unsigned char>& raster, const mvPelRect& window,
+                const std::vector<std::int16_t>& weights) {
+  VoteOptions options;
+  options.method = method;
+  options.kernels = kernels;
+  return Voter(noModel, mvXform<2>(), mvVector<2>(), raster, window, weights, options);
 }
 
 TEST(VoteDifferential, ScatterVoteGivesTheReferenceAccumulatorsStoresAndScores) {
-  MethodGuard guard;
   Dice dice(20240611u);
   const Points noModel;
   for (int c = 0; c < kVoterCases; ++c) {
-    ptmatch::detail::setVoteKernels(kernelsOfCase(c));
+    const VoteKernels kernels = kernelsOfCase(c);
     const mvPelBuffer<unsigned char> raster = randomOccupancy(dice);
     const mvPelRect window = randomWindow(dice, raster);
     const long points = dice.between(1, 70);
     const std::vector<std::int16_t> weights = randomWeights(dice, points);
-    Voter reference = makeVoter(VoteMethod::eReference, noModel, raster, window, weights);
-    Voter scatter = makeVoter(VoteMethod::eScatter, noModel, raster, window, weights);
+    Voter reference = makeVoter(VoteMethod::eReference, kernels, noModel, raster, window, weights);
+    Voter scatter = makeVoter(VoteMethod::eScatter, kernels, noModel, raster, window, weights);
     ASSERT_EQ(reference.method, VoteMethod::eReference);
     ASSERT_EQ(scatter.method, VoteMethod::eScatter);
     const long capacity = dice.between(1, 12);
@@ -211,7 +208,6 @@ TEST(VoteDifferential, ScatterVoteGivesTheReferenceAccumulatorsStoresAndScores) 
 }
 
 TEST(VoteDifferential, AccumulatorsWrapAtSixteenBitsAlike) {
-  MethodGuard guard;
   // 40 points of weight 30000 on one occupied cell: 1 200 000 wraps to 1 200 000 mod 65536
   // = 20 352 in both.
   mvPelBuffer<unsigned char> raster(3, 3);
@@ -220,8 +216,10 @@ TEST(VoteDifferential, AccumulatorsWrapAtSixteenBitsAlike) {
   const Points noModel;
   const mvPelRect window(-1, -1, 2, 2);
   const std::vector<std::int16_t> weights(40, 30000);
-  Voter reference = makeVoter(VoteMethod::eReference, noModel, raster, window, weights);
-  Voter scatter = makeVoter(VoteMethod::eScatter, noModel, raster, window, weights);
+  Voter reference =
+      makeVoter(VoteMethod::eReference, VoteKernels::eBest, noModel, raster, window, weights);
+  Voter scatter =
+      makeVoter(VoteMethod::eScatter, VoteKernels::eBest, noModel, raster, window, weights);
   reference.projected.assign(40, mvPair<long>(0, 0));
   scatter.projected = reference.projected;
   HypothesisStore a(30000, 4);
@@ -308,42 +306,100 @@ Scene randomScene(Dice& dice) {
   return s;
 }
 
-mvPointMatcherResultSet runWith(VoteMethod method, const mvPointMatcher& matcher, const Scene& s) {
-  ptmatch::detail::setVoteMethod(method);
-  mvPointMatcherResultSet results;
-  matcher.run(s.data, s.params, results);
-  return results;
+std::vector<vote_test::Candidate> searchWith(VoteMethod method, VoteKernels kernels,
+                                             const mv_PointMatcherModel& model, const Scene& s) {
+  VoteOptions options;
+  options.method = method;
+  options.kernels = kernels;
+  return vote_test::searchWith(options, model, s.data, s.params);
 }
 
-TEST(VoteDifferential, WholeRunsGiveTheSameResultsWithEitherVote) {
-  MethodGuard guard;
+void expectSameCandidates(const std::vector<vote_test::Candidate>& a,
+                          const std::vector<vote_test::Candidate>& b, const std::string& where) {
+  ASSERT_EQ(a.size(), b.size()) << where;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    EXPECT_EQ(a[i].score, b[i].score) << where << " candidate " << i;
+    EXPECT_EQ(a[i].candidate.pose, b[i].candidate.pose) << where << " candidate " << i;
+    EXPECT_EQ(a[i].candidate.modelToData, b[i].candidate.modelToData)
+        << where << " candidate " << i;
+  }
+}
+
+mv_PointMatcherModel trainOn(const Scene& s) {
+  mvPointMatcher matcher;
+  if (s.weights.empty()) {
+    matcher.train(s.model, mvPointMatcherDefs::eAutoDetect);
+  } else {
+    matcher.train(s.model, s.weights, mvPointMatcherDefs::eAutoDetect);
+  }
+  return vote_test::trainedModel(matcher);
+}
+
+TEST(VoteDifferential, WholeSearchesGiveTheSameCandidatesWithEitherVote) {
   Dice dice(77031u);
   long found = 0;
   for (int c = 0; c < kRunCases; ++c) {
-    ptmatch::detail::setVoteKernels(kernelsOfCase(c));
+    const VoteKernels kernels = kernelsOfCase(c);
     const Scene s = randomScene(dice);
-    mvPointMatcher matcher;
-    if (s.weights.empty()) {
-      matcher.train(s.model, mvPointMatcherDefs::eAutoDetect);
-    } else {
-      matcher.train(s.model, s.weights, mvPointMatcherDefs::eAutoDetect);
-    }
-    const mvPointMatcherResultSet a = runWith(VoteMethod::eReference, matcher, s);
-    const mvPointMatcherResultSet b = runWith(VoteMethod::eScatter, matcher, s);
-    ASSERT_EQ(a.results().size(), b.results().size()) << "case " << c;
-    found += static_cast<long>(a.results().size());
-    for (std::size_t i = 0; i < a.results().size(); ++i) {
-      const mvPointMatcherResult& ra = a.results()[i];
-      const mvPointMatcherResult& rb = b.results()[i];
-      EXPECT_EQ(ra.modelToDataXform(), rb.modelToDataXform()) << "case " << c << " result " << i;
-      EXPECT_EQ(ra.modelToDataMap(), rb.modelToDataMap()) << "case " << c << " result " << i;
-      EXPECT_EQ(ra.coverage(), rb.coverage()) << "case " << c << " result " << i;
-      EXPECT_EQ(ra.fitError(), rb.fitError()) << "case " << c << " result " << i;
-    }
+    const mv_PointMatcherModel model = trainOn(s);
+    ASSERT_EQ(model.points.size(), s.model.size()) << "case " << c;
+    const std::vector<vote_test::Candidate> a =
+        searchWith(VoteMethod::eReference, kernels, model, s);
+    const std::vector<vote_test::Candidate> b = searchWith(VoteMethod::eScatter, kernels, model, s);
+    expectSameCandidates(a, b, "case " + std::to_string(c));
+    found += static_cast<long>(a.size());
     if (HasFailure()) return;
   }
-  // The scenes are findable: most runs report something, so the results compared are real.
+  // The scenes are findable: most searches find something, so the candidates compared are
+  // real.
   EXPECT_GT(found, kRunCases / 2);
+}
+
+TEST(VoteDifferential, VoteOptionsDefaultToTheWayRunsVote) {
+  const VoteOptions options;
+  EXPECT_EQ(options.method, VoteMethod::eScatter);
+  EXPECT_EQ(options.kernels, VoteKernels::eBest);
+  // A public run votes that way: its best result is one of the default search's candidates.
+  Dice dice(5150u);
+  const Scene s = randomScene(dice);
+  mvPointMatcher matcher;
+  matcher.train(s.model, mvPointMatcherDefs::eAutoDetect);
+  mvPointMatcherResultSet results;
+  matcher.run(s.data, s.params, results);
+  const std::vector<vote_test::Candidate> candidates =
+      vote_test::searchWith(options, vote_test::trainedModel(matcher), s.data, s.params);
+  ASSERT_FALSE(results.results().empty());
+  const mvPointMatcherResult& best = results.results().front();
+  bool found = false;
+  for (const vote_test::Candidate& c : candidates) {
+    found = found || (c.candidate.pose == best.modelToDataXform() &&
+                      c.candidate.modelToData == best.modelToDataMap());
+  }
+  EXPECT_TRUE(found);
+}
+
+// Each search votes as its own options say: two threads searching at once, one with the
+// reference vote, the other with the scatter vote on its SSE2 kernels, find what each
+// finds alone.
+TEST(VoteDifferential, SearchesInOtherThreadsKeepTheirOwnWayOfVoting) {
+  Dice dice(31337u);
+  for (int c = 0; c < 8; ++c) {
+    const Scene s = randomScene(dice);
+    const mv_PointMatcherModel model = trainOn(s);
+    const std::vector<vote_test::Candidate> alone =
+        searchWith(VoteMethod::eReference, VoteKernels::eBest, model, s);
+    std::vector<vote_test::Candidate> reference;
+    std::vector<vote_test::Candidate> scatter;
+    std::thread first(
+        [&] { reference = searchWith(VoteMethod::eReference, VoteKernels::eBest, model, s); });
+    std::thread second(
+        [&] { scatter = searchWith(VoteMethod::eScatter, VoteKernels::eBaseline, model, s); });
+    first.join();
+    second.join();
+    expectSameCandidates(alone, reference, "case " + std::to_string(c) + " reference");
+    expectSameCandidates(alone, scatter, "case " + std::to_string(c) + " scatter");
+    if (HasFailure()) return;
+  }
 }
 
 }  // namespace

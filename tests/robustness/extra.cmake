@@ -1,8 +1,6 @@
 # The robustness tests start threads of their own.
 find_package(Threads REQUIRED)
 target_link_libraries(test_robustness PRIVATE Threads::Threads)
-# The interruption tests pick the vote method (an internal switch for tests).
-target_include_directories(test_robustness PRIVATE ${PROJECT_SOURCE_DIR}/ptmatch)
 
 # Every committed fuzz input (seeds and the inputs that once took too long) replayed through
 # its target in this build: each must end within a second, the whole folder within the

@@ -17,6 +17,7 @@
 
 #include "mvbase/attention.h"
 #include "ppmatch/search/vote.h"
+#include "ppmatch/vote_support.h"
 #include "ptmatch/ppmatch.h"
 #include "ptmatch/ptgdmap.h"
 
@@ -103,11 +104,14 @@ struct HugeStep {
   }
 };
 
-// Picks the reference vote for the life of the object.
-struct ReferenceVote {
-  ReferenceVote() { ptmatch::detail::setVoteMethod(ptmatch::detail::VoteMethod::eReference); }
-  ~ReferenceVote() { ptmatch::detail::setVoteMethod(ptmatch::detail::VoteMethod::eScatter); }
-};
+// The search of a run of the step's matcher, voting the reference way: every model point
+// adds its whole window.
+std::vector<vote_test::Candidate> referenceSearch(const HugeStep& step) {
+  ptmatch::detail::VoteOptions reference;
+  reference.method = ptmatch::detail::VoteMethod::eReference;
+  return vote_test::searchWith(reference, vote_test::trainedModel(step.matcher), step.data,
+                               step.params);
+}
 
 // A grid of side x side dots of pitch 10, slightly rotated.
 Points dotGrid(long side) {
@@ -125,15 +129,14 @@ const mvPtToGridMapRunParams kGridParams(mvVector<2>(10, 0), mvVector<2>(0, 10),
 }  // namespace
 
 TEST(Concurrency, OneHugeVoteStepEndsSoonAfterAnInterruptionRequest) {
-  ReferenceVote reference;
   const HugeStep step;
-  mvPointMatcherResultSet results;
+  std::vector<vote_test::Candidate> results;
   bool interrupted = false;
-  const double wait = secondsFromRequestToEnd(
-      [&] { step.matcher.run(step.data, step.params, results); }, 300, interrupted);
+  const double wait =
+      secondsFromRequestToEnd([&] { results = referenceSearch(step); }, 300, interrupted);
   EXPECT_TRUE(interrupted) << "the run ended before the request, or without Interrupted";
   EXPECT_LT(wait, 1.0);
-  EXPECT_TRUE(results.results().empty());
+  EXPECT_TRUE(results.empty());
   std::printf("vote step: %.1f ms from the request to the end of the run\n", wait * 1e3);
 }
 
@@ -162,13 +165,11 @@ TEST(Concurrency, GridMappingOfManyDotsEndsSoonAfterAnInterruptionRequest) {
 }
 
 TEST(Concurrency, DeadlineEndsOneHugeVoteStepWithTimedOut) {
-  ReferenceVote reference;
   const HugeStep step;
-  mvPointMatcherResultSet results;
   const Clock::time_point start = Clock::now();
   try {
     mvAttention::Deadline limit(0.2);
-    step.matcher.run(step.data, step.params, results);
+    referenceSearch(step);
     ADD_FAILURE() << "the run ended within its time limit";
   } catch (const mvAttention::TimedOut& e) {
     EXPECT_NE(std::string(e.what()).find("time limit of 0.2 s"), std::string::npos) << e.what();

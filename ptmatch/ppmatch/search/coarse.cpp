@@ -62,6 +62,12 @@ mvPointMatcherCost hypothesisSearchCost(const std::vector<mvVector<2>>& data,
 
 void hypothesisSearch(const std::vector<mvVector<2>>& data, const mv_PointMatcherModel& model,
                       const mvPointMatcherRunParams& searchParams, CandidateStore& store) {
+  hypothesisSearch(data, model, searchParams, store, VoteOptions());
+}
+
+void hypothesisSearch(const std::vector<mvVector<2>>& data, const mv_PointMatcherModel& model,
+                      const mvPointMatcherRunParams& searchParams, CandidateStore& store,
+                      const VoteOptions& vote) {
   const ResolvedSizes sizes = resolveGridSizeAndCaptureRange(searchParams, model);
   if (data.empty()) return;  // nothing to vote on
   const GridSpace space = mapDataToGridSpace(data, searchParams.startPose(), sizes.gridSize);
@@ -71,7 +77,7 @@ void hypothesisSearch(const std::vector<mvVector<2>>& data, const mv_PointMatche
   const long baseMinScore = votes.minScore;
 
   Voter voter(model.points, space.dataToGrid, model.center, space.occupancy, window,
-              std::move(votes.weights));
+              std::move(votes.weights), vote);
   HypothesisStore coarse(model.totalWeight, searchParams.maxNumResults());
   voteCoarseLattice(voter, searchParams, sizes.gridSize, model, baseMinScore, coarse);
   refineHypotheses(data, space, model, sizes.captureRange, baseMinScore,

@@ -105,12 +105,13 @@ void RowItems::finish() {
 // --- ScatterVoter: set-up ---
 
 ScatterVoter::ScatterVoter(const mvPelBuffer_const<unsigned char>& occupancy,
-                           const mvPelRect& window)
+                           const mvPelRect& window, VoteKernels kernels)
     : rasterWidth_(occupancy.width()),
       rasterHeight_(occupancy.height()),
       occupancyStride_(occupancy.width() + kVoteBlock),
       occupancy_(pacedZeros<unsigned char>(occupancy.height() * occupancyStride_)),
       window_(window),
+      kernels_(kernels),
       width_(window.width() + 1),
       height_(window.height() + 1),
       stride_(kPad + width_ + kPad),
@@ -377,7 +378,7 @@ void ScatterVoter::addRows(const PointVote& d, long first, long last) {
   w.occupancyStride = occupancyStride_;
   w.rows = v1 - v0 + 1;
   w.blocks = blocksOf(r.xHi - r.xLo + 1);
-  addWindowRows(w, d.weight);
+  addWindowRows(w, d.weight, kernels_);
 }
 
 // --- ScatterVoter: one step ---
@@ -429,7 +430,7 @@ void ScatterVoter::addCentreBoxSums() {
     b.centres = centreCells_.data() + (chunk + 1) * stride_ + kPad;
     b.rows = std::min(chunkRows, last - chunk + 1);
     b.rowMax = rowMax_.data() + chunk;
-    addBoxSums(b);
+    addBoxSums(b, kernels_);
   }
   maxFirst_ = first;
   maxLast_ = last;
@@ -452,7 +453,8 @@ long ScatterVoter::nextCandidateRow(long v, long last, std::int16_t threshold) c
       const long end = v < maxFirst_ ? std::min(last, maxFirst_ - 1) : last;
       const long chunkEnd = std::min(end, v + pacedRows(stride_) - 1);
       mvAttention::pace(mvAttention::kPaceInterval);
-      const long found = nextExceedingRow(row(0), stride_, v, chunkEnd, blocks, threshold);
+      const long found =
+          nextExceedingRow(row(0), stride_, v, chunkEnd, blocks, threshold, kernels_);
       if (found <= chunkEnd) return found;
       v = chunkEnd + 1;
       continue;

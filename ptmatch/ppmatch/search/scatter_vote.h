@@ -36,6 +36,7 @@
 #include "mvbase/geometry.h"
 #include "mvbase/image.h"
 #include "ppmatch/search/search.h"
+#include "ppmatch/search/vote_kernels.h"
 
 namespace ptmatch {
 namespace detail {
@@ -78,7 +79,9 @@ class RowItems {
 /// accumulators.
 class ScatterVoter {
  public:
-  ScatterVoter(const mvPelBuffer_const<unsigned char>& occupancy, const mvPelRect& window);
+  /// The dense loops run on kernels (see vote_kernels.h).
+  ScatterVoter(const mvPelBuffer_const<unsigned char>& occupancy, const mvPelRect& window,
+               VoteKernels kernels);
 
   /// Makes room for the votes of up to points model points, so that voting allocates nothing.
   void reserve(std::size_t points) { points_.reserve(points); }
@@ -146,6 +149,7 @@ class ScatterVoter {
   const long occupancyStride_;
   std::vector<unsigned char> occupancy_;
   const mvPelRect window_;
+  const VoteKernels kernels_;
   // Accumulator size (window size + 1) and padded row stride (both accumulators).
   const long width_;
   const long height_;

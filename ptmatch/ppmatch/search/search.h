@@ -33,11 +33,19 @@ struct PoseCandidate {
 /// The run's candidate store, keyed by matched weight.
 using CandidateStore = mvBasicScoreHashing<PoseCandidate>;
 
+struct VoteOptions;
+
 /// Runs the coarse search over the data and refines its peaks; leaves the fitted
 /// candidates in store. searchParams are the run's widened parameters. Calls
-/// mvAttention::check() once per lattice step and once per fine hypothesis.
+/// mvAttention::check() once per lattice step and once per fine hypothesis. Votes the way
+/// runs do (the default VoteOptions).
 void hypothesisSearch(const std::vector<mvVector<2>>& data, const mv_PointMatcherModel& model,
                       const mvPointMatcherRunParams& searchParams, CandidateStore& store);
+
+/// The same search, voting as vote says (vote.h): every choice gives the same candidates.
+void hypothesisSearch(const std::vector<mvVector<2>>& data, const mv_PointMatcherModel& model,
+                      const mvPointMatcherRunParams& searchParams, CandidateStore& store,
+                      const VoteOptions& vote);
 
 /// The coarse search's size for the same arguments, from the same set-up (grid space,
 /// translation window, lattices) without voting.

@@ -1,7 +1,6 @@
 #include "ppmatch/search/vote.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
 #include <limits>
 
@@ -211,30 +210,20 @@ void collectPeaks(const mvPelBuffer_const<std::int16_t>& accumulator, long minSc
                   rotation, store);
 }
 
-namespace {
-
-std::atomic<VoteMethod> newVoterMethod{VoteMethod::eScatter};
-
-}  // namespace
-
-void setVoteMethod(VoteMethod method) { newVoterMethod.store(method); }
-
-VoteMethod voteMethod() { return newVoterMethod.load(); }
-
 Voter::Voter(const std::vector<mvVector<2>>& modelPoints, const mvXform<2>& dataToGrid,
              const mvVector<2>& modelCenter, const mvPelBuffer_const<unsigned char>& occupancy,
-             const mvPelRect& window, std::vector<std::int16_t> weights)
+             const mvPelRect& window, std::vector<std::int16_t> weights, const VoteOptions& options)
     : modelPoints(modelPoints),
       dataToGrid(dataToGrid),
       modelCenter(modelCenter),
       occupancy(occupancy),
       window(window),
       weights(std::move(weights)),
-      method(voteMethod()) {
+      method(options.method) {
   if (method == VoteMethod::eReference) {
     accumulator = mvPelBuffer<std::int16_t>(window.width() + 1, window.height() + 1);
   } else {
-    scatter = std::make_unique<ScatterVoter>(occupancy, window);
+    scatter = std::make_unique<ScatterVoter>(occupancy, window, options.kernels);
     scatter->reserve(modelPoints.size());
   }
   projected.reserve(modelPoints.size());

@@ -7,7 +7,7 @@
 // (scatter_vote.h), which adds only the occupied cells and scans only the touched rows.
 // They give the same accumulator values, hence the same stores, poses and maps; the
 // scatter vote is the default, the reference stays as the yardstick of the differential
-// tests and benchmarks (setVoteMethod).
+// tests and benchmarks, which pick it through VoteOptions.
 #pragma once
 
 #include <cstdint>
@@ -19,7 +19,7 @@
 #include "ppmatch/model.h"
 #include "ppmatch/search/scatter_vote.h"
 #include "ppmatch/search/search.h"
-#include "ptmatch/export.h"
+#include "ppmatch/search/vote_kernels.h"
 
 namespace ptmatch {
 namespace detail {
@@ -79,18 +79,19 @@ enum class VoteMethod {
   eScatter
 };
 
-/// Sets the method of the Voters constructed from now on, in every thread. Both give the
-/// same results; the switch exists for the differential tests and the benchmarks.
-PTMATCH_API void setVoteMethod(VoteMethod method);
-/// The method new Voters use (eScatter unless setVoteMethod said otherwise).
-PTMATCH_API VoteMethod voteMethod();
+/// How a search votes. Every choice gives the same results: runs use the defaults, the
+/// differential tests and the benchmarks pick the others to compare against them.
+struct VoteOptions {
+  VoteMethod method = VoteMethod::eScatter;
+  /// The scatter vote's kernels.
+  VoteKernels kernels = VoteKernels::eBest;
+};
 
-/// Everything a vote at one scale and rotation needs, with its reusable buffers. Exported
-/// for the differential tests and the voting benchmark only.
-struct PTMATCH_API Voter {
+/// Everything a vote at one scale and rotation needs, with its reusable buffers.
+struct Voter {
   Voter(const std::vector<mvVector<2>>& modelPoints, const mvXform<2>& dataToGrid,
         const mvVector<2>& modelCenter, const mvPelBuffer_const<unsigned char>& occupancy,
-        const mvPelRect& window, std::vector<std::int16_t> weights);
+        const mvPelRect& window, std::vector<std::int16_t> weights, const VoteOptions& options);
 
   /// Projects the model at scale and rotation and votes with it (voteProjected).
   void voteAndCollect(double scale, const mvDegree& rotation, long& minScore,
@@ -112,7 +113,7 @@ struct PTMATCH_API Voter {
   const mvPelRect window;
   /// Quantised weights; empty for an unweighted model.
   const std::vector<std::int16_t> weights;
-  /// The method chosen at construction.
+  /// The method of the options given at construction.
   const VoteMethod method;
   /// Votes per model-centre offset of the window (reference method only).
   mvPelBuffer<std::int16_t> accumulator;

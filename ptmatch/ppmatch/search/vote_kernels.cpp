@@ -1,6 +1,5 @@
 #include "ppmatch/search/vote_kernels.h"
 
-#include <atomic>
 #include <limits>
 
 namespace ptmatch {
@@ -147,36 +146,30 @@ bool hasAvx2() {
 }
 #endif
 
-std::atomic<VoteKernels> kernelChoice{VoteKernels::eBest};
-
 #ifdef PTMATCH_VOTE_AVX2
-bool useAvx2() {
-  return kernelChoice.load(std::memory_order_relaxed) == VoteKernels::eBest && hasAvx2();
-}
+bool useAvx2(VoteKernels kernels) { return kernels == VoteKernels::eBest && hasAvx2(); }
 #endif
 
 }  // namespace
 
-void setVoteKernels(VoteKernels kernels) { kernelChoice.store(kernels); }
-
-void addWindowRows(const WindowRows& w, std::uint16_t weight) {
+void addWindowRows(const WindowRows& w, std::uint16_t weight, VoteKernels kernels) {
 #ifdef PTMATCH_VOTE_AVX2
-  if (useAvx2()) return addWindowRowsAvx2(w, weight);
+  if (useAvx2(kernels)) return addWindowRowsAvx2(w, weight);
 #endif
   addWindowRowsBaseline(w, weight);
 }
 
 long nextExceedingRow(const std::int16_t* row0, long stride, long first, long last, long blocks,
-                      std::int16_t threshold) {
+                      std::int16_t threshold, VoteKernels kernels) {
 #ifdef PTMATCH_VOTE_AVX2
-  if (useAvx2()) return nextExceedingRowAvx2(row0, stride, first, last, blocks, threshold);
+  if (useAvx2(kernels)) return nextExceedingRowAvx2(row0, stride, first, last, blocks, threshold);
 #endif
   return nextExceedingRowBaseline(row0, stride, first, last, blocks, threshold);
 }
 
-void addBoxSums(const BoxSums& b) {
+void addBoxSums(const BoxSums& b, VoteKernels kernels) {
 #ifdef PTMATCH_VOTE_AVX2
-  if (useAvx2()) return addBoxSumsAvx2(b);
+  if (useAvx2(kernels)) return addBoxSumsAvx2(b);
 #endif
   addBoxSumsBaseline(b);
 }

@@ -6,8 +6,6 @@
 
 #include <cstdint>
 
-#include "ptmatch/export.h"
-
 #if defined(__SSE2__) || defined(_M_X64)
 #include <emmintrin.h>
 #define PTMATCH_VOTE_SSE2 1
@@ -16,13 +14,10 @@
 namespace ptmatch {
 namespace detail {
 
-/// Which kernels run: the best the processor has, or the SSE2 ones only.
+/// Which kernels run: the best the processor has, or the SSE2 ones only. Runs use eBest;
+/// the differential tests pick eBaseline to test the SSE2 kernels on processors that have
+/// AVX2 too.
 enum class VoteKernels { eBest, eBaseline };
-
-/// Sets the kernels of every vote from now on, in every thread (eBest unless said
-/// otherwise). The differential tests use it to test the SSE2 kernels on processors that
-/// have AVX2 too.
-PTMATCH_API void setVoteKernels(VoteKernels kernels);
 
 /// Cells handled per block by the dense kernels; they read and write whole blocks, so
 /// their buffers have this many cells of room after each row.
@@ -41,12 +36,12 @@ struct WindowRows {
 };
 
 /// Adds weight x occupancy to every cell of the window's rows, modulo 2^16.
-void addWindowRows(const WindowRows& w, std::uint16_t weight);
+void addWindowRows(const WindowRows& w, std::uint16_t weight, VoteKernels kernels);
 
 /// The first of rows first..last (row v starting at row0 + v x stride) in which one of the
 /// blocks x kVoteBlock values exceeds threshold; last + 1 when none does.
 long nextExceedingRow(const std::int16_t* row0, long stride, long first, long last, long blocks,
-                      std::int16_t threshold);
+                      std::int16_t threshold, VoteKernels kernels);
 
 /// Adds 3 x 3 box sums of a centre accumulator to rows of an accumulator: accumulator row
 /// r (at acc + r x accStride) gets, in each of its blocks x kVoteBlock cells u, the sum of
@@ -69,7 +64,7 @@ struct BoxSums {
   bool assign;
   std::int16_t* rowMax;
 };
-void addBoxSums(const BoxSums& b);
+void addBoxSums(const BoxSums& b, VoteKernels kernels);
 
 /// The addends of one occupied piece of 1 to 4 cells, by length: lanes 0 .. length - 1
 /// hold the weight, the others 0.
