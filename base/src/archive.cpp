@@ -46,22 +46,8 @@ mvArchive* mvbase_detail::currentArchive() {
 
 // --- errors ---
 
-mvArchive::Errors::Errors() : mvExceptionWithString(L"The archive could not be read or written.") {}
-mvArchive::Errors::Errors(const std::wstring& message) : mvExceptionWithString(message) {}
-
-void mvArchive::Errors::suicideAndRethrow() { rethrowCopy_(this); }
-
-void mvArchive::Errors::dispatchSerialize(mvArchive& ar) {
-  dispatchVersioned_(ar, this, sizeof(Errors),
-                     [&](unsigned char version) { Errors::serialize_(ar, version); });
-}
-
-void mvArchive::Errors::serialize_(mvArchive& ar, unsigned char version) {
-  requireClassVersion_(version, "mvArchive::Errors");
-  mvExceptionWithString::dispatchSerialize(ar);
-}
-
-mvPersistent* mvArchive::Errors::make() { return new Errors(); }
+mvArchive::Errors::Errors() : mvErrorOf(L"The archive could not be read or written.") {}
+mvArchive::Errors::Errors(const std::wstring& message) : mvErrorOf(message) {}
 
 namespace {
 std::wstring unknownVersionMessage(const char* file, int line) {
@@ -73,70 +59,30 @@ std::wstring unknownVersionMessage(const char* file, int line) {
 }
 }  // namespace
 
-mvArchive::UnknownVersion::UnknownVersion() : Errors(unknownVersionMessage(nullptr, 0)) {}
+mvArchive::UnknownVersion::UnknownVersion() : mvErrorOf(unknownVersionMessage(nullptr, 0)) {}
 
 mvArchive::UnknownVersion::UnknownVersion(const char* file, int line)
-    : Errors(unknownVersionMessage(file, line)), file_(file != nullptr ? file : ""), line_(line) {}
-
-void mvArchive::UnknownVersion::suicideAndRethrow() { rethrowCopy_(this); }
-
-void mvArchive::UnknownVersion::dispatchSerialize(mvArchive& ar) {
-  dispatchVersioned_(ar, this, sizeof(UnknownVersion),
-                     [&](unsigned char version) { UnknownVersion::serialize_(ar, version); });
-}
+    : mvErrorOf(unknownVersionMessage(file, line)),
+      file_(file != nullptr ? file : ""),
+      line_(line) {}
 
 void mvArchive::UnknownVersion::serialize_(mvArchive& ar, unsigned char version) {
-  requireClassVersion_(version, "mvArchive::UnknownVersion");
-  Errors::dispatchSerialize(ar);
+  mvErrorOf::serialize_(ar, version);
   mfArchiveString(ar, file_);
   ar || line_;
 }
 
-mvPersistent* mvArchive::UnknownVersion::make() { return new UnknownVersion(); }
+mvArchive::EndOfData::EndOfData() : mvErrorOf(L"Reading ran past the end of the archive.") {}
 
-mvArchive::EndOfData::EndOfData() : Errors(L"Reading ran past the end of the archive.") {}
-
-void mvArchive::EndOfData::suicideAndRethrow() { rethrowCopy_(this); }
-
-void mvArchive::EndOfData::dispatchSerialize(mvArchive& ar) {
-  dispatchVersioned_(ar, this, sizeof(EndOfData),
-                     [&](unsigned char version) { EndOfData::serialize_(ar, version); });
-}
-
-void mvArchive::EndOfData::serialize_(mvArchive& ar, unsigned char version) {
-  requireClassVersion_(version, "mvArchive::EndOfData");
-  Errors::dispatchSerialize(ar);
-}
-
-mvPersistent* mvArchive::EndOfData::make() { return new EndOfData(); }
-
-mvArchive::BadData::BadData() : Errors(L"The archive holds data that cannot be used.") {}
-mvArchive::BadData::BadData(const std::wstring& message) : Errors(message) {}
-
-void mvArchive::BadData::suicideAndRethrow() { rethrowCopy_(this); }
-
-void mvArchive::BadData::dispatchSerialize(mvArchive& ar) {
-  dispatchVersioned_(ar, this, sizeof(BadData),
-                     [&](unsigned char version) { BadData::serialize_(ar, version); });
-}
-
-void mvArchive::BadData::serialize_(mvArchive& ar, unsigned char version) {
-  requireClassVersion_(version, "mvArchive::BadData");
-  Errors::dispatchSerialize(ar);
-}
-
-mvPersistent* mvArchive::BadData::make() { return new BadData(); }
+mvArchive::BadData::BadData() : mvErrorOf(L"The archive holds data that cannot be used.") {}
+mvArchive::BadData::BadData(const std::wstring& message) : mvErrorOf(message) {}
 
 namespace {
-const mv_Instantiator registerErrors(typeid(mvArchive::Errors), &mvArchive::Errors::make,
-                                     "mvArchive::Errors");
-const mv_Instantiator registerUnknownVersion(typeid(mvArchive::UnknownVersion),
-                                             &mvArchive::UnknownVersion::make,
-                                             "mvArchive::UnknownVersion");
-const mv_Instantiator registerEndOfData(typeid(mvArchive::EndOfData), &mvArchive::EndOfData::make,
-                                        "mvArchive::EndOfData");
-const mv_Instantiator registerBadData(typeid(mvArchive::BadData), &mvArchive::BadData::make,
-                                      "mvArchive::BadData");
+const mv_InstantiatorOf<mvArchive::Errors> registerErrors("mvArchive::Errors");
+const mv_InstantiatorOf<mvArchive::UnknownVersion> registerUnknownVersion(
+    "mvArchive::UnknownVersion");
+const mv_InstantiatorOf<mvArchive::EndOfData> registerEndOfData("mvArchive::EndOfData");
+const mv_InstantiatorOf<mvArchive::BadData> registerBadData("mvArchive::BadData");
 }  // namespace
 
 // --- mvArchive ---
