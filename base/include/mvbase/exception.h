@@ -57,10 +57,11 @@ class MVBASE_API mvException : public mvPersistent, public std::exception {
   /// The same, naming the class by the name it is registered under.
   static void requireClassVersion_(unsigned char version, const std::type_info& type);
 
-  /// Persists one class level of self, as dispatchVersioned_ does: unless self (address
-  /// and size) is visited in ar, class version byte 0, serialize(self, ar, version) and
-  /// the visited mark.
+  /// The persistence of one class level of an error: its own members after its base's.
   using LevelSerializer = void (*)(mvException& self, mvArchive& ar, unsigned char version);
+  /// Persists one class level of self as dispatchVersioned_ does: unless self (address and
+  /// size) is visited in ar, class version byte 0, serialize(self, ar, version), then the
+  /// visited mark.
   static void dispatchLevel_(mvArchive& ar, mvException& self, const void* address,
                              std::size_t size, LevelSerializer serialize);
 
@@ -120,6 +121,7 @@ class MVBASE_TEMPLATE_API mvErrorOf : public Base {
   /// Copies itself as a Self, deletes itself and throws the copy. The object must have
   /// been made with new.
   void suicideAndRethrow() override { mvException::rethrowCopy_(static_cast<Self*>(this)); }
+  /// Persists the object as a Self: this class level, then Base's.
   void dispatchSerialize(mvArchive& ar) override {
     Self* self = static_cast<Self*>(this);
     mvException::dispatchLevel_(ar, *self, self, sizeof(Self), &mvErrorOf::serializeLevel_);
