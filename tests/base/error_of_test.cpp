@@ -173,7 +173,8 @@ TEST(ErrorOf, LibraryErrorsNameThemselves) {
   for (const std::string& name : names) {
     std::unique_ptr<mvException> e(created<mvException>(name));
     ASSERT_NE(e, nullptr) << name;
-    EXPECT_EQ(mv_Instantiator::nameOf(typeid(*e)), name);
+    const mvException& error = *e;
+    EXPECT_EQ(mv_Instantiator::nameOf(typeid(error)), name);
     EXPECT_EQ(unknownVersionNameOf(*e), name);
   }
 }
