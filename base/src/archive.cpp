@@ -1,4 +1,4 @@
-// The archive: byte encoding of primitives and base types, the memory and stream
+// The archive: byte encoding of primitives and strings, the memory and stream
 // archives, the archive's errors and the per-thread list of live archives.
 #include "mvbase/archive.h"
 
@@ -46,22 +46,8 @@ mvArchive* mvbase_detail::currentArchive() {
 
 // --- errors ---
 
-mvArchive::Errors::Errors() : mvExceptionWithString(L"The archive could not be read or written.") {}
-mvArchive::Errors::Errors(const std::wstring& message) : mvExceptionWithString(message) {}
-
-void mvArchive::Errors::suicideAndRethrow() { rethrowCopy_(this); }
-
-void mvArchive::Errors::dispatchSerialize(mvArchive& ar) {
-  dispatchVersioned_(ar, this, sizeof(Errors),
-                     [&](unsigned char version) { Errors::serialize_(ar, version); });
-}
-
-void mvArchive::Errors::serialize_(mvArchive& ar, unsigned char version) {
-  requireClassVersion_(version, "mvArchive::Errors");
-  mvExceptionWithString::dispatchSerialize(ar);
-}
-
-mvPersistent* mvArchive::Errors::make() { return new Errors(); }
+mvArchive::Errors::Errors() : mvErrorOf(L"The archive could not be read or written.") {}
+mvArchive::Errors::Errors(const std::wstring& message) : mvErrorOf(message) {}
 
 namespace {
 std::wstring unknownVersionMessage(const char* file, int line) {
@@ -73,70 +59,30 @@ std::wstring unknownVersionMessage(const char* file, int line) {
 }
 }  // namespace
 
-mvArchive::UnknownVersion::UnknownVersion() : Errors(unknownVersionMessage(nullptr, 0)) {}
+mvArchive::UnknownVersion::UnknownVersion() : mvErrorOf(unknownVersionMessage(nullptr, 0)) {}
 
 mvArchive::UnknownVersion::UnknownVersion(const char* file, int line)
-    : Errors(unknownVersionMessage(file, line)), file_(file != nullptr ? file : ""), line_(line) {}
-
-void mvArchive::UnknownVersion::suicideAndRethrow() { rethrowCopy_(this); }
-
-void mvArchive::UnknownVersion::dispatchSerialize(mvArchive& ar) {
-  dispatchVersioned_(ar, this, sizeof(UnknownVersion),
-                     [&](unsigned char version) { UnknownVersion::serialize_(ar, version); });
-}
+    : mvErrorOf(unknownVersionMessage(file, line)),
+      file_(file != nullptr ? file : ""),
+      line_(line) {}
 
 void mvArchive::UnknownVersion::serialize_(mvArchive& ar, unsigned char version) {
-  requireClassVersion_(version, "mvArchive::UnknownVersion");
-  Errors::dispatchSerialize(ar);
+  mvErrorOf::serialize_(ar, version);
   mfArchiveString(ar, file_);
   ar || line_;
 }
 
-mvPersistent* mvArchive::UnknownVersion::make() { return new UnknownVersion(); }
+mvArchive::EndOfData::EndOfData() : mvErrorOf(L"Reading ran past the end of the archive.") {}
 
-mvArchive::EndOfData::EndOfData() : Errors(L"Reading ran past the end of the archive.") {}
-
-void mvArchive::EndOfData::suicideAndRethrow() { rethrowCopy_(this); }
-
-void mvArchive::EndOfData::dispatchSerialize(mvArchive& ar) {
-  dispatchVersioned_(ar, this, sizeof(EndOfData),
-                     [&](unsigned char version) { EndOfData::serialize_(ar, version); });
-}
-
-void mvArchive::EndOfData::serialize_(mvArchive& ar, unsigned char version) {
-  requireClassVersion_(version, "mvArchive::EndOfData");
-  Errors::dispatchSerialize(ar);
-}
-
-mvPersistent* mvArchive::EndOfData::make() { return new EndOfData(); }
-
-mvArchive::BadData::BadData() : Errors(L"The archive holds data that cannot be used.") {}
-mvArchive::BadData::BadData(const std::wstring& message) : Errors(message) {}
-
-void mvArchive::BadData::suicideAndRethrow() { rethrowCopy_(this); }
-
-void mvArchive::BadData::dispatchSerialize(mvArchive& ar) {
-  dispatchVersioned_(ar, this, sizeof(BadData),
-                     [&](unsigned char version) { BadData::serialize_(ar, version); });
-}
-
-void mvArchive::BadData::serialize_(mvArchive& ar, unsigned char version) {
-  requireClassVersion_(version, "mvArchive::BadData");
-  Errors::dispatchSerialize(ar);
-}
-
-mvPersistent* mvArchive::BadData::make() { return new BadData(); }
+mvArchive::BadData::BadData() : mvErrorOf(L"The archive holds data that cannot be used.") {}
+mvArchive::BadData::BadData(const std::wstring& message) : mvErrorOf(message) {}
 
 namespace {
-const mv_Instantiator registerErrors(typeid(mvArchive::Errors), &mvArchive::Errors::make,
-                                     "mvArchive::Errors");
-const mv_Instantiator registerUnknownVersion(typeid(mvArchive::UnknownVersion),
-                                             &mvArchive::UnknownVersion::make,
-                                             "mvArchive::UnknownVersion");
-const mv_Instantiator registerEndOfData(typeid(mvArchive::EndOfData), &mvArchive::EndOfData::make,
-                                        "mvArchive::EndOfData");
-const mv_Instantiator registerBadData(typeid(mvArchive::BadData), &mvArchive::BadData::make,
-                                      "mvArchive::BadData");
+const mv_InstantiatorOf<mvArchive::Errors> registerErrors("mvArchive::Errors");
+const mv_InstantiatorOf<mvArchive::UnknownVersion> registerUnknownVersion(
+    "mvArchive::UnknownVersion");
+const mv_InstantiatorOf<mvArchive::EndOfData> registerEndOfData("mvArchive::EndOfData");
+const mv_InstantiatorOf<mvArchive::BadData> registerBadData("mvArchive::BadData");
 }  // namespace
 
 // --- mvArchive ---
@@ -276,100 +222,6 @@ mvArchive& mfArchiveString(mvArchive& ar, std::wstring& s) {
   std::string utf8 = ar.isStoring() ? mfNarrow(s) : std::string();
   mfArchiveString(ar, utf8);
   if (ar.isLoading()) s = mfWiden(utf8);
-  return ar;
-}
-
-// --- base types ---
-
-mvArchive& operator||(mvArchive& ar, mvVector<2>& v) {
-  double x = v.x();
-  double y = v.y();
-  ar || x || y;
-  if (ar.isLoading()) v = mvVector<2>(x, y);
-  return ar;
-}
-
-mvArchive& operator||(mvArchive& ar, mvVector<3>& v) {
-  double x = v.x();
-  double y = v.y();
-  double z = v.z();
-  ar || x || y || z;
-  if (ar.isLoading()) v = mvVector<3>(x, y, z);
-  return ar;
-}
-
-mvArchive& operator||(mvArchive& ar, mvPair<long>& p) {
-  unsigned char version = 0;
-  ar || version;
-  if (version != 0) throw mvArchive::UnknownVersion(nullptr, 0);
-  long x = p.x();
-  long y = p.y();
-  ar || x || y;
-  if (ar.isLoading()) p = mvPair<long>(x, y);
-  return ar;
-}
-
-namespace {
-// Persists a range kind as an unsigned long; loading rejects values that name no kind.
-void archiveRangeKind(mvArchive& ar, mvRangeDefs::Range& kind) {
-  unsigned long v = static_cast<unsigned long>(kind);
-  ar || v;
-  if (ar.isLoading()) {
-    if (v > mvRangeDefs::eFull)
-      throw mvArchive::BadData(L"The archive holds an unknown range kind.");
-    kind = static_cast<mvRangeDefs::Range>(v);
-  }
-}
-}  // namespace
-
-mvArchive& operator||(mvArchive& ar, mvRange& r) {
-  mvRangeDefs::Range kind = r.range();
-  double start = r.start();
-  double end = r.end();
-  archiveRangeKind(ar, kind);
-  ar || start || end;
-  if (ar.isLoading()) r = mvRange(start, end, kind);
-  return ar;
-}
-
-mvArchive& operator||(mvArchive& ar, mvAngleRange& r) {
-  mvRangeDefs::Range kind = r.range();
-  double start = r.start().toDouble();
-  double end = r.end().toDouble();
-  archiveRangeKind(ar, kind);
-  ar || start || end;
-  if (ar.isLoading()) r = mvAngleRange(mvRadian(start), mvRadian(end), kind);
-  return ar;
-}
-
-mvArchive& operator||(mvArchive& ar, mvXform<2>& x) {
-  const mvMatrix<2>& m = x.matrix();
-  double a00 = m.element(0, 0);
-  double a01 = m.element(0, 1);
-  double a10 = m.element(1, 0);
-  double a11 = m.element(1, 1);
-  double tx = x.trans().x();
-  double ty = x.trans().y();
-  ar || a00 || a01 || a10 || a11 || tx || ty;
-  if (ar.isLoading()) x = mvXform<2>(mvMatrix<2>(a00, a01, a10, a11), mvVector<2>(tx, ty));
-  return ar;
-}
-
-mvArchive& operator||(mvArchive& ar, mvRectangle<long>& r) {
-  mvPair<long> ul = r.ul();
-  mvPair<long> lr = r.lr();
-  ar || ul || lr;
-  if (ar.isLoading()) r = mvRectangle<long>(ul, lr);
-  return ar;
-}
-
-mvArchive& operator||(mvArchive& ar, mvRectangle<double>& r) {
-  double ulx = r.ul().x();
-  double uly = r.ul().y();
-  double lrx = r.lr().x();
-  double lry = r.lr().y();
-  ar || ulx || uly || lrx || lry;
-  if (ar.isLoading()) r = mvRectangle<double>(mvVector<2>(ulx, uly), mvVector<2>(lrx, lry));
   return ar;
 }
 

@@ -35,49 +35,17 @@ std::wstring timedOutMessage(double limitSeconds) {
 }
 }  // namespace
 
-mvAttention::Interrupted::Interrupted() : mvExceptionWithString(L"The run was interrupted.") {}
+mvAttention::Interrupted::Interrupted() : mvErrorOf(L"The run was interrupted.") {}
 
-mvAttention::Interrupted::Interrupted(const std::wstring& message)
-    : mvExceptionWithString(message) {}
+mvAttention::Interrupted::Interrupted(const std::wstring& message) : mvErrorOf(message) {}
 
-void mvAttention::Interrupted::suicideAndRethrow() { rethrowCopy_(this); }
+mvAttention::TimedOut::TimedOut() : mvErrorOf(L"The run took longer than its time limit.") {}
 
-void mvAttention::Interrupted::dispatchSerialize(mvArchive& ar) {
-  dispatchVersioned_(ar, this, sizeof(Interrupted),
-                     [&](unsigned char version) { Interrupted::serialize_(ar, version); });
-}
-
-void mvAttention::Interrupted::serialize_(mvArchive& ar, unsigned char version) {
-  requireClassVersion_(version, "mvAttention::Interrupted");
-  mvExceptionWithString::dispatchSerialize(ar);
-}
-
-mvPersistent* mvAttention::Interrupted::make() { return new Interrupted(); }
-
-mvAttention::TimedOut::TimedOut() : Interrupted(L"The run took longer than its time limit.") {}
-
-mvAttention::TimedOut::TimedOut(double limitSeconds) : Interrupted(timedOutMessage(limitSeconds)) {}
-
-void mvAttention::TimedOut::suicideAndRethrow() { rethrowCopy_(this); }
-
-void mvAttention::TimedOut::dispatchSerialize(mvArchive& ar) {
-  dispatchVersioned_(ar, this, sizeof(TimedOut),
-                     [&](unsigned char version) { TimedOut::serialize_(ar, version); });
-}
-
-void mvAttention::TimedOut::serialize_(mvArchive& ar, unsigned char version) {
-  requireClassVersion_(version, "mvAttention::TimedOut");
-  Interrupted::dispatchSerialize(ar);
-}
-
-mvPersistent* mvAttention::TimedOut::make() { return new TimedOut(); }
+mvAttention::TimedOut::TimedOut(double limitSeconds) : mvErrorOf(timedOutMessage(limitSeconds)) {}
 
 namespace {
-const mv_Instantiator registerInterrupted(typeid(mvAttention::Interrupted),
-                                          &mvAttention::Interrupted::make,
-                                          "mvAttention::Interrupted");
-const mv_Instantiator registerTimedOut(typeid(mvAttention::TimedOut), &mvAttention::TimedOut::make,
-                                       "mvAttention::TimedOut");
+const mv_InstantiatorOf<mvAttention::Interrupted> registerInterrupted("mvAttention::Interrupted");
+const mv_InstantiatorOf<mvAttention::TimedOut> registerTimedOut("mvAttention::TimedOut");
 }  // namespace
 
 mvAttention::Deadline::Deadline(double seconds)

@@ -107,29 +107,13 @@ mvMatrix<2> fitAffine(const Moments& m) {
 // --- Errors ---
 
 mvLSPointToPointFitter::Errors::Errors()
-    : mvExceptionWithString(L"The point pairs do not determine a transform of the asked family.") {}
+    : mvErrorOf(L"The point pairs do not determine a transform of the asked family.") {}
 
-mvLSPointToPointFitter::Errors::Errors(const std::wstring& message)
-    : mvExceptionWithString(message) {}
-
-void mvLSPointToPointFitter::Errors::suicideAndRethrow() { rethrowCopy_(this); }
-
-void mvLSPointToPointFitter::Errors::dispatchSerialize(mvArchive& ar) {
-  dispatchVersioned_(ar, this, sizeof(Errors),
-                     [&](unsigned char version) { Errors::serialize_(ar, version); });
-}
-
-void mvLSPointToPointFitter::Errors::serialize_(mvArchive& ar, unsigned char version) {
-  requireClassVersion_(version, "mvLSPointToPointFitter::Errors");
-  mvExceptionWithString::dispatchSerialize(ar);
-}
-
-mvPersistent* mvLSPointToPointFitter::Errors::make() { return new Errors(); }
+mvLSPointToPointFitter::Errors::Errors(const std::wstring& message) : mvErrorOf(message) {}
 
 namespace {
-const mv_Instantiator registerFitterErrors(typeid(mvLSPointToPointFitter::Errors),
-                                           &mvLSPointToPointFitter::Errors::make,
-                                           "mvLSPointToPointFitter::Errors");
+const mv_InstantiatorOf<mvLSPointToPointFitter::Errors> registerFitterErrors(
+    "mvLSPointToPointFitter::Errors");
 }  // namespace
 
 // --- the fitter ---

@@ -34,16 +34,10 @@
 class PTMATCH_API mvDotDefs {
  public:
   /// A parameter out of its range, or an image the detector cannot work with (unbound).
-  class PTMATCH_API BadInput : public mvExceptionWithString {
+  class PTMATCH_API BadInput : public mvErrorOf<BadInput, mvExceptionWithString> {
    public:
     /// The library's message for the failure.
     explicit BadInput(const std::wstring& message = L"The dot detector input is bad.");
-    void suicideAndRethrow() override;
-    void dispatchSerialize(mvArchive& ar) override;
-    static mvPersistent* make();
-
-   protected:
-    void serialize_(mvArchive& ar, unsigned char version) override;
   };
 
   /// Which dots to look for: darker than their surroundings, brighter, or both.

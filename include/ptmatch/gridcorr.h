@@ -40,44 +40,28 @@ class PTMATCH_API mv_PointToGridCorresponderDefs {
   };
 
   /// Root of the grid corresponder's errors.
-  class PTMATCH_API Errors : public mvExceptionWithString {
+  class PTMATCH_API Errors : public mvErrorOf<Errors, mvExceptionWithString> {
    public:
     /// The library's message for the failure.
     explicit Errors(const std::wstring& message = L"");
-    void suicideAndRethrow() override;
-    void dispatchSerialize(mvArchive& ar) override;
-    static mvPersistent* make();
-
-   protected:
-    void serialize_(mvArchive& ar, unsigned char version) override;
   };
 
   /// A training image with fewer than 3 set pels.
-  class PTMATCH_API InsufficientModelPoints : public Errors {
+  class PTMATCH_API InsufficientModelPoints : public mvErrorOf<InsufficientModelPoints, Errors> {
    public:
     /// The library's message for the failure.
     explicit InsufficientModelPoints(const std::wstring& message = L"");
+    /// This error's number in the library's numbering.
     long errorNumber() const override;
-    void suicideAndRethrow() override;
-    void dispatchSerialize(mvArchive& ar) override;
-    static mvPersistent* make();
-
-   protected:
-    void serialize_(mvArchive& ar, unsigned char version) override;
   };
 
   /// The working memory of a run could not be allocated.
-  class PTMATCH_API InsufficientMemory : public Errors {
+  class PTMATCH_API InsufficientMemory : public mvErrorOf<InsufficientMemory, Errors> {
    public:
     /// The library's message for the failure.
     explicit InsufficientMemory(const std::wstring& message = L"");
+    /// This error's number in the library's numbering.
     long errorNumber() const override;
-    void suicideAndRethrow() override;
-    void dispatchSerialize(mvArchive& ar) override;
-    static mvPersistent* make();
-
-   protected:
-    void serialize_(mvArchive& ar, unsigned char version) override;
   };
 };
 

@@ -25,16 +25,10 @@ class PTMATCH_API mvImageFileDefs {
   /// A file that cannot be read as an image: missing, of an unknown or unsupported kind,
   /// corrupt, truncated, too large. The message starts with the file's name, then the
   /// problem, as in "dots.png: the file is truncated".
-  class PTMATCH_API BadFile : public mvExceptionWithString {
+  class PTMATCH_API BadFile : public mvErrorOf<BadFile, mvExceptionWithString> {
    public:
     /// The library's message for the failure.
     explicit BadFile(const std::wstring& message = L"The image file cannot be read.");
-    void suicideAndRethrow() override;
-    void dispatchSerialize(mvArchive& ar) override;
-    static mvPersistent* make();
-
-   protected:
-    void serialize_(mvArchive& ar, unsigned char version) override;
   };
 
   /// Largest accepted width or height, in pels.

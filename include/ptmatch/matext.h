@@ -24,27 +24,15 @@
 class PTMATCH_API mvMatrixExt {
  public:
   /// An operation that needs a square matrix was given another shape.
-  class PTMATCH_API NotSquareMatrix : public mvMathError {
+  class PTMATCH_API NotSquareMatrix : public mvErrorOf<NotSquareMatrix, mvMathError> {
    public:
     NotSquareMatrix();
-    void suicideAndRethrow() override;
-    void dispatchSerialize(mvArchive& ar) override;
-    static mvPersistent* make();
-
-   protected:
-    void serialize_(mvArchive& ar, unsigned char version) override;
   };
 
   /// The matrix is singular: a zero row in ludcmp, a zero or repeated pivot in gaussj.
-  class PTMATCH_API SingularMatrix : public mvMathError {
+  class PTMATCH_API SingularMatrix : public mvErrorOf<SingularMatrix, mvMathError> {
    public:
     SingularMatrix();
-    void suicideAndRethrow() override;
-    void dispatchSerialize(mvArchive& ar) override;
-    static mvPersistent* make();
-
-   protected:
-    void serialize_(mvArchive& ar, unsigned char version) override;
   };
 
   /// An empty matrix: 0 rows, 0 columns, no data.

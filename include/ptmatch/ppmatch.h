@@ -29,72 +29,48 @@ class PTMATCH_API mvPointMatcherDefs {
   };
 
   /// Root of the point matcher's errors.
-  class PTMATCH_API Errors : public mvExceptionWithString {
+  class PTMATCH_API Errors : public mvErrorOf<Errors, mvExceptionWithString> {
    public:
     /// The library's message for the failure.
     explicit Errors(const std::wstring& message);
-    void suicideAndRethrow() override;
-    void dispatchSerialize(mvArchive& ar) override;
+    /// A new instance with an empty message, for the instantiator.
     static mvPersistent* make();
-
-   protected:
-    void serialize_(mvArchive& ar, unsigned char version) override;
   };
 
   /// A rejected parameter or training input.
-  class PTMATCH_API BadParams : public Errors {
+  class PTMATCH_API BadParams : public mvErrorOf<BadParams, Errors> {
    public:
     /// The library's message for the failure.
     explicit BadParams(const std::wstring& message = L"");
+    /// This error's number in the library's numbering.
     long errorNumber() const override;
-    void suicideAndRethrow() override;
-    void dispatchSerialize(mvArchive& ar) override;
-    static mvPersistent* make();
-
-   protected:
-    void serialize_(mvArchive& ar, unsigned char version) override;
   };
 
   /// The matcher is not trained, or not trained in the mode asked for.
-  class PTMATCH_API NotTrained : public Errors {
+  class PTMATCH_API NotTrained : public mvErrorOf<NotTrained, Errors> {
    public:
     /// The library's message for the failure.
     explicit NotTrained(const std::wstring& message = L"");
+    /// This error's number in the library's numbering.
     long errorNumber() const override;
-    void suicideAndRethrow() override;
-    void dispatchSerialize(mvArchive& ar) override;
-    static mvPersistent* make();
-
-   protected:
-    void serialize_(mvArchive& ar, unsigned char version) override;
   };
 
   /// A result accessor used for a result of another mode.
-  class PTMATCH_API NotRun : public Errors {
+  class PTMATCH_API NotRun : public mvErrorOf<NotRun, Errors> {
    public:
     /// The library's message for the failure.
     explicit NotRun(const std::wstring& message = L"");
+    /// This error's number in the library's numbering.
     long errorNumber() const override;
-    void suicideAndRethrow() override;
-    void dispatchSerialize(mvArchive& ar) override;
-    static mvPersistent* make();
-
-   protected:
-    void serialize_(mvArchive& ar, unsigned char version) override;
   };
 
   /// Too few model points (or set pattern pixels) to train.
-  class PTMATCH_API InsufficientModelPoints : public Errors {
+  class PTMATCH_API InsufficientModelPoints : public mvErrorOf<InsufficientModelPoints, Errors> {
    public:
     /// The library's message for the failure.
     explicit InsufficientModelPoints(const std::wstring& message = L"");
+    /// This error's number in the library's numbering.
     long errorNumber() const override;
-    void suicideAndRethrow() override;
-    void dispatchSerialize(mvArchive& ar) override;
-    static mvPersistent* make();
-
-   protected:
-    void serialize_(mvArchive& ar, unsigned char version) override;
   };
 };
 

@@ -80,16 +80,10 @@ class PTMATCH_API mvPtToGridMapDefs {
  public:
   /// Input that the mapping cannot work with: a non-finite point or parameter, or points
   /// spread over too many buckets. Carries no error number (0).
-  class PTMATCH_API BadInput : public mvExceptionWithString {
+  class PTMATCH_API BadInput : public mvErrorOf<BadInput, mvExceptionWithString> {
    public:
     /// The library's message for the failure.
     explicit BadInput(const std::wstring& message = L"The point-to-grid mapping input is bad.");
-    void suicideAndRethrow() override;
-    void dispatchSerialize(mvArchive& ar) override;
-    static mvPersistent* make();
-
-   protected:
-    void serialize_(mvArchive& ar, unsigned char version) override;
   };
 };
 

@@ -75,16 +75,10 @@ class PTMATCH_API mvRobustGridMapDefs {
 
   /// Input or parameters that the mapping cannot work with: a non-finite point or vector,
   /// parallel or half-given pitch vectors, a reject level or node minimum out of range.
-  class PTMATCH_API BadInput : public mvExceptionWithString {
+  class PTMATCH_API BadInput : public mvErrorOf<BadInput, mvExceptionWithString> {
    public:
     /// The library's message for the failure.
     explicit BadInput(const std::wstring& message = L"The robust grid mapping input is bad.");
-    void suicideAndRethrow() override;
-    void dispatchSerialize(mvArchive& ar) override;
-    static mvPersistent* make();
-
-   protected:
-    void serialize_(mvArchive& ar, unsigned char version) override;
   };
 };
 

@@ -19,15 +19,9 @@
 class PTMATCH_API mv2PtMatchTm {
  public:
   /// The two point lists differ in length.
-  class PTMATCH_API BadArgs : public mvExceptionWithString {
+  class PTMATCH_API BadArgs : public mvErrorOf<BadArgs, mvExceptionWithString> {
    public:
     BadArgs();
-    void suicideAndRethrow() override;
-    void dispatchSerialize(mvArchive& ar) override;
-    static mvPersistent* make();
-
-   protected:
-    void serialize_(mvArchive& ar, unsigned char version) override;
   };
 
   /// The identity, with no pairs.
@@ -125,15 +119,9 @@ PTMATCH_API mvArchive& operator||(mvArchive& ar, mv2PtMatchTm& tm);
 class PTMATCH_API mv2PTm {
  public:
   /// The two point lists differ in length.
-  class PTMATCH_API BadArgs : public mvExceptionWithString {
+  class PTMATCH_API BadArgs : public mvErrorOf<BadArgs, mvExceptionWithString> {
    public:
     BadArgs();
-    void suicideAndRethrow() override;
-    void dispatchSerialize(mvArchive& ar) override;
-    static mvPersistent* make();
-
-   protected:
-    void serialize_(mvArchive& ar, unsigned char version) override;
   };
 
   /// The identity, with empty sums.
@@ -211,15 +199,9 @@ PTMATCH_API mvArchive& operator||(mvArchive& ar, mv2PTm& tm);
 class PTMATCH_API mv3PtMatchTm {
  public:
   /// The two point lists differ in length.
-  class PTMATCH_API BadArgs : public mvExceptionWithString {
+  class PTMATCH_API BadArgs : public mvErrorOf<BadArgs, mvExceptionWithString> {
    public:
     BadArgs();
-    void suicideAndRethrow() override;
-    void dispatchSerialize(mvArchive& ar) override;
-    static mvPersistent* make();
-
-   protected:
-    void serialize_(mvArchive& ar, unsigned char version) override;
   };
 
   /// The identity, with three empty fitters of 4 parameters.

@@ -7,8 +7,7 @@
 
 namespace {
 
-const mv_Instantiator registerBadInput(typeid(mvDotDefs::BadInput), &mvDotDefs::BadInput::make,
-                                       "mvDotDefs::BadInput");
+const mv_InstantiatorOf<mvDotDefs::BadInput> registerBadInput("mvDotDefs::BadInput");
 
 [[noreturn]] void refuse(const std::wstring& what) { throw mvDotDefs::BadInput(what); }
 
@@ -16,21 +15,7 @@ const mv_Instantiator registerBadInput(typeid(mvDotDefs::BadInput), &mvDotDefs::
 
 // --- mvDotDefs::BadInput ---
 
-mvDotDefs::BadInput::BadInput(const std::wstring& message) : mvExceptionWithString(message) {}
-
-void mvDotDefs::BadInput::suicideAndRethrow() { rethrowCopy_(this); }
-
-void mvDotDefs::BadInput::dispatchSerialize(mvArchive& ar) {
-  dispatchVersioned_(ar, this, sizeof(BadInput),
-                     [&](unsigned char version) { BadInput::serialize_(ar, version); });
-}
-
-void mvDotDefs::BadInput::serialize_(mvArchive& ar, unsigned char version) {
-  requireClassVersion_(version, "mvDotDefs::BadInput");
-  mvExceptionWithString::dispatchSerialize(ar);
-}
-
-mvPersistent* mvDotDefs::BadInput::make() { return new BadInput(); }
+mvDotDefs::BadInput::BadInput(const std::wstring& message) : mvErrorOf(message) {}
 
 // --- mvDotDetectParams ---
 

@@ -16,68 +16,22 @@ constexpr long kInsufficientMemoryNumber = 0x10005f07;
 
 // --- errors ---
 
-Defs::Errors::Errors(const std::wstring& message) : mvExceptionWithString(message) {}
-
-void Defs::Errors::suicideAndRethrow() { rethrowCopy_(this); }
-
-void Defs::Errors::dispatchSerialize(mvArchive& ar) {
-  dispatchVersioned_(ar, this, sizeof(Errors),
-                     [&](unsigned char version) { Errors::serialize_(ar, version); });
-}
-
-void Defs::Errors::serialize_(mvArchive& ar, unsigned char version) {
-  requireClassVersion_(version, "mv_PointToGridCorresponderDefs::Errors");
-  mvExceptionWithString::dispatchSerialize(ar);
-}
-
-mvPersistent* Defs::Errors::make() { return new Errors(); }
+Defs::Errors::Errors(const std::wstring& message) : mvErrorOf(message) {}
 
 Defs::InsufficientModelPoints::InsufficientModelPoints(const std::wstring& message)
-    : Errors(message) {}
+    : mvErrorOf(message) {}
 
 long Defs::InsufficientModelPoints::errorNumber() const { return kInsufficientModelPointsNumber; }
 
-void Defs::InsufficientModelPoints::suicideAndRethrow() { rethrowCopy_(this); }
-
-void Defs::InsufficientModelPoints::dispatchSerialize(mvArchive& ar) {
-  dispatchVersioned_(ar, this, sizeof(InsufficientModelPoints), [&](unsigned char version) {
-    InsufficientModelPoints::serialize_(ar, version);
-  });
-}
-
-void Defs::InsufficientModelPoints::serialize_(mvArchive& ar, unsigned char version) {
-  requireClassVersion_(version, "mv_PointToGridCorresponderDefs::InsufficientModelPoints");
-  Errors::dispatchSerialize(ar);
-}
-
-mvPersistent* Defs::InsufficientModelPoints::make() { return new InsufficientModelPoints(); }
-
-Defs::InsufficientMemory::InsufficientMemory(const std::wstring& message) : Errors(message) {}
+Defs::InsufficientMemory::InsufficientMemory(const std::wstring& message) : mvErrorOf(message) {}
 
 long Defs::InsufficientMemory::errorNumber() const { return kInsufficientMemoryNumber; }
 
-void Defs::InsufficientMemory::suicideAndRethrow() { rethrowCopy_(this); }
-
-void Defs::InsufficientMemory::dispatchSerialize(mvArchive& ar) {
-  dispatchVersioned_(ar, this, sizeof(InsufficientMemory),
-                     [&](unsigned char version) { InsufficientMemory::serialize_(ar, version); });
-}
-
-void Defs::InsufficientMemory::serialize_(mvArchive& ar, unsigned char version) {
-  requireClassVersion_(version, "mv_PointToGridCorresponderDefs::InsufficientMemory");
-  Errors::dispatchSerialize(ar);
-}
-
-mvPersistent* Defs::InsufficientMemory::make() { return new InsufficientMemory(); }
-
 namespace {
-const mv_Instantiator registerErrors(typeid(Defs::Errors), &Defs::Errors::make,
-                                     "mv_PointToGridCorresponderDefs::Errors");
-const mv_Instantiator registerInsufficientModelPoints(
-    typeid(Defs::InsufficientModelPoints), &Defs::InsufficientModelPoints::make,
+const mv_InstantiatorOf<Defs::Errors> registerErrors("mv_PointToGridCorresponderDefs::Errors");
+const mv_InstantiatorOf<Defs::InsufficientModelPoints> registerInsufficientModelPoints(
     "mv_PointToGridCorresponderDefs::InsufficientModelPoints");
-const mv_Instantiator registerInsufficientMemory(
-    typeid(Defs::InsufficientMemory), &Defs::InsufficientMemory::make,
+const mv_InstantiatorOf<Defs::InsufficientMemory> registerInsufficientMemory(
     "mv_PointToGridCorresponderDefs::InsufficientMemory");
 }  // namespace
 

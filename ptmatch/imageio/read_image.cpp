@@ -7,8 +7,7 @@
 
 namespace {
 
-const mv_Instantiator registerBadFile(typeid(mvImageFileDefs::BadFile),
-                                      &mvImageFileDefs::BadFile::make, "mvImageFileDefs::BadFile");
+const mv_InstantiatorOf<mvImageFileDefs::BadFile> registerBadFile("mvImageFileDefs::BadFile");
 
 /// Largest file read.
 constexpr std::size_t kLargestFile = std::size_t(1) << 30;
@@ -44,21 +43,7 @@ std::string readFile(const std::string& path) {
 
 // --- mvImageFileDefs::BadFile ---
 
-mvImageFileDefs::BadFile::BadFile(const std::wstring& message) : mvExceptionWithString(message) {}
-
-void mvImageFileDefs::BadFile::suicideAndRethrow() { rethrowCopy_(this); }
-
-void mvImageFileDefs::BadFile::dispatchSerialize(mvArchive& ar) {
-  dispatchVersioned_(ar, this, sizeof(BadFile),
-                     [&](unsigned char version) { BadFile::serialize_(ar, version); });
-}
-
-void mvImageFileDefs::BadFile::serialize_(mvArchive& ar, unsigned char version) {
-  requireClassVersion_(version, "mvImageFileDefs::BadFile");
-  mvExceptionWithString::dispatchSerialize(ar);
-}
-
-mvPersistent* mvImageFileDefs::BadFile::make() { return new BadFile(); }
+mvImageFileDefs::BadFile::BadFile(const std::wstring& message) : mvErrorOf(message) {}
 
 namespace ptmatch::imageio_detail {
 

@@ -22,50 +22,18 @@ constexpr int kUnknownVersionLine = 301;
 /// the decomposition.
 constexpr double kTinyPivot = 1.0e-40;
 
-const mv_Instantiator kNotSquareInstantiator(typeid(mvMatrixExt::NotSquareMatrix),
-                                             &mvMatrixExt::NotSquareMatrix::make,
-                                             "mvMatrixExt::NotSquareMatrix");
-const mv_Instantiator kSingularInstantiator(typeid(mvMatrixExt::SingularMatrix),
-                                            &mvMatrixExt::SingularMatrix::make,
-                                            "mvMatrixExt::SingularMatrix");
+const mv_InstantiatorOf<mvMatrixExt::NotSquareMatrix> kNotSquareInstantiator(
+    "mvMatrixExt::NotSquareMatrix");
+const mv_InstantiatorOf<mvMatrixExt::SingularMatrix> kSingularInstantiator(
+    "mvMatrixExt::SingularMatrix");
 
 }  // namespace
 
 // --- errors ---
 
-mvMatrixExt::NotSquareMatrix::NotSquareMatrix() : mvMathError(L"the matrix is not square") {}
+mvMatrixExt::NotSquareMatrix::NotSquareMatrix() : mvErrorOf(L"the matrix is not square") {}
 
-void mvMatrixExt::NotSquareMatrix::suicideAndRethrow() { rethrowCopy_(this); }
-
-void mvMatrixExt::NotSquareMatrix::dispatchSerialize(mvArchive& ar) {
-  dispatchVersioned_(ar, this, sizeof(mvMatrixExt::NotSquareMatrix), [&](unsigned char version) {
-    mvMatrixExt::NotSquareMatrix::serialize_(ar, version);
-  });
-}
-
-void mvMatrixExt::NotSquareMatrix::serialize_(mvArchive& ar, unsigned char version) {
-  requireClassVersion_(version, "mvMatrixExt::NotSquareMatrix");
-  mvMathError::dispatchSerialize(ar);
-}
-
-mvPersistent* mvMatrixExt::NotSquareMatrix::make() { return new NotSquareMatrix(); }
-
-mvMatrixExt::SingularMatrix::SingularMatrix() : mvMathError(L"the matrix is singular") {}
-
-void mvMatrixExt::SingularMatrix::suicideAndRethrow() { rethrowCopy_(this); }
-
-void mvMatrixExt::SingularMatrix::dispatchSerialize(mvArchive& ar) {
-  dispatchVersioned_(ar, this, sizeof(mvMatrixExt::SingularMatrix), [&](unsigned char version) {
-    mvMatrixExt::SingularMatrix::serialize_(ar, version);
-  });
-}
-
-void mvMatrixExt::SingularMatrix::serialize_(mvArchive& ar, unsigned char version) {
-  requireClassVersion_(version, "mvMatrixExt::SingularMatrix");
-  mvMathError::dispatchSerialize(ar);
-}
-
-mvPersistent* mvMatrixExt::SingularMatrix::make() { return new SingularMatrix(); }
+mvMatrixExt::SingularMatrix::SingularMatrix() : mvErrorOf(L"the matrix is singular") {}
 
 // --- storage and access ---
 

@@ -18,30 +18,14 @@ void archiveRecordVersion(mvArchive& ar, int line) {
   }
 }
 
-const mv_Instantiator registerBadInput(typeid(mvPtToGridMapDefs::BadInput),
-                                       &mvPtToGridMapDefs::BadInput::make,
-                                       "mvPtToGridMapDefs::BadInput");
+const mv_InstantiatorOf<mvPtToGridMapDefs::BadInput> registerBadInput(
+    "mvPtToGridMapDefs::BadInput");
 
 }  // namespace
 
 // --- mvPtToGridMapDefs::BadInput ---
 
-mvPtToGridMapDefs::BadInput::BadInput(const std::wstring& message)
-    : mvExceptionWithString(message) {}
-
-void mvPtToGridMapDefs::BadInput::suicideAndRethrow() { rethrowCopy_(this); }
-
-void mvPtToGridMapDefs::BadInput::dispatchSerialize(mvArchive& ar) {
-  dispatchVersioned_(ar, this, sizeof(BadInput),
-                     [&](unsigned char version) { BadInput::serialize_(ar, version); });
-}
-
-void mvPtToGridMapDefs::BadInput::serialize_(mvArchive& ar, unsigned char version) {
-  requireClassVersion_(version, "mvPtToGridMapDefs::BadInput");
-  mvExceptionWithString::dispatchSerialize(ar);
-}
-
-mvPersistent* mvPtToGridMapDefs::BadInput::make() { return new BadInput(); }
+mvPtToGridMapDefs::BadInput::BadInput(const std::wstring& message) : mvErrorOf(message) {}
 
 // --- mvPtToGridMapRunParams ---
 

@@ -6,9 +6,8 @@
 
 namespace {
 
-const mv_Instantiator registerBadInput(typeid(mvRobustGridMapDefs::BadInput),
-                                       &mvRobustGridMapDefs::BadInput::make,
-                                       "mvRobustGridMapDefs::BadInput");
+const mv_InstantiatorOf<mvRobustGridMapDefs::BadInput> registerBadInput(
+    "mvRobustGridMapDefs::BadInput");
 
 bool finite(const mvVector<2>& v) { return std::isfinite(v.x()) && std::isfinite(v.y()); }
 
@@ -16,22 +15,7 @@ bool finite(const mvVector<2>& v) { return std::isfinite(v.x()) && std::isfinite
 
 // --- mvRobustGridMapDefs::BadInput ---
 
-mvRobustGridMapDefs::BadInput::BadInput(const std::wstring& message)
-    : mvExceptionWithString(message) {}
-
-void mvRobustGridMapDefs::BadInput::suicideAndRethrow() { rethrowCopy_(this); }
-
-void mvRobustGridMapDefs::BadInput::dispatchSerialize(mvArchive& ar) {
-  dispatchVersioned_(ar, this, sizeof(BadInput),
-                     [&](unsigned char version) { BadInput::serialize_(ar, version); });
-}
-
-void mvRobustGridMapDefs::BadInput::serialize_(mvArchive& ar, unsigned char version) {
-  requireClassVersion_(version, "mvRobustGridMapDefs::BadInput");
-  mvExceptionWithString::dispatchSerialize(ar);
-}
-
-mvPersistent* mvRobustGridMapDefs::BadInput::make() { return new BadInput(); }
+mvRobustGridMapDefs::BadInput::BadInput(const std::wstring& message) : mvErrorOf(message) {}
 
 // --- mvRobustGridMapParams ---
 

@@ -30,8 +30,7 @@ const mvVector<2> kEditSamples[] = {mvVector<2>(-1.0, -1.0), mvVector<2>(1.0, -1
 /// The grid coordinates of the affine approximation's samples, for y (outer) and x (inner).
 constexpr double kAffineSampleCoords[] = {-5.0, -3.0, -1.0, 1.0, 3.0, 5.0};
 
-const mv_Instantiator kBadArgsInstantiator(typeid(mv2PTm::BadArgs), &mv2PTm::BadArgs::make,
-                                           "mv2PTm::BadArgs");
+const mv_InstantiatorOf<mv2PTm::BadArgs> kBadArgsInstantiator("mv2PTm::BadArgs");
 
 /// Sets h to the identity parameters: h0 = h4 = 1, all others 0.
 void setIdentity(double* h) {
@@ -78,21 +77,7 @@ void inverseByRefit(const double* h, double* inverse) {
 
 }  // namespace
 
-mv2PTm::BadArgs::BadArgs() : mvExceptionWithString(L"the two point lists differ in length") {}
-
-void mv2PTm::BadArgs::suicideAndRethrow() { rethrowCopy_(this); }
-
-void mv2PTm::BadArgs::dispatchSerialize(mvArchive& ar) {
-  dispatchVersioned_(ar, this, sizeof(mv2PTm::BadArgs),
-                     [&](unsigned char version) { mv2PTm::BadArgs::serialize_(ar, version); });
-}
-
-void mv2PTm::BadArgs::serialize_(mvArchive& ar, unsigned char version) {
-  requireClassVersion_(version, "mv2PTm::BadArgs");
-  mvExceptionWithString::dispatchSerialize(ar);
-}
-
-mvPersistent* mv2PTm::BadArgs::make() { return new BadArgs(); }
+mv2PTm::BadArgs::BadArgs() : mvErrorOf(L"the two point lists differ in length") {}
 
 const mv2PTm mv2PTm::I;
 

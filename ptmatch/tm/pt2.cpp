@@ -16,8 +16,7 @@ constexpr unsigned long kArchiveVersion = 1100;
 /// report stays the same when this file changes.
 constexpr int kUnknownVersionLine = 201;
 
-const mv_Instantiator kBadArgsInstantiator(typeid(mv2PtMatchTm::BadArgs),
-                                           &mv2PtMatchTm::BadArgs::make, "mv2PtMatchTm::BadArgs");
+const mv_InstantiatorOf<mv2PtMatchTm::BadArgs> kBadArgsInstantiator("mv2PtMatchTm::BadArgs");
 
 /// The fitter's dof argument; counts beyond int stay beyond every family it knows.
 int fitterDof(long dof) { return dof > INT_MAX ? INT_MAX : static_cast<int>(dof); }
@@ -38,22 +37,7 @@ mvXform<2> fitFirstFamily(const mvLSPointToPointFitter& pairs) {
 
 }  // namespace
 
-mv2PtMatchTm::BadArgs::BadArgs() : mvExceptionWithString(L"the two point lists differ in length") {}
-
-void mv2PtMatchTm::BadArgs::suicideAndRethrow() { rethrowCopy_(this); }
-
-void mv2PtMatchTm::BadArgs::dispatchSerialize(mvArchive& ar) {
-  dispatchVersioned_(ar, this, sizeof(mv2PtMatchTm::BadArgs), [&](unsigned char version) {
-    mv2PtMatchTm::BadArgs::serialize_(ar, version);
-  });
-}
-
-void mv2PtMatchTm::BadArgs::serialize_(mvArchive& ar, unsigned char version) {
-  requireClassVersion_(version, "mv2PtMatchTm::BadArgs");
-  mvExceptionWithString::dispatchSerialize(ar);
-}
-
-mvPersistent* mv2PtMatchTm::BadArgs::make() { return new BadArgs(); }
+mv2PtMatchTm::BadArgs::BadArgs() : mvErrorOf(L"the two point lists differ in length") {}
 
 const mv2PtMatchTm mv2PtMatchTm::I;
 

@@ -21,8 +21,7 @@ constexpr int kElements = 12;
 /// Parameters of each row's fitter: three coefficients and the translation.
 constexpr int kRowParams = 4;
 
-const mv_Instantiator kBadArgsInstantiator(typeid(mv3PtMatchTm::BadArgs),
-                                           &mv3PtMatchTm::BadArgs::make, "mv3PtMatchTm::BadArgs");
+const mv_InstantiatorOf<mv3PtMatchTm::BadArgs> kBadArgsInstantiator("mv3PtMatchTm::BadArgs");
 
 /// Sets m to the identity: elements 0, 5 and 10 are 1, all others 0.
 void setIdentity(double* m) {
@@ -80,22 +79,7 @@ void solveRowInto(const mvPsuedoInverse& fitter, double* m, int r) {
 
 }  // namespace
 
-mv3PtMatchTm::BadArgs::BadArgs() : mvExceptionWithString(L"the two point lists differ in length") {}
-
-void mv3PtMatchTm::BadArgs::suicideAndRethrow() { rethrowCopy_(this); }
-
-void mv3PtMatchTm::BadArgs::dispatchSerialize(mvArchive& ar) {
-  dispatchVersioned_(ar, this, sizeof(mv3PtMatchTm::BadArgs), [&](unsigned char version) {
-    mv3PtMatchTm::BadArgs::serialize_(ar, version);
-  });
-}
-
-void mv3PtMatchTm::BadArgs::serialize_(mvArchive& ar, unsigned char version) {
-  requireClassVersion_(version, "mv3PtMatchTm::BadArgs");
-  mvExceptionWithString::dispatchSerialize(ar);
-}
-
-mvPersistent* mv3PtMatchTm::BadArgs::make() { return new BadArgs(); }
+mv3PtMatchTm::BadArgs::BadArgs() : mvErrorOf(L"the two point lists differ in length") {}
 
 const mv3PtMatchTm mv3PtMatchTm::I;
 

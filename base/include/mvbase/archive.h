@@ -23,21 +23,15 @@
 class MVBASE_API mvArchive {
  public:
   /// Root of the archive's own errors.
-  class MVBASE_API Errors : public mvExceptionWithString {
+  class MVBASE_API Errors : public mvErrorOf<Errors, mvExceptionWithString> {
    public:
     Errors();
     /// With the library's message.
     explicit Errors(const std::wstring& message);
-    void suicideAndRethrow() override;
-    void dispatchSerialize(mvArchive& ar) override;
-    static mvPersistent* make();
-
-   protected:
-    void serialize_(mvArchive& ar, unsigned char version) override;
   };
 
   /// The archive holds a version that the reading code does not know.
-  class MVBASE_API UnknownVersion : public Errors {
+  class MVBASE_API UnknownVersion : public mvErrorOf<UnknownVersion, Errors> {
    public:
     UnknownVersion();
     /// Names where the unknown version was met: a module (or class name) and a line.
@@ -48,44 +42,30 @@ class MVBASE_API mvArchive {
     const std::string& file() const { return file_; }
     int line() const { return line_; }
     ///@}
-    void suicideAndRethrow() override;
-    void dispatchSerialize(mvArchive& ar) override;
-    static mvPersistent* make();
 
    protected:
     /// Persists the file (byte count and bytes) and the line after the base class.
     void serialize_(mvArchive& ar, unsigned char version) override;
 
    private:
+    friend class mvErrorOf<UnknownVersion, Errors>;
     std::string file_;
     int line_ = 0;
   };
 
   /// Loading ran past the end of the data.
-  class MVBASE_API EndOfData : public Errors {
+  class MVBASE_API EndOfData : public mvErrorOf<EndOfData, Errors> {
    public:
     EndOfData();
-    void suicideAndRethrow() override;
-    void dispatchSerialize(mvArchive& ar) override;
-    static mvPersistent* make();
-
-   protected:
-    void serialize_(mvArchive& ar, unsigned char version) override;
   };
 
   /// A value cannot be stored in the archive's encoding (a long outside 32 bits), or the
   /// data are inconsistent (a count larger than the bytes left).
-  class MVBASE_API BadData : public Errors {
+  class MVBASE_API BadData : public mvErrorOf<BadData, Errors> {
    public:
     BadData();
     /// With the library's message.
     explicit BadData(const std::wstring& message);
-    void suicideAndRethrow() override;
-    void dispatchSerialize(mvArchive& ar) override;
-    static mvPersistent* make();
-
-   protected:
-    void serialize_(mvArchive& ar, unsigned char version) override;
   };
 
   virtual ~mvArchive();

@@ -12,32 +12,22 @@
 class MVBASE_API mvAttention {
  public:
   /// Thrown by check() once an interruption has been requested.
-  class MVBASE_API Interrupted : public mvExceptionWithString {
+  class MVBASE_API Interrupted : public mvErrorOf<Interrupted, mvExceptionWithString> {
    public:
     Interrupted();
-    void suicideAndRethrow() override;
-    void dispatchSerialize(mvArchive& ar) override;
-    static mvPersistent* make();
 
    protected:
     /// For derived errors: an interruption with their own message.
     explicit Interrupted(const std::wstring& message);
-    void serialize_(mvArchive& ar, unsigned char version) override;
   };
 
   /// Thrown by check() once the calling thread's Deadline has passed. Its message names
   /// the time limit.
-  class MVBASE_API TimedOut : public Interrupted {
+  class MVBASE_API TimedOut : public mvErrorOf<TimedOut, Interrupted> {
    public:
     TimedOut();
     /// limitSeconds: the limit that passed, named in the message.
     explicit TimedOut(double limitSeconds);
-    void suicideAndRethrow() override;
-    void dispatchSerialize(mvArchive& ar) override;
-    static mvPersistent* make();
-
-   protected:
-    void serialize_(mvArchive& ar, unsigned char version) override;
   };
 
   /// A time limit for the searches of the calling thread, from construction until

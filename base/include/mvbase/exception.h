@@ -1,5 +1,5 @@
-// The root of persisted classes, the registry of their factories, the exception root
-// of the whole library and the assertion routine.
+// The exception root of the whole library, the template that writes an error class's
+// shared overrides once, and the assertion routine.
 #pragma once
 
 #include <cstddef>
@@ -8,49 +8,7 @@
 #include <typeinfo>
 
 #include "mvbase/export.h"
-
-class mvArchive;
-
-/// Root of every persisted class. It keeps, per archive, which objects have been written
-/// or read already, so that an object reached twice is persisted once.
-class MVBASE_API mvPersistent {
- public:
-  virtual ~mvPersistent();
-  /// Persists the object through its most derived class.
-  virtual void dispatchSerialize(mvArchive& ar);
-
-  /// True when the object has been visited in the current archive operation (the
-  /// innermost live archive of this thread).
-  static bool haveVisited(void* object, std::size_t size);
-  /// Marks the object as visited in the current archive operation (nothing happens when
-  /// no archive is live on this thread).
-  static void setVisited(void* object, std::size_t size);
-};
-
-/// Registers a factory of default instances for a persisted class, by type and by name.
-/// One static instance per class is made at library load.
-class MVBASE_API mv_Instantiator {
- public:
-  using Factory = mvPersistent* (*)();
-  /// Registers under the type's own name.
-  mv_Instantiator(const std::type_info& type, Factory make);
-  /// Registers under the type and under a readable class name.
-  mv_Instantiator(const std::type_info& type, Factory make, const char* name);
-  ~mv_Instantiator();
-  mv_Instantiator(const mv_Instantiator&) = delete;
-  mv_Instantiator& operator=(const mv_Instantiator&) = delete;
-
-  /// A new default instance of the class registered under this name, or null. Classes
-  /// registered without a readable name are found under type_info::name().
-  static mvPersistent* create(const std::string& name);
-  /// A new default instance of the class registered for this type, or null.
-  static mvPersistent* create(const std::type_info& type);
-  /// The readable name registered for the type, or an empty string.
-  static std::string nameOf(const std::type_info& type);
-
- private:
-  const std::type_info* type_;
-};
+#include "mvbase/persistent.h"
 
 /// Root of every exception of the library; also a std::exception whose what() is the
 /// message in UTF-8.
@@ -73,7 +31,8 @@ class MVBASE_API mvException : public mvPersistent, public std::exception {
   virtual void message_(std::wostream& os) const;
   /// A whole-number code of the error; 0 where a class sets none.
   virtual long errorNumber() const;
-  /// Copies itself, destroys itself and throws the copy by its own type.
+  /// Copies itself, destroys itself and throws the copy by its own type. The object must
+  /// have been made with new (as mv_Instantiator::create makes it): this call deletes it.
   virtual void suicideAndRethrow();
   void dispatchSerialize(mvArchive& ar) override;
 
@@ -95,6 +54,16 @@ class MVBASE_API mvException : public mvPersistent, public std::exception {
                                  Serialize serialize);
   /// Throws mvArchive::UnknownVersion(className, 0) unless the class version is 0.
   static void requireClassVersion_(unsigned char version, const char* className);
+  /// The same, naming the class by the name it is registered under.
+  static void requireClassVersion_(unsigned char version, const std::type_info& type);
+
+  /// The persistence of one class level of an error: its own members after its base's.
+  using LevelSerializer = void (*)(mvException& self, mvArchive& ar, unsigned char version);
+  /// Persists one class level of self as dispatchVersioned_ does: unless self (address and
+  /// size) is visited in ar, class version byte 0, serialize(self, ar, version), then the
+  /// visited mark.
+  static void dispatchLevel_(mvArchive& ar, mvException& self, const void* address,
+                             std::size_t size, LevelSerializer serialize);
 
  private:
   mutable std::string what_;
@@ -129,22 +98,63 @@ class MVBASE_API mvExceptionWithString : public mvException {
   std::wstring text_;
 };
 
+/// Writes once what every error class of the library overrides in the same way. An error
+/// class derives from mvErrorOf<itself, its base> instead of from its base, and declares
+/// only its constructors:
+///
+///     class MVBASE_API mvMathError : public mvErrorOf<mvMathError, mvExceptionWithString> {
+///      public:
+///       mvMathError();
+///       explicit mvMathError(const std::wstring& message);
+///     };
+///
+/// plus, in its source file, the constructors and one mv_InstantiatorOf<Self> registering
+/// it under its class name. Base is mvExceptionWithString or one of its descendants; the
+/// class keeps Base as its base for catching, and archives as one class level: class
+/// version byte 0 (once per object per archive), then Base's persistence. A class with
+/// members of its own to persist overrides serialize_, calls mvErrorOf::serialize_ first
+/// and befriends its mvErrorOf base, which calls that override. Self must be default
+/// constructible for make(), or declare a make() of its own.
+template <class Self, class Base>
+class MVBASE_TEMPLATE_API mvErrorOf : public Base {
+ public:
+  /// Copies itself as a Self, deletes itself and throws the copy. The object must have
+  /// been made with new.
+  void suicideAndRethrow() override { mvException::rethrowCopy_(static_cast<Self*>(this)); }
+  /// Persists the object as a Self: this class level, then Base's.
+  void dispatchSerialize(mvArchive& ar) override {
+    Self* self = static_cast<Self*>(this);
+    mvException::dispatchLevel_(ar, *self, self, sizeof(Self), &mvErrorOf::serializeLevel_);
+  }
+  /// A new default instance, for the instantiator.
+  static mvPersistent* make() { return new Self(); }
+
+ protected:
+  using Base::Base;
+  /// Checks the class version (an unknown version names the registered class name) and
+  /// persists Base.
+  void serialize_(mvArchive& ar, unsigned char version) override {
+    mvException::requireClassVersion_(version, typeid(Self));
+    Base::dispatchSerialize(ar);
+  }
+
+ private:
+  // Self's own level: Self::serialize_ is Self's override, or the one above.
+  static void serializeLevel_(mvException& self, mvArchive& ar, unsigned char version) {
+    static_cast<Self&>(self).Self::serialize_(ar, version);
+  }
+};
+
 /// A failed numeric operation, such as inverting a singular transform.
-class MVBASE_API mvMathError : public mvExceptionWithString {
+class MVBASE_API mvMathError : public mvErrorOf<mvMathError, mvExceptionWithString> {
  public:
   mvMathError();
   /// With the given message.
   explicit mvMathError(const std::wstring& message);
-  void suicideAndRethrow() override;
-  void dispatchSerialize(mvArchive& ar) override;
-  static mvPersistent* make();
-
- protected:
-  void serialize_(mvArchive& ar, unsigned char version) override;
 };
 
 /// A failed internal check: carries the expression, the module and the line.
-class MVBASE_API mvAssertionError : public mvExceptionWithString {
+class MVBASE_API mvAssertionError : public mvErrorOf<mvAssertionError, mvExceptionWithString> {
  public:
   mvAssertionError();
   /** @name Values and operators */
@@ -155,15 +165,13 @@ class MVBASE_API mvAssertionError : public mvExceptionWithString {
   const std::string& module() const { return module_; }
   int line() const { return line_; }
   ///@}
-  void suicideAndRethrow() override;
-  void dispatchSerialize(mvArchive& ar) override;
-  static mvPersistent* make();
 
  protected:
   /// Persists the expression, the module (byte count and UTF-8 bytes each) and the line.
   void serialize_(mvArchive& ar, unsigned char version) override;
 
  private:
+  friend class mvErrorOf<mvAssertionError, mvExceptionWithString>;
   std::string expression_;
   std::string module_;
   int line_ = 0;

@@ -11,3 +11,11 @@
 #else
 #define MVBASE_API __attribute__((visibility("default")))
 #endif
+
+// Class templates whose instances are bases of exported classes: visible like them, so
+// that their type information is one across libraries; never imported.
+#if defined(_WIN32)
+#define MVBASE_TEMPLATE_API
+#else
+#define MVBASE_TEMPLATE_API __attribute__((visibility("default")))
+#endif

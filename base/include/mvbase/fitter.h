@@ -12,17 +12,11 @@
 class MVBASE_API mvLSPointToPointFitter {
  public:
   /// The pairs do not determine a transform of the asked family.
-  class MVBASE_API Errors : public mvExceptionWithString {
+  class MVBASE_API Errors : public mvErrorOf<Errors, mvExceptionWithString> {
    public:
     Errors();
     /// With the library's message.
     explicit Errors(const std::wstring& message);
-    void suicideAndRethrow() override;
-    void dispatchSerialize(mvArchive& ar) override;
-    static mvPersistent* make();
-
-   protected:
-    void serialize_(mvArchive& ar, unsigned char version) override;
   };
 
   mvLSPointToPointFitter() = default;

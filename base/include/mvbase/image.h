@@ -78,9 +78,6 @@ class MVBASE_API mv_PelBuffer {
   /// Bytes per pel.
   std::size_t pelSize() const { return pelSize_; }
 
-  /// Persists the pels of the typed buffer (used by the archive operator).
-  virtual void serializePels_(mvArchive& ar) = 0;
-
   friend MVBASE_API mvArchive& operator||(mvArchive& ar, mv_PelBuffer& buffer);
 
  protected:
@@ -97,6 +94,9 @@ class MVBASE_API mv_PelBuffer {
   void checkPel_(long x, long y) const;
 
  private:
+  // Persists the pels of the typed buffer; only the archive operator calls it.
+  virtual void serializePels_(mvArchive& ar) = 0;
+
   std::shared_ptr<unsigned char> storage_;
   std::size_t pelSize_;
   long rootWidth_ = 0;
@@ -127,11 +127,12 @@ class mvPelBuffer_const : public mv_PelBuffer {
   /// get() at a position.
   T get(const mvPair<long>& p) const { return get(p.x(), p.y()); }
 
-  void serializePels_(mvArchive& ar) override;
-
  protected:
   /// Row y of the window, writable, for the writable buffer.
   T* mutableRow_(long y) const { return reinterpret_cast<T*>(rowBytes_(y)); }
+
+ private:
+  void serializePels_(mvArchive& ar) override;
 };
 
 /// A writable typed image. Copies share the pels.
