@@ -352,7 +352,10 @@ class PTMATCH_API mvPointMatcher {
   mvPointMatcherDefs::Mode trainMode_;
 };
 
-/// Exported for compatibility; does nothing and reads none of its arguments.
+/// Does nothing, by design: it reads none of its arguments and fills neither output list
+/// (both are const and stay exactly as they were). It is kept only so that code calling it
+/// still builds and links. To get the matched point pairs, read result.modelToDataMap():
+/// model point i of matcher.modelPoints() matches dataPoints[map[i]] wherever map[i] >= 0.
 PTMATCH_API void mfExtractPointsFromPointMatcherResults(
     const mvPointMatcher& matcher, const std::vector<mvVector<2>>& dataPoints,
     const mvPointMatcherResult& result, const std::vector<mvVector<2>>& modelPointsOut,
