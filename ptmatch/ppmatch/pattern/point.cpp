@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "ppmatch/model.h"
-#include "ppmatch/pattern_hits.h"
+#include "ppmatch/pattern/hits.h"
 #include "ptmatch/gridcorr.h"
 #include "ptmatch/ppmatch.h"
 

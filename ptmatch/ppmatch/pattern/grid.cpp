@@ -24,7 +24,7 @@
 
 #include "mvbase/timer.h"
 #include "ppmatch/model.h"
-#include "ppmatch/pattern_hits.h"
+#include "ppmatch/pattern/hits.h"
 #include "ppmatch/result_order.h"
 #include "ptmatch/gridcorr.h"
 #include "ptmatch/ppmatch.h"
