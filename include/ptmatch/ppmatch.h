@@ -13,8 +13,6 @@
 #include "mvbase/image.h"
 #include "ptmatch/export.h"
 
-class mv_PointToGridCorresponder;
-class mv_PointMatcherModel;
 class mvPointMatcher;
 
 /// The point matcher's modes and errors.
@@ -327,29 +325,8 @@ class PTMATCH_API mvPointMatcher {
   friend PTMATCH_API mvArchive& operator||(mvArchive& ar, mvPointMatcher& m);
 
  private:
-  void runPointToPoint_(const std::vector<mvVector<2>>& dataPoints,
-                        const mvPointMatcherRunParams& params,
-                        mvPointMatcherResultSet& resultSet) const;
-  void runExhaustive_(const std::vector<mvVector<2>>& dataPoints,
-                      const mvPointMatcherRunParams& params,
-                      mvPointMatcherResultSet& resultSet) const;
-  void runPtToGrid_(const std::vector<mvVector<2>>& dataPoints,
-                    const mvPointMatcherRunParams& params,
-                    mvPointMatcherResultSet& resultSet) const;
-  void pointToPointMatching_(const std::vector<mvVector<2>>& dataPoints,
-                             const mvPointMatcherRunParams& params,
-                             mvPointMatcherResultSet& resultSet) const;
-  void pointToGridMatching_(const std::vector<mvVector<2>>& dataPoints,
-                            const mvPointMatcherRunParams& params,
-                            mvPointMatcherResultSet& resultSet) const;
-
-  std::unique_ptr<mv_PointMatcherModel> model_;
-  mvXform<2> patternTransform_;
-  long patternCellCount_;
-  std::unique_ptr<mv_PointToGridCorresponder> gridCorresponder_;
-  std::unique_ptr<mvPointMatcher> nestedMatcher_;
-  std::vector<mvPair<long>> patternCells_;
-  mvPointMatcherDefs::Mode trainMode_;
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
 };
 
 /// Does nothing, by design: it reads none of its arguments and fills neither output list
