@@ -8,9 +8,7 @@
 #include "mvbase/image.h"
 #include "ptmatch/gridcorr.h"
 
-namespace ptmatch {
-namespace detail {
-namespace gridcorr {
+namespace ptmatch::detail::gridcorr {
 
 /// The module named in assertion and unknown-version reports.
 constexpr const char* kModule = "ptmatch/gridcorr";
@@ -28,9 +26,7 @@ constexpr long kAlignment = 32;
 /// Bounding box of a non-empty node list: corners (minX, minY) and (maxX, maxY).
 mvRectangle<long> nodeBounds(const std::vector<mvPair<long>>& nodes);
 
-}  // namespace gridcorr
-}  // namespace detail
-}  // namespace ptmatch
+}  // namespace ptmatch::detail::gridcorr
 
 /// What a corresponder holds: the parameters and pattern of its last training and the
 /// probes made from them; and the steps of a run. Copies share the pattern's pels as image

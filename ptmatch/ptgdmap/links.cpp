@@ -4,10 +4,9 @@
 #include <cmath>
 
 #include "mvbase/attention.h"
-#include "ptgdmap/context.h"
+#include "ptgdmap/internal.h"
 
-namespace ptmatch {
-namespace detail {
+namespace ptmatch::detail::ptgdmap {
 namespace {
 
 /// Bucket offsets (column, row) scanned for neighbours, in this order.
@@ -83,5 +82,4 @@ void linkNeighbours(GridMapContext& ctx) {
   });
 }
 
-}  // namespace detail
-}  // namespace ptmatch
+}  // namespace ptmatch::detail::ptgdmap
