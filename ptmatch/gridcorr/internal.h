@@ -31,7 +31,7 @@ mvRectangle<long> nodeBounds(const std::vector<mvPair<long>>& nodes);
 /// What a corresponder holds: the parameters and pattern of its last training and the
 /// probes made from them; and the steps of a run. Copies share the pattern's pels as image
 /// buffers do.
-struct mv_PointToGridCorresponder::Impl {
+struct PTMATCH_LOCAL mv_PointToGridCorresponder::Impl {
   /// A pel of the pattern frame (origin at the model's upper-left node) and the value
   /// that the observed image must hold there, 1 or 0.
   struct Probe {

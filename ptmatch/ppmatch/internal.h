@@ -19,7 +19,7 @@ constexpr const char* kPpmatchModule = "ptmatch/ppmatch";
 
 /// What a matcher holds once trained, and the run of each train mode. A copy is deep: it
 /// gets its own point model, grid corresponder and nested matcher, and the train mode.
-struct mvPointMatcher::Impl {
+struct PTMATCH_LOCAL mvPointMatcher::Impl {
   Impl() = default;
   Impl(const Impl& other);
   Impl& operator=(const Impl&) = delete;
