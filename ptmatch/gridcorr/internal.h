@@ -48,6 +48,8 @@ struct PTMATCH_LOCAL mv_PointToGridCorresponder::Impl {
             mv_PointToGridCorresponderResultSet& results) const;
   /// Counts the probes that agree at one scan position (run.cpp).
   long probe_(unsigned char** rows, long x, long y, long threshold) const;
+  /// True when training left at least one probe.
+  bool isTrained() const { return !probes_.empty(); }
   /// Asserts what a run relies on (run.cpp).
   void checkRunnable_(const mv_PointToGridCorresponderRunParams& params) const;
 

@@ -143,7 +143,7 @@ class Candidates {
 
 void mv_PointToGridCorresponder::Impl::checkRunnable_(
     const mv_PointToGridCorresponderRunParams& params) const {
-  mvAssert(!probes_.empty(), kModule, __LINE__);
+  mvAssert(isTrained(), kModule, __LINE__);
   mvAssert(params.accept() >= 0.0 && params.accept() <= 1.0, kModule, __LINE__);
 }
 

@@ -193,7 +193,7 @@ mv_PointToGridCorresponder::~mv_PointToGridCorresponder() = default;
 
 void mv_PointToGridCorresponder::untrain() { impl_->probes_.clear(); }
 
-bool mv_PointToGridCorresponder::isTrained() const { return !impl_->probes_.empty(); }
+bool mv_PointToGridCorresponder::isTrained() const { return impl_->isTrained(); }
 
 const mvPelBuffer_const<unsigned char>& mv_PointToGridCorresponder::pattern() const {
   return impl_->pattern_;

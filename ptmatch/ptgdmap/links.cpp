@@ -1,6 +1,7 @@
 // Neighbour links and the direction histogram. Every record looks for neighbours at an
 // accepted pitch distance in its own bucket and the 8 around it, in a fixed order, and
-// keeps at most 4 of them.
+// keeps at most 4 of them. Each link counts its direction, rounded to a whole degree, in
+// the histogram.
 #include <cmath>
 
 #include "mvbase/attention.h"
