@@ -18,6 +18,7 @@
 //   result of score 0 at scan position (0, 0) plus the position offset.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -219,23 +220,6 @@ class PTMATCH_API mv_PointToGridCorresponder {
   friend PTMATCH_API mvArchive& operator||(mvArchive& ar, mv_PointToGridCorresponder& c);
 
  private:
-  /// A pel of the pattern frame (origin at the model's upper-left node) and the value
-  /// that the observed image must hold there, 1 or 0.
-  struct Probe {
-    long x = 0;
-    long y = 0;
-    unsigned char expected = 0;
-  };
-
-  static std::vector<Probe> listProbes_(const mvPelBuffer<unsigned char>& work);
-  bool run_(const mvPelBuffer<unsigned char>& padded, const mvPelRect& observedRect,
-            const mv_PointToGridCorresponderRunParams& params,
-            mv_PointToGridCorresponderResultSet& results) const;
-  long probe_(unsigned char** rows, long x, long y, long threshold) const;
-  void checkRunnable_(const mv_PointToGridCorresponderRunParams& params) const;
-
-  mv_PointToGridCorresponderTrainParams trainParams_;
-  mvPelBuffer<unsigned char> pattern_;
-  mvRectangle<long> patternRect_;  // corners (minX, minY) and (maxX, maxY)
-  std::vector<Probe> probes_;
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
 };

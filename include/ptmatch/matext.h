@@ -77,7 +77,9 @@ class PTMATCH_API mvMatrixExt {
   /// column of b the solution for that right-hand side. b must have as many rows as the
   /// matrix. Throws SingularMatrix for a zero pivot or a column pivoted twice.
   void gaussj(mvMatrixExt& b);
-  /// Does nothing: the matrix is left exactly as it was (kept as an empty operation).
+  /// Does nothing, by design: the matrix is left exactly as it was, whatever it holds.
+  /// It is kept only so that code calling it still builds. To invert a matrix, use
+  /// gaussj(), which replaces the matrix by its inverse.
   void invert();
 
   /// Persists: version 1100, cols (int), rows (int), the elements as a vector of double.

@@ -13,8 +13,6 @@
 #include "mvbase/image.h"
 #include "ptmatch/export.h"
 
-class mv_PointToGridCorresponder;
-class mv_PointMatcherModel;
 class mvPointMatcher;
 
 /// The point matcher's modes and errors.
@@ -303,32 +301,14 @@ class PTMATCH_API mvPointMatcher {
   friend PTMATCH_API mvArchive& operator||(mvArchive& ar, mvPointMatcher& m);
 
  private:
-  void runPointToPoint_(const std::vector<mvVector<2>>& dataPoints,
-                        const mvPointMatcherRunParams& params,
-                        mvPointMatcherResultSet& resultSet) const;
-  void runExhaustive_(const std::vector<mvVector<2>>& dataPoints,
-                      const mvPointMatcherRunParams& params,
-                      mvPointMatcherResultSet& resultSet) const;
-  void runPtToGrid_(const std::vector<mvVector<2>>& dataPoints,
-                    const mvPointMatcherRunParams& params,
-                    mvPointMatcherResultSet& resultSet) const;
-  void pointToPointMatching_(const std::vector<mvVector<2>>& dataPoints,
-                             const mvPointMatcherRunParams& params,
-                             mvPointMatcherResultSet& resultSet) const;
-  void pointToGridMatching_(const std::vector<mvVector<2>>& dataPoints,
-                            const mvPointMatcherRunParams& params,
-                            mvPointMatcherResultSet& resultSet) const;
-
-  std::unique_ptr<mv_PointMatcherModel> model_;
-  mvXform<2> patternTransform_;
-  long patternCellCount_;
-  std::unique_ptr<mv_PointToGridCorresponder> gridCorresponder_;
-  std::unique_ptr<mvPointMatcher> nestedMatcher_;
-  std::vector<mvPair<long>> patternCells_;
-  mvPointMatcherDefs::Mode trainMode_;
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
 };
 
-/// Exported for compatibility; does nothing and reads none of its arguments.
+/// Does nothing, by design: it reads none of its arguments and fills neither output list
+/// (both are const and stay exactly as they were). It is kept only so that code calling it
+/// still builds and links. To get the matched point pairs, read result.modelToDataMap():
+/// model point i of matcher.modelPoints() matches dataPoints[map[i]] wherever map[i] >= 0.
 PTMATCH_API void mfExtractPointsFromPointMatcherResults(
     const mvPointMatcher& matcher, const std::vector<mvVector<2>>& dataPoints,
     const mvPointMatcherResult& result, const std::vector<mvVector<2>>& modelPointsOut,

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <utility>
 
-namespace ptmatch::dots_detail {
+namespace ptmatch::detail::dots {
 
 std::uint32_t RunLabeller::newSlot() {
   std::uint32_t s;
@@ -160,4 +160,4 @@ void RunLabeller::finish() {
   previous_.clear();
 }
 
-}  // namespace ptmatch::dots_detail
+}  // namespace ptmatch::detail::dots

@@ -7,7 +7,7 @@
 #include <functional>
 #include <vector>
 
-namespace ptmatch::dots_detail {
+namespace ptmatch::detail::dots {
 
 /// What the labelling knows of a finished component: its class, its pels' count, sums and
 /// extent, and one of its pels.
@@ -65,4 +65,4 @@ class RunLabeller {
   std::vector<std::uint8_t> live_;
 };
 
-}  // namespace ptmatch::dots_detail
+}  // namespace ptmatch::detail::dots

@@ -24,7 +24,7 @@ void mvDotBuilder_::shape(double mxx, double myy, double mxy) {
   dot_.angle_ = angle;
 }
 
-namespace ptmatch::dots_detail {
+namespace ptmatch::detail::dots {
 
 Plane PlaneSums::solve() const {
   Plane p;
@@ -144,14 +144,14 @@ std::vector<mvDot> findDots(const mvPelBuffer_const<T>& image, const mvDotDetect
 }
 
 }  // namespace
-}  // namespace ptmatch::dots_detail
+}  // namespace ptmatch::detail::dots
 
 std::vector<mvDot> mfFindDots(const mvPelBuffer_const<unsigned char>& image,
                               const mvDotDetectParams& params) {
-  return ptmatch::dots_detail::findDots(image, params);
+  return ptmatch::detail::dots::findDots(image, params);
 }
 
 std::vector<mvDot> mfFindDots(const mvPelBuffer_const<unsigned short>& image,
                               const mvDotDetectParams& params) {
-  return ptmatch::dots_detail::findDots(image, params);
+  return ptmatch::detail::dots::findDots(image, params);
 }

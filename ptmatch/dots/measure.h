@@ -32,7 +32,7 @@ class mvDotBuilder_ {
   mvDot& dot_;
 };
 
-namespace ptmatch::dots_detail {
+namespace ptmatch::detail::dots {
 
 /// A dot's peak must exceed this many times the RMS noise of the ring around it.
 constexpr double kLeastSignificance = 4.0;
@@ -304,4 +304,4 @@ bool DotMeasurer<T>::measure(const Blob& blob, mvDot& dot) {
   return true;
 }
 
-}  // namespace ptmatch::dots_detail
+}  // namespace ptmatch::detail::dots

@@ -1,7 +1,7 @@
 // Otsu's threshold, the local background and the per-row limits.
 #include "dots/threshold.h"
 
-namespace ptmatch::dots_detail {
+namespace ptmatch::detail::dots {
 
 long otsuThreshold(const std::vector<double>& histogram) {
   double total = 0.0;
@@ -93,4 +93,4 @@ void Limits::row(long y, RowLimits& out) const {
   }
 }
 
-}  // namespace ptmatch::dots_detail
+}  // namespace ptmatch::detail::dots

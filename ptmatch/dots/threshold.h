@@ -13,7 +13,7 @@
 #include "mvbase/image.h"
 #include "ptmatch/dots.h"
 
-namespace ptmatch::dots_detail {
+namespace ptmatch::detail::dots {
 
 /// Pels per span: the local background is taken as constant along so many pels of a row
 /// (it changes over windows of 16 pels and more), and the classification skips spans
@@ -222,4 +222,4 @@ void Limits::chooseLocal(const mvPelBuffer_const<T>& image, const mvDotDetectPar
   margin_ = static_cast<double>(t) + 0.5;
 }
 
-}  // namespace ptmatch::dots_detail
+}  // namespace ptmatch::detail::dots

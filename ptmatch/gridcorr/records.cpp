@@ -2,7 +2,7 @@
 // layouts of every record and of the corresponder itself.
 #include <typeinfo>
 
-#include "gridcorr/module.h"
+#include "gridcorr/internal.h"
 #include "ptmatch/gridcorr.h"
 
 using Defs = mv_PointToGridCorresponderDefs;
@@ -51,10 +51,10 @@ mv_PointToGridCorresponderRunParams::mv_PointToGridCorresponderRunParams(double 
 namespace {
 // Every record of this tool is version 1100 and refuses any other.
 void archiveVersion(mvArchive& ar, int line) {
-  unsigned long version = ptmatch::gridcorr::kArchiveVersion;
+  unsigned long version = ptmatch::detail::gridcorr::kArchiveVersion;
   ar || version;
-  if (version != ptmatch::gridcorr::kArchiveVersion) {
-    throw mvArchive::UnknownVersion(ptmatch::gridcorr::kModule, line);
+  if (version != ptmatch::detail::gridcorr::kArchiveVersion) {
+    throw mvArchive::UnknownVersion(ptmatch::detail::gridcorr::kModule, line);
   }
 }
 }  // namespace
@@ -97,18 +97,18 @@ mvArchive& operator||(mvArchive& ar, mv_PointToGridCorresponderResultSet& s) {
 
 mvArchive& operator||(mvArchive& ar, mv_PointToGridCorresponder& c) {
   archiveVersion(ar, __LINE__);
-  ar || c.trainParams_;
-  ar || c.pattern_;
-  ar || c.patternRect_;
-  long count = static_cast<long>(c.probes_.size());
+  ar || c.impl_->trainParams_;
+  ar || c.impl_->pattern_;
+  ar || c.impl_->patternRect_;
+  long count = static_cast<long>(c.impl_->probes_.size());
   ar || count;
-  if (ar.isLoading() && count != static_cast<long>(c.probes_.size())) {
+  if (ar.isLoading() && count != static_cast<long>(c.impl_->probes_.size())) {
     if (count < 0) throw mvArchive::BadData(L"negative probe count");
     // A probe takes 10 bytes: its position (version byte and two longs) and its value.
     ar.checkCount(static_cast<unsigned long>(count), 10);
-    c.probes_.resize(static_cast<std::size_t>(count));
+    c.impl_->probes_.resize(static_cast<std::size_t>(count));
   }
-  for (auto& probe : c.probes_) {
+  for (auto& probe : c.impl_->probes_) {
     mvPair<long> position(probe.x, probe.y);
     ar || position;
     ar || probe.expected;
@@ -116,7 +116,7 @@ mvArchive& operator||(mvArchive& ar, mv_PointToGridCorresponder& c) {
       probe.x = position.x();
       probe.y = position.y();
       // A run reads every probe inside the pattern rectangle; anything else is corrupt.
-      const mvRectangle<long>& r = c.patternRect_;
+      const mvRectangle<long>& r = c.impl_->patternRect_;
       if (probe.x < 0 || probe.x > r.width() || probe.y < 0 || probe.y > r.height()) {
         throw mvArchive::BadData(L"probe outside the pattern rectangle");
       }

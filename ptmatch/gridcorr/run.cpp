@@ -7,15 +7,15 @@
 #include <memory>
 #include <new>
 
-#include "gridcorr/module.h"
+#include "gridcorr/internal.h"
 #include "mvbase/attention.h"
 #include "mvbase/timer.h"
 #include "ptmatch/gridcorr.h"
 
 using Defs = mv_PointToGridCorresponderDefs;
-using ptmatch::gridcorr::kAlignment;
-using ptmatch::gridcorr::kModule;
-using ptmatch::gridcorr::kNode;
+using ptmatch::detail::gridcorr::kAlignment;
+using ptmatch::detail::gridcorr::kModule;
+using ptmatch::detail::gridcorr::kNode;
 
 namespace {
 
@@ -141,7 +141,7 @@ class Candidates {
 
 }  // namespace
 
-void mv_PointToGridCorresponder::checkRunnable_(
+void mv_PointToGridCorresponder::Impl::checkRunnable_(
     const mv_PointToGridCorresponderRunParams& params) const {
   mvAssert(isTrained(), kModule, __LINE__);
   mvAssert(params.accept() >= 0.0 && params.accept() <= 1.0, kModule, __LINE__);
@@ -151,12 +151,12 @@ bool mv_PointToGridCorresponder::run(const std::vector<mvPair<long>>& nodes,
                                      const mv_PointToGridCorresponderRunParams& params,
                                      mv_PointToGridCorresponderResultSet& results) const {
   RunClock clock(results.results_, results.time_);
-  checkRunnable_(params);
+  impl_->checkRunnable_(params);
   if (nodes.empty()) return clock.finish(false);
 
-  const mvRectangle<long> bounds = ptmatch::gridcorr::nodeBounds(nodes);
+  const mvRectangle<long> bounds = ptmatch::detail::gridcorr::nodeBounds(nodes);
   const mvPelRect observed(bounds.ul(), mvPair<long>(bounds.width(), bounds.height()));
-  if (!worthScanning(observed, patternRect_)) return clock.finish(false);
+  if (!worthScanning(observed, impl_->patternRect_)) return clock.finish(false);
 
   mvPelBuffer<unsigned char> padded = paddedImage(observed);
   const mvPair<long> toPadded = mvPair<long>(kBorder, kBorder) - observed.ul();
@@ -164,18 +164,18 @@ bool mv_PointToGridCorresponder::run(const std::vector<mvPair<long>>& nodes,
     const mvPair<long> p = node + toPadded;
     padded.pointToRow(p.y())[p.x()] = kNode;
   }
-  return clock.finish(run_(padded, observed, params, results));
+  return clock.finish(impl_->run_(padded, observed, params, results));
 }
 
 bool mv_PointToGridCorresponder::run(const mvPelBuffer_const<unsigned char>& image,
                                      const mv_PointToGridCorresponderRunParams& params,
                                      mv_PointToGridCorresponderResultSet& results) const {
   RunClock clock(results.results_, results.time_);
-  checkRunnable_(params);
+  impl_->checkRunnable_(params);
   if (image.width() < 1 || image.height() < 1) return clock.finish(false);
 
   const mvPelRect observed(image.offset(), mvPair<long>(image.width() - 1, image.height() - 1));
-  if (!worthScanning(observed, patternRect_)) return clock.finish(false);
+  if (!worthScanning(observed, impl_->patternRect_)) return clock.finish(false);
 
   // Pel values are copied as they are: only pels equal to 1 match node probes.
   mvPelBuffer<unsigned char> padded = paddedImage(observed);
@@ -184,13 +184,13 @@ bool mv_PointToGridCorresponder::run(const mvPelBuffer_const<unsigned char>& ima
   mvAssert(windowed, kModule, __LINE__);
   inner.offset(padded.offset());
   mfPelCopy(image, inner);
-  return clock.finish(run_(padded, observed, params, results));
+  return clock.finish(impl_->run_(padded, observed, params, results));
 }
 
-bool mv_PointToGridCorresponder::run_(const mvPelBuffer<unsigned char>& padded,
-                                      const mvPelRect& observedRect,
-                                      const mv_PointToGridCorresponderRunParams& params,
-                                      mv_PointToGridCorresponderResultSet& results) const {
+bool mv_PointToGridCorresponder::Impl::run_(const mvPelBuffer<unsigned char>& padded,
+                                            const mvPelRect& observedRect,
+                                            const mv_PointToGridCorresponderRunParams& params,
+                                            mv_PointToGridCorresponderResultSet& results) const {
   // The copy shares the pels and gives writable row pointers, which probing never writes
   // through.
   mvPelBuffer<unsigned char> pels = padded;
@@ -239,8 +239,8 @@ bool mv_PointToGridCorresponder::run_(const mvPelBuffer<unsigned char>& padded,
 // (at least one) are read first; when none of them agrees the position is given up at
 // once, even though the remaining probes could still have reached the threshold. That
 // trade decides which positions are reported at the threshold and is kept as it is.
-long mv_PointToGridCorresponder::probe_(unsigned char** rows, long x, long y,
-                                        long threshold) const {
+long mv_PointToGridCorresponder::Impl::probe_(unsigned char** rows, long x, long y,
+                                              long threshold) const {
   const long n = static_cast<long>(probes_.size());
   std::uint32_t first = static_cast<std::uint32_t>(n - threshold);
   if (first == 0) first = 1;

@@ -3,17 +3,17 @@
 // the marked pels, read in row-major order, become the probe list.
 #include <cstddef>
 
-#include "gridcorr/module.h"
+#include "gridcorr/internal.h"
 #include "ptmatch/gridcorr.h"
 
 using Defs = mv_PointToGridCorresponderDefs;
-using ptmatch::gridcorr::kAlignment;
-using ptmatch::gridcorr::kEmpty;
-using ptmatch::gridcorr::kModule;
-using ptmatch::gridcorr::kNode;
-using ptmatch::gridcorr::kNodeProbe;
-using ptmatch::gridcorr::kRingProbe;
-using ptmatch::gridcorr::nodeBounds;
+using ptmatch::detail::gridcorr::kAlignment;
+using ptmatch::detail::gridcorr::kEmpty;
+using ptmatch::detail::gridcorr::kModule;
+using ptmatch::detail::gridcorr::kNode;
+using ptmatch::detail::gridcorr::kNodeProbe;
+using ptmatch::detail::gridcorr::kRingProbe;
+using ptmatch::detail::gridcorr::nodeBounds;
 
 namespace {
 
@@ -157,7 +157,7 @@ std::vector<mvPair<long>> setPels(const mvPelBuffer_const<unsigned char>& image)
 }  // namespace
 
 // Bounding box of the nodes, grown from the first node as each further one is compared.
-mvRectangle<long> ptmatch::gridcorr::nodeBounds(const std::vector<mvPair<long>>& nodes) {
+mvRectangle<long> ptmatch::detail::gridcorr::nodeBounds(const std::vector<mvPair<long>>& nodes) {
   long minX = nodes.front().x();
   long maxX = minX;
   long minY = nodes.front().y();
@@ -178,36 +178,36 @@ mvRectangle<long> ptmatch::gridcorr::nodeBounds(const std::vector<mvPair<long>>&
   return mvRectangle<long>(mvPair<long>(minX, minY), mvPair<long>(maxX, maxY));
 }
 
-// --- state ---
+mv_PointToGridCorresponder::mv_PointToGridCorresponder() : impl_(std::make_unique<Impl>()) {}
 
-mv_PointToGridCorresponder::mv_PointToGridCorresponder()
-    : trainParams_(false, Defs::eBoundaryFeatures) {}
-
-mv_PointToGridCorresponder::mv_PointToGridCorresponder(const mv_PointToGridCorresponder& o) =
-    default;
+mv_PointToGridCorresponder::mv_PointToGridCorresponder(const mv_PointToGridCorresponder& o)
+    : impl_(std::make_unique<Impl>(*o.impl_)) {}
 
 mv_PointToGridCorresponder& mv_PointToGridCorresponder::operator=(
-    const mv_PointToGridCorresponder& o) = default;
+    const mv_PointToGridCorresponder& o) {
+  if (this != &o) impl_ = std::make_unique<Impl>(*o.impl_);
+  return *this;
+}
 
 mv_PointToGridCorresponder::~mv_PointToGridCorresponder() = default;
 
-void mv_PointToGridCorresponder::untrain() { probes_.clear(); }
+void mv_PointToGridCorresponder::untrain() { impl_->probes_.clear(); }
 
-bool mv_PointToGridCorresponder::isTrained() const { return !probes_.empty(); }
+bool mv_PointToGridCorresponder::isTrained() const { return impl_->isTrained(); }
 
 const mvPelBuffer_const<unsigned char>& mv_PointToGridCorresponder::pattern() const {
-  return pattern_;
+  return impl_->pattern_;
 }
 
 const mv_PointToGridCorresponderTrainParams& mv_PointToGridCorresponder::trainParams() const {
-  return trainParams_;
+  return impl_->trainParams_;
 }
 
 // --- training ---
 
 void mv_PointToGridCorresponder::train(const mvPelBuffer_const<unsigned char>& image,
                                        const mv_PointToGridCorresponderTrainParams& params) {
-  trainParams_ = params;  // replaced even when the image holds too few nodes
+  impl_->trainParams_ = params;  // replaced even when the image holds too few nodes
   const std::vector<mvPair<long>> nodes = setPels(image);
   train(nodes, params, image.clientFromImageXform());
 }
@@ -215,7 +215,7 @@ void mv_PointToGridCorresponder::train(const mvPelBuffer_const<unsigned char>& i
 void mv_PointToGridCorresponder::train(const std::vector<mvPair<long>>& nodes,
                                        const mv_PointToGridCorresponderTrainParams& params,
                                        const mvXform<2>& clientFromImage) {
-  trainParams_ = params;  // stored before the first node is read, as from an image
+  impl_->trainParams_ = params;  // stored before the first node is read, as from an image
   mvAssert(!nodes.empty(), kModule, __LINE__);
 
   // Everything is built aside and committed at the end, so that a failure (memory) leaves
@@ -246,15 +246,15 @@ void mv_PointToGridCorresponder::train(const std::vector<mvPair<long>>& nodes,
     markBoundaryNodes(work, params.staggered(), thick);
     markRing(work, params.staggered(), thick);
   }
-  std::vector<Probe> probes = listProbes_(work);
+  std::vector<Impl::Probe> probes = Impl::listProbes_(work);
 
-  patternRect_ = bounds;
-  pattern_ = pattern;
-  probes_ = std::move(probes);
+  impl_->patternRect_ = bounds;
+  impl_->pattern_ = pattern;
+  impl_->probes_ = std::move(probes);
 }
 
 // Every node probe gives (x, y, 1) and every ring probe (x, y, 0), in row-major order.
-std::vector<mv_PointToGridCorresponder::Probe> mv_PointToGridCorresponder::listProbes_(
+std::vector<mv_PointToGridCorresponder::Impl::Probe> mv_PointToGridCorresponder::Impl::listProbes_(
     const mvPelBuffer<unsigned char>& work) {
   std::size_t count = 0;
   for (long y = 0; y < work.height(); ++y) {

@@ -3,13 +3,13 @@
 #include <cstdio>
 #include <vector>
 
-#include "imageio/formats.h"
+#include "imageio/internal.h"
 
 #ifdef PTMATCH_HAVE_JPEG
 #include <jpeglib.h>
 #endif
 
-namespace ptmatch::imageio_detail {
+namespace ptmatch::detail::imageio {
 
 #ifdef PTMATCH_HAVE_JPEG
 namespace {
@@ -78,4 +78,4 @@ mvGreyImage decodeJpeg(const std::string&, const std::string& name) {
 
 #endif
 
-}  // namespace ptmatch::imageio_detail
+}  // namespace ptmatch::detail::imageio

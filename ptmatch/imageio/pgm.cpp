@@ -1,9 +1,9 @@
 // PGM: binary (P5) and plain (P2), 8 bits (maximum value up to 255) or 16 bits.
 #include <cctype>
 
-#include "imageio/formats.h"
+#include "imageio/internal.h"
 
-namespace ptmatch::imageio_detail {
+namespace ptmatch::detail::imageio {
 namespace {
 
 /// Reads the whitespace-separated numbers of a PGM, skipping # comments.
@@ -117,4 +117,4 @@ mvGreyImage decodePgm(const std::string& bytes, const std::string& name) {
                                                           height, maxval, name));
 }
 
-}  // namespace ptmatch::imageio_detail
+}  // namespace ptmatch::detail::imageio

@@ -3,13 +3,13 @@
 #include <cstring>
 #include <vector>
 
-#include "imageio/formats.h"
+#include "imageio/internal.h"
 
 #ifdef PTMATCH_HAVE_PNG
 #include <png.h>
 #endif
 
-namespace ptmatch::imageio_detail {
+namespace ptmatch::detail::imageio {
 
 #ifdef PTMATCH_HAVE_PNG
 namespace {
@@ -109,11 +109,11 @@ mvGreyImage decodePng(const std::string&, const std::string& name) {
 
 #endif
 
-}  // namespace ptmatch::imageio_detail
+}  // namespace ptmatch::detail::imageio
 
 std::string mfEncodePng(const mvPelBuffer_const<unsigned char>& image) {
 #ifdef PTMATCH_HAVE_PNG
-  using namespace ptmatch::imageio_detail;
+  using namespace ptmatch::detail::imageio;
   std::string out;
   std::string error;
   png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &error, fail, warn);
@@ -138,6 +138,6 @@ std::string mfEncodePng(const mvPelBuffer_const<unsigned char>& image) {
   return out;
 #else
   (void)image;
-  ptmatch::imageio_detail::refuse("PNG", "this build cannot write PNG images (it lacks libpng)");
+  ptmatch::detail::imageio::refuse("PNG", "this build cannot write PNG images (it lacks libpng)");
 #endif
 }

@@ -3,7 +3,7 @@
 #include <fstream>
 #include <typeinfo>
 
-#include "imageio/formats.h"
+#include "imageio/internal.h"
 
 namespace {
 
@@ -26,16 +26,16 @@ bool startsWith(const std::string& bytes, const char* magic, std::size_t n) {
 
 std::string readFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
-  if (!in) ptmatch::imageio_detail::refuse(path, "cannot open the file");
+  if (!in) ptmatch::detail::imageio::refuse(path, "cannot open the file");
   in.seekg(0, std::ios::end);
   const std::streamoff size = in.tellg();
-  if (size < 0) ptmatch::imageio_detail::refuse(path, "cannot read the file");
+  if (size < 0) ptmatch::detail::imageio::refuse(path, "cannot read the file");
   if (static_cast<std::size_t>(size) > kLargestFile) {
-    ptmatch::imageio_detail::refuse(path, "the file is larger than 1 GiB");
+    ptmatch::detail::imageio::refuse(path, "the file is larger than 1 GiB");
   }
   in.seekg(0, std::ios::beg);
   std::string bytes(static_cast<std::size_t>(size), '\0');
-  if (!in.read(&bytes[0], size)) ptmatch::imageio_detail::refuse(path, "cannot read the file");
+  if (!in.read(&bytes[0], size)) ptmatch::detail::imageio::refuse(path, "cannot read the file");
   return bytes;
 }
 
@@ -45,7 +45,7 @@ std::string readFile(const std::string& path) {
 
 mvImageFileDefs::BadFile::BadFile(const std::wstring& message) : mvErrorOf(message) {}
 
-namespace ptmatch::imageio_detail {
+namespace ptmatch::detail::imageio {
 
 void refuse(const std::string& name, const std::string& problem) {
   throw mvImageFileDefs::BadFile(wide(name + ": " + problem));
@@ -70,10 +70,10 @@ void checkSize(const std::string& name, long width, long height, int bits, std::
   if (!problem.empty()) refuse(name, problem);
 }
 
-}  // namespace ptmatch::imageio_detail
+}  // namespace ptmatch::detail::imageio
 
 mvGreyImage mfDecodeImage(const std::string& bytes, const std::string& name) {
-  using namespace ptmatch::imageio_detail;
+  using namespace ptmatch::detail::imageio;
   if (bytes.size() >= 2 && bytes[0] == 'P' && (bytes[1] == '5' || bytes[1] == '2')) {
     return decodePgm(bytes, name);
   }

@@ -5,13 +5,13 @@
 #include <cstring>
 #include <vector>
 
-#include "imageio/formats.h"
+#include "imageio/internal.h"
 
 #ifdef PTMATCH_HAVE_TIFF
 #include <tiffio.h>
 #endif
 
-namespace ptmatch::imageio_detail {
+namespace ptmatch::detail::imageio {
 
 #ifdef PTMATCH_HAVE_TIFF
 namespace {
@@ -141,4 +141,4 @@ mvGreyImage decodeTiff(const std::string&, const std::string& name) {
 
 #endif
 
-}  // namespace ptmatch::imageio_detail
+}  // namespace ptmatch::detail::imageio

@@ -12,9 +12,7 @@
 // weights must be absent or one per point, and matchers nest at most kMaxNesting deep.
 #include <memory>
 
-#include "ppmatch/model.h"
-#include "ptmatch/gridcorr.h"
-#include "ptmatch/ppmatch.h"
+#include "ppmatch/internal.h"
 
 namespace {
 
@@ -160,14 +158,14 @@ mvArchive& operator||(mvArchive& ar, mvPointMatcher& m) {
     throw mvArchive::UnknownVersion(kPpmatchModule, kMatcherUnknownVersionLine);
   }
   // The train mode is not persisted: it travels only through training.
-  if (archivePresence(ar, m.model_)) ar || *m.model_;
-  if (archivePresence(ar, m.gridCorresponder_)) ar || *m.gridCorresponder_;
-  if (archivePresence(ar, m.nestedMatcher_)) {
+  if (archivePresence(ar, m.impl_->model_)) ar || *m.impl_->model_;
+  if (archivePresence(ar, m.impl_->gridCorresponder_)) ar || *m.impl_->gridCorresponder_;
+  if (archivePresence(ar, m.impl_->nestedMatcher_)) {
     NestingGuard guard;
-    ar || *m.nestedMatcher_;
+    ar || *m.impl_->nestedMatcher_;
   }
-  ar || m.patternTransform_;
-  ar || m.patternCellCount_;
-  ar || m.patternCells_;
+  ar || m.impl_->patternTransform_;
+  ar || m.impl_->patternCellCount_;
+  ar || m.impl_->patternCells_;
   return ar;
 }

@@ -23,9 +23,8 @@
 #include "mvbase/attention.h"
 #include "mvbase/fitter.h"
 #include "mvbase/timer.h"
-#include "ppmatch/model.h"
+#include "ppmatch/internal.h"
 #include "ppmatch/result_order.h"
-#include "ptmatch/ppmatch.h"
 
 namespace {
 
@@ -209,9 +208,9 @@ void insertInResultOrder(std::vector<mvPointMatcherResult>& results, mvPointMatc
 
 }  // namespace
 
-void mvPointMatcher::runExhaustive_(const std::vector<mvVector<2>>& dataPoints,
-                                    const mvPointMatcherRunParams& params,
-                                    mvPointMatcherResultSet& resultSet) const {
+void mvPointMatcher::Impl::runExhaustive_(const std::vector<mvVector<2>>& dataPoints,
+                                          const mvPointMatcherRunParams& params,
+                                          mvPointMatcherResultSet& resultSet) const {
   mvTimer timer(false);
   timer.start();
 

@@ -28,10 +28,3 @@ class mv_PointMatcherModel {
 
 /// Persists the point model (version word 1; 0, 1 and 200009 are read).
 mvArchive& operator||(mvArchive& ar, mv_PointMatcherModel& model);
-
-namespace ptmatch {
-namespace detail {
-/// Module name reported by the point matcher's errors and assertions.
-constexpr const char* kPpmatchModule = "ptmatch/ppmatch";
-}  // namespace detail
-}  // namespace ptmatch

@@ -1,6 +1,6 @@
 // The entry point of a run: it empties the result set, refuses an untrained matcher and
 // hands the run to the search of the matcher's train mode.
-#include "ptmatch/ppmatch.h"
+#include "ppmatch/internal.h"
 
 void mvPointMatcher::run(const std::vector<mvVector<2>>& dataPoints,
                          const mvPointMatcherRunParams& params,
@@ -12,13 +12,13 @@ void mvPointMatcher::run(const std::vector<mvVector<2>>& dataPoints,
 
   switch (trainMode()) {
     case mvPointMatcherDefs::ePointToGrid:
-      runPtToGrid_(dataPoints, params, resultSet);
+      impl_->runPtToGrid_(dataPoints, params, resultSet);
       return;
     case mvPointMatcherDefs::eExhaustiveMode:
-      runExhaustive_(dataPoints, params, resultSet);
+      impl_->runExhaustive_(dataPoints, params, resultSet);
       return;
     default:
-      runPointToPoint_(dataPoints, params, resultSet);
+      impl_->runPointToPoint_(dataPoints, params, resultSet);
       return;
   }
 }

@@ -18,9 +18,7 @@
 #include <memory>
 #include <utility>
 
-#include "ppmatch/model.h"
-#include "ptmatch/gridcorr.h"
-#include "ptmatch/ppmatch.h"
+#include "ppmatch/internal.h"
 
 namespace {
 
@@ -199,43 +197,33 @@ std::unique_ptr<T> cloneOf(const std::unique_ptr<T>& source) {
 
 }  // namespace
 
-mvPointMatcher::mvPointMatcher()
-    : model_(),
-      patternTransform_(),
-      patternCellCount_(0),
-      gridCorresponder_(),
-      nestedMatcher_(),
-      patternCells_(),
-      trainMode_(mvPointMatcherDefs::ePointToPoint) {}
-
-mvPointMatcher::mvPointMatcher(const mvPointMatcher& other)
+mvPointMatcher::Impl::Impl(const Impl& other)
     : model_(cloneOf(other.model_)),
       patternTransform_(other.patternTransform_),
       patternCellCount_(other.patternCellCount_),
       gridCorresponder_(cloneOf(other.gridCorresponder_)),
       nestedMatcher_(cloneOf(other.nestedMatcher_)),
       patternCells_(other.patternCells_),
-      trainMode_(mvPointMatcherDefs::ePointToPoint) {}
+      trainMode_(other.trainMode_) {}
+
+mvPointMatcher::mvPointMatcher() : impl_(std::make_unique<Impl>()) {}
+
+mvPointMatcher::mvPointMatcher(const mvPointMatcher& other)
+    : impl_(std::make_unique<Impl>(*other.impl_)) {
+  impl_->trainMode_ = mvPointMatcherDefs::ePointToPoint;
+}
 
 mvPointMatcher& mvPointMatcher::operator=(const mvPointMatcher& other) {
   if (this == &other) return *this;
   // Copy everything first, so that a failing copy leaves the target as it was.
-  std::unique_ptr<mv_PointMatcherModel> model = cloneOf(other.model_);
-  std::unique_ptr<mv_PointToGridCorresponder> corresponder = cloneOf(other.gridCorresponder_);
-  std::unique_ptr<mvPointMatcher> nested = cloneOf(other.nestedMatcher_);
-  std::vector<mvPair<long>> cells = other.patternCells_;
-
-  model_ = std::move(model);
-  gridCorresponder_ = std::move(corresponder);
-  nestedMatcher_ = std::move(nested);
-  patternTransform_ = other.patternTransform_;
-  patternCellCount_ = other.patternCellCount_;
-  patternCells_ = std::move(cells);
-  // trainMode_ stays the target's own.
+  std::unique_ptr<Impl> copy = std::make_unique<Impl>(*other.impl_);
+  // The train mode stays the target's own.
+  copy->trainMode_ = impl_->trainMode_;
+  impl_ = std::move(copy);
   return *this;
 }
 
-mvPointMatcher::~mvPointMatcher() { untrain(); }
+mvPointMatcher::~mvPointMatcher() = default;
 
 void mvPointMatcher::train(const std::vector<mvVector<2>>& points, mvPointMatcherDefs::Mode mode) {
   untrain();
@@ -243,9 +231,9 @@ void mvPointMatcher::train(const std::vector<mvVector<2>>& points, mvPointMatche
   checkTrainMode(mode);
   checkFinite(points);
 
-  if (!model_) model_ = std::make_unique<mv_PointMatcherModel>();
-  fillModel(*model_, points, nullptr);
-  trainMode_ = mode;
+  if (!impl_->model_) impl_->model_ = std::make_unique<mv_PointMatcherModel>();
+  fillModel(*impl_->model_, points, nullptr);
+  impl_->trainMode_ = mode;
 }
 
 void mvPointMatcher::train(const std::vector<mvVector<2>>& points, const std::vector<long>& weights,
@@ -258,39 +246,40 @@ void mvPointMatcher::train(const std::vector<mvVector<2>>& points, const std::ve
   checkFinite(points);
   checkWeightRange(weights);
 
-  if (!model_) model_ = std::make_unique<mv_PointMatcherModel>();
-  fillModel(*model_, points, &weights);
-  trainMode_ = mode;
+  if (!impl_->model_) impl_->model_ = std::make_unique<mv_PointMatcherModel>();
+  fillModel(*impl_->model_, points, &weights);
+  impl_->trainMode_ = mode;
 }
 
 void mvPointMatcher::untrain() {
-  model_.reset();
-  gridCorresponder_.reset();
-  nestedMatcher_.reset();
-  patternCells_.clear();
-  trainMode_ = mvPointMatcherDefs::ePointToPoint;
+  impl_->model_.reset();
+  impl_->gridCorresponder_.reset();
+  impl_->nestedMatcher_.reset();
+  impl_->patternCells_.clear();
+  impl_->trainMode_ = mvPointMatcherDefs::ePointToPoint;
   // The pattern transform and the pattern cell count keep their values.
 }
 
 bool mvPointMatcher::isTrained() const {
-  return (model_ && model_->trained) || gridCorresponder_ ||
-         trainMode_ == mvPointMatcherDefs::eExhaustiveMode;
+  return (impl_->model_ && impl_->model_->trained) || impl_->gridCorresponder_ ||
+         impl_->trainMode_ == mvPointMatcherDefs::eExhaustiveMode;
 }
 
 mvPointMatcherDefs::Mode mvPointMatcher::trainMode() const {
-  if (trainMode_ == mvPointMatcherDefs::eExhaustiveMode) return mvPointMatcherDefs::eExhaustiveMode;
-  if (model_ && model_->trained) return mvPointMatcherDefs::ePointToPoint;
-  if (gridCorresponder_) return mvPointMatcherDefs::ePointToGrid;
+  if (impl_->trainMode_ == mvPointMatcherDefs::eExhaustiveMode)
+    return mvPointMatcherDefs::eExhaustiveMode;
+  if (impl_->model_ && impl_->model_->trained) return mvPointMatcherDefs::ePointToPoint;
+  if (impl_->gridCorresponder_) return mvPointMatcherDefs::ePointToGrid;
   throw mvPointMatcherDefs::NotTrained(kNotTrainedMessage);
 }
 
 const std::vector<mvVector<2>>& mvPointMatcher::modelPoints() const {
   // An assigned matcher may keep the exhaustive train mode without holding a point model;
   // it has no points to give.
-  if (isTrained() && model_) {
+  if (isTrained() && impl_->model_) {
     const mvPointMatcherDefs::Mode mode = trainMode();
     if (mode == mvPointMatcherDefs::ePointToPoint || mode == mvPointMatcherDefs::eExhaustiveMode) {
-      return model_->points;
+      return impl_->model_->points;
     }
   }
   throw mvPointMatcherDefs::NotTrained(kNotTrainedPointToPointMessage);
@@ -298,9 +287,9 @@ const std::vector<mvVector<2>>& mvPointMatcher::modelPoints() const {
 
 std::vector<long> mvPointMatcher::weights() const {
   // An exhaustive-mode matcher is refused here, although modelPoints() accepts it.
-  if (!isTrained() || !model_ || trainMode() != mvPointMatcherDefs::ePointToPoint) {
+  if (!isTrained() || !impl_->model_ || trainMode() != mvPointMatcherDefs::ePointToPoint) {
     throw mvPointMatcherDefs::NotTrained(kNotTrainedPointToPointMessage);
   }
-  if (!model_->weights.empty()) return model_->weights;
-  return std::vector<long>(model_->points.size(), 1L);
+  if (!impl_->model_->weights.empty()) return impl_->model_->weights;
+  return std::vector<long>(impl_->model_->points.size(), 1L);
 }

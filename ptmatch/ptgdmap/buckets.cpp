@@ -1,14 +1,13 @@
-// Building the mapping's context: input checks, the staggered rewrite of the grid vectors,
-// the tolerances and directions derived from them, and the bucket grid of point records.
+// Building the mapping's context: input checks, the tolerances and directions derived from
+// the grid vectors, and the bucket grid of point records.
 #include <algorithm>
 #include <cmath>
 #include <sstream>
 
 #include "mvbase/attention.h"
-#include "ptgdmap/context.h"
+#include "ptgdmap/internal.h"
 
-namespace ptmatch {
-namespace detail {
+namespace ptmatch::detail::ptgdmap {
 namespace {
 
 /// Bucket columns or rows beyond this count are refused, so that a bucket's key (row x
@@ -163,16 +162,6 @@ void checkGridMapInput(const std::vector<mvVector<2>>& points,
   }
 }
 
-void setGridVectors(const mvPtToGridMapRunParams& params, GridMapContext& ctx) {
-  ctx.xv = params.xv();
-  ctx.yv = params.yv();
-  if (params.staggered()) {
-    // The search runs on the ordinary grid spanned by the staggered grid's diagonals.
-    ctx.xv = params.xv() + params.yv();
-    ctx.yv = params.yv() - params.xv();
-  }
-}
-
 bool buildBuckets(const std::vector<mvVector<2>>& points, const mvPtToGridMapRunParams& params,
                   GridMapContext& ctx) {
   if (!deriveTolerances(params, ctx)) return false;
@@ -180,5 +169,4 @@ bool buildBuckets(const std::vector<mvVector<2>>& points, const mvPtToGridMapRun
   return true;
 }
 
-}  // namespace detail
-}  // namespace ptmatch
+}  // namespace ptmatch::detail::ptgdmap

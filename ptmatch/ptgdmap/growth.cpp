@@ -10,11 +10,10 @@
 #include <limits>
 
 #include "mvbase/attention.h"
-#include "ptgdmap/context.h"
+#include "ptgdmap/internal.h"
 #include "ptmatch/tm.h"
 
-namespace ptmatch {
-namespace detail {
+namespace ptmatch::detail::ptgdmap {
 namespace {
 
 /// Node indices beyond this magnitude fail the snapping test instead of overflowing.
@@ -232,5 +231,4 @@ long growFromSeed(GridMapContext& ctx, long seed, double thetaDegrees,
   return GrowthPass(ctx, tm, &map).run(ctx.record(seed).column, ctx.record(seed).row);
 }
 
-}  // namespace detail
-}  // namespace ptmatch
+}  // namespace ptmatch::detail::ptgdmap

@@ -1,13 +1,13 @@
 // Neighbour links and the direction histogram. Every record looks for neighbours at an
 // accepted pitch distance in its own bucket and the 8 around it, in a fixed order, and
-// keeps at most 4 of them.
+// keeps at most 4 of them. Each link counts its direction, rounded to a whole degree, in
+// the histogram.
 #include <cmath>
 
 #include "mvbase/attention.h"
-#include "ptgdmap/context.h"
+#include "ptgdmap/internal.h"
 
-namespace ptmatch {
-namespace detail {
+namespace ptmatch::detail::ptgdmap {
 namespace {
 
 /// Bucket offsets (column, row) scanned for neighbours, in this order.
@@ -83,5 +83,4 @@ void linkNeighbours(GridMapContext& ctx) {
   });
 }
 
-}  // namespace detail
-}  // namespace ptmatch
+}  // namespace ptmatch::detail::ptgdmap

@@ -1,15 +1,14 @@
-// mfPtToGridMap: the outline of the mapping, and its last steps (the staggered index
-// conversion, the collinearity test and the final grid-to-point fit).
+// mfPtToGridMap: the outline of the mapping, and its last steps (the collinearity test and
+// the final grid-to-point fit).
 #include <vector>
 
 #include "mvbase/attention.h"
 #include "mvbase/fitter.h"
 #include "mvbase/timer.h"
-#include "ptgdmap/context.h"
+#include "ptgdmap/internal.h"
 #include "ptmatch/ptgdmap.h"
 
-namespace ptmatch {
-namespace detail {
+namespace ptmatch::detail::ptgdmap {
 namespace {
 
 /// A later node at least this far from the line through the first two distinct nodes
@@ -27,15 +26,6 @@ bool nodesCollinear(const std::vector<mvVector<2>>& nodes) {
     if (line.distToPoint(nodes[i]) >= kCollinearDistance) return false;
   }
   return true;
-}
-
-/// Rewrites assigned nodes (u, v) of the diagonal grid as (u - v, u + v), the indices in
-/// the staggered grid's own axes; unassigned entries keep their marker.
-void toStaggeredIndices(std::vector<mvPair<long>>& map) {
-  for (mvPair<long>& node : map) {
-    if (node.x() == mvPtToGridMapResult::kUnassigned) continue;
-    node = mvPair<long>(node.x() - node.y(), node.x() + node.y());
-  }
 }
 
 /// Fits grid2point to the assigned points and their nodes: affine when both grid vectors
@@ -87,8 +77,7 @@ long mapPoints(const std::vector<mvVector<2>>& points, const mvPtToGridMapRunPar
 }
 
 }  // namespace
-}  // namespace detail
-}  // namespace ptmatch
+}  // namespace ptmatch::detail::ptgdmap
 
 long mfPtToGridMap(const std::vector<mvVector<2>>& points, const mvPtToGridMapRunParams& params,
                    mvPtToGridMapResult& result) {
@@ -96,9 +85,9 @@ long mfPtToGridMap(const std::vector<mvVector<2>>& points, const mvPtToGridMapRu
   timer.start();
   try {
     result.valid_ = false;
-    ptmatch::detail::checkGridMapInput(points, params);
-    const long count =
-        ptmatch::detail::mapPoints(points, params, result.map_, result.valid_, result.grid2point_);
+    ptmatch::detail::ptgdmap::checkGridMapInput(points, params);
+    const long count = ptmatch::detail::ptgdmap::mapPoints(points, params, result.map_,
+                                                           result.valid_, result.grid2point_);
     result.time_ = timer.sec();
     return count;
   } catch (...) {

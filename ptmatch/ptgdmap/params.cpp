@@ -1,7 +1,7 @@
 // The grid map's value records, their persistence and its error class.
 #include <typeinfo>
 
-#include "ptgdmap/context.h"
+#include "ptgdmap/internal.h"
 #include "ptmatch/ptgdmap.h"
 
 namespace {
@@ -14,7 +14,7 @@ void archiveRecordVersion(mvArchive& ar, int line) {
   unsigned long version = kRecordVersion;
   ar || version;
   if (version != kRecordVersion) {
-    throw mvArchive::UnknownVersion(ptmatch::detail::kGridMapModule, line);
+    throw mvArchive::UnknownVersion(ptmatch::detail::ptgdmap::kGridMapModule, line);
   }
 }
 

@@ -4,10 +4,9 @@
 #include <cmath>
 #include <vector>
 
-#include "ptgdmap/context.h"
+#include "ptgdmap/internal.h"
 
-namespace ptmatch {
-namespace detail {
+namespace ptmatch::detail::ptgdmap {
 namespace {
 
 /// Smoothing weights for the offsets -3 ... +3.
@@ -112,5 +111,4 @@ double estimateRotation(GridMapContext& ctx) {
   return theta;
 }
 
-}  // namespace detail
-}  // namespace ptmatch
+}  // namespace ptmatch::detail::ptgdmap

@@ -5,10 +5,9 @@
 #include <vector>
 
 #include "mvbase/attention.h"
-#include "ptgdmap/context.h"
+#include "ptgdmap/internal.h"
 
-namespace ptmatch {
-namespace detail {
+namespace ptmatch::detail::ptgdmap {
 namespace {
 
 /// True when a link's direction lies within tau of the reference direction, forward
@@ -89,5 +88,4 @@ long chooseSeed(GridMapContext& ctx) {
   return seed;
 }
 
-}  // namespace detail
-}  // namespace ptmatch
+}  // namespace ptmatch::detail::ptgdmap

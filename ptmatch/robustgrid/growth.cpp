@@ -7,10 +7,9 @@
 #include <utility>
 
 #include "mvbase/attention.h"
-#include "robustgrid/context.h"
+#include "robustgrid/internal.h"
 
-namespace ptmatch {
-namespace robustgrid {
+namespace ptmatch::detail::robustgrid {
 
 namespace {
 
@@ -137,5 +136,4 @@ void grow(const PointIndex& index, const Seed& seed, Growth& growth) {
   Grower(index, seed, growth).run();
 }
 
-}  // namespace robustgrid
-}  // namespace ptmatch
+}  // namespace ptmatch::detail::robustgrid

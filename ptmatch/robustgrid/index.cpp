@@ -3,10 +3,9 @@
 #include <cmath>
 #include <utility>
 
-#include "robustgrid/context.h"
+#include "robustgrid/internal.h"
 
-namespace ptmatch {
-namespace robustgrid {
+namespace ptmatch::detail::robustgrid {
 
 namespace {
 
@@ -172,5 +171,4 @@ NodeBounds tableBounds(const Points& points, const Seed& seed) {
           std::max(4L, widen(q1))};
 }
 
-}  // namespace robustgrid
-}  // namespace ptmatch
+}  // namespace ptmatch::detail::robustgrid

@@ -2,10 +2,9 @@
 #include <algorithm>
 #include <cmath>
 
-#include "robustgrid/context.h"
+#include "robustgrid/internal.h"
 
-namespace ptmatch {
-namespace robustgrid {
+namespace ptmatch::detail::robustgrid {
 
 namespace {
 
@@ -294,5 +293,4 @@ bool findSeed(const PointIndex& index, const Lattice& lattice, Seed& seed) {
   return true;
 }
 
-}  // namespace robustgrid
-}  // namespace ptmatch
+}  // namespace ptmatch::detail::robustgrid

@@ -4,12 +4,12 @@
 #include <string>
 
 #include "mvbase/timer.h"
-#include "robustgrid/context.h"
+#include "robustgrid/internal.h"
 #include "robustgrid/refine.h"
 
 namespace {
 
-using ptmatch::robustgrid::Points;
+using ptmatch::detail::robustgrid::Points;
 
 /// Grown points that the refinement may move or drop before the growth is distrusted.
 constexpr double kMostChanged = 0.1;
@@ -23,8 +23,8 @@ void requireFinite(const Points& points) {
 }
 
 /// The grown nodes, labelled, per point (unassigned where none).
-std::vector<mvPair<long>> labelledNodes(const ptmatch::robustgrid::Growth& growth,
-                                        const ptmatch::robustgrid::Labelling& labelling) {
+std::vector<mvPair<long>> labelledNodes(const ptmatch::detail::robustgrid::Growth& growth,
+                                        const ptmatch::detail::robustgrid::Labelling& labelling) {
   std::vector<mvPair<long>> nodes(
       growth.taken.size(),
       mvPair<long>(mvRobustGridMapResult::kUnassigned, mvRobustGridMapResult::kUnassigned));
@@ -50,7 +50,7 @@ long changedNodes(const std::vector<mvPair<long>>& grown, const std::vector<mvPa
 
 long mfRobustGridMap(const std::vector<mvVector<2>>& points, const mvRobustGridMapParams& params,
                      mvRobustGridMapResult& result) {
-  using namespace ptmatch::robustgrid;
+  using namespace ptmatch::detail::robustgrid;
   const mvTimer timer;
   result = mvRobustGridMapResult();
   result.map_.assign(points.size(), mvPair<long>(mvRobustGridMapResult::kUnassigned,

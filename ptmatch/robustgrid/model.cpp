@@ -5,11 +5,10 @@
 #include <cstddef>
 #include <utility>
 
-#include "robustgrid/context.h"
+#include "robustgrid/internal.h"
 #include "robustgrid/solve.h"
 
-namespace ptmatch {
-namespace robustgrid {
+namespace ptmatch::detail::robustgrid {
 
 namespace {
 
@@ -148,5 +147,4 @@ bool predictNode(const Growth& growth, const Points& points, const Lattice& fall
   return true;
 }
 
-}  // namespace robustgrid
-}  // namespace ptmatch
+}  // namespace ptmatch::detail::robustgrid

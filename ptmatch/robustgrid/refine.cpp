@@ -7,8 +7,7 @@
 
 #include "robustgrid/solve.h"
 
-namespace ptmatch {
-namespace robustgrid {
+namespace ptmatch::detail::robustgrid {
 
 namespace {
 
@@ -395,5 +394,4 @@ bool unfolded(const Refined& refined) {
   return true;
 }
 
-}  // namespace robustgrid
-}  // namespace ptmatch
+}  // namespace ptmatch::detail::robustgrid

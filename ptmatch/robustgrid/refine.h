@@ -6,10 +6,9 @@
 #include <vector>
 
 #include "ptmatch/tm.h"
-#include "robustgrid/context.h"
+#include "robustgrid/internal.h"
 
-namespace ptmatch {
-namespace robustgrid {
+namespace ptmatch::detail::robustgrid {
 
 /// The integer map from lattice indices (p, q) to node indices (u, v), and the image steps
 /// per unit of u and v at the seed.
@@ -75,5 +74,4 @@ mvXform<2> normalise(const Points& points, bool staggered, Refined& refined, mv2
 /// True when the homography keeps one orientation over the box of the assigned nodes.
 bool unfolded(const Refined& refined);
 
-}  // namespace robustgrid
-}  // namespace ptmatch
+}  // namespace ptmatch::detail::robustgrid

@@ -4,8 +4,7 @@
 #include <cmath>
 #include <utility>
 
-namespace ptmatch {
-namespace robustgrid {
+namespace ptmatch::detail::robustgrid {
 
 /// Solves the n x n system a x = b in place by Gaussian elimination with partial pivoting;
 /// false when it is singular.
@@ -33,5 +32,4 @@ inline bool solve(double (&a)[N][N], double (&b)[N]) {
   return true;
 }
 
-}  // namespace robustgrid
-}  // namespace ptmatch
+}  // namespace ptmatch::detail::robustgrid

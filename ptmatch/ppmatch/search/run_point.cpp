@@ -19,7 +19,7 @@
 #include <vector>
 
 #include "mvbase/timer.h"
-#include "ppmatch/model.h"
+#include "ppmatch/internal.h"
 #include "ppmatch/result_order.h"
 #include "ppmatch/search/search.h"
 #include "ptmatch/ppmatch.h"
@@ -169,7 +169,7 @@ mvPointMatcherCost mvPointMatcher::estimateCost(const std::vector<mvVector<2>>& 
         L"estimateCost needs a matcher trained from points for point-to-point runs\n");
   }
   rejectNonFiniteInput(dataPoints, params);
-  const mv_PointMatcherModel& model = *model_;
+  const mv_PointMatcherModel& model = *impl_->model_;
   if (!mayReachCoverage(model, dataPoints.size(), params.minCoverage())) {
     mvPointMatcherCost none;
     none.modelPoints = static_cast<long long>(model.points.size());
@@ -179,9 +179,9 @@ mvPointMatcherCost mvPointMatcher::estimateCost(const std::vector<mvVector<2>>& 
       dataPoints, model, searchParameters(params, model.points.size(), dataPoints.size()));
 }
 
-void mvPointMatcher::runPointToPoint_(const std::vector<mvVector<2>>& dataPoints,
-                                      const mvPointMatcherRunParams& params,
-                                      mvPointMatcherResultSet& resultSet) const {
+void mvPointMatcher::Impl::runPointToPoint_(const std::vector<mvVector<2>>& dataPoints,
+                                            const mvPointMatcherRunParams& params,
+                                            mvPointMatcherResultSet& resultSet) const {
   rejectNonFiniteInput(dataPoints, params);
   mvAssert(model_ != nullptr, ptmatch::detail::kPpmatchModule, __LINE__);
   const mv_PointMatcherModel& model = *model_;

@@ -126,12 +126,9 @@ ScatterVoter::ScatterVoter(const mvPelBuffer_const<unsigned char>& occupancy,
       rowSums_(keyed_ ? static_cast<std::size_t>(3 * stride_) : 0, 0),
       rowMax_(static_cast<std::size_t>(height_), 0),
       bandRows_(std::max(1L, kBandCells / stride_)),
-      touchedFirst_(height_),
-      touchedLast_(-1),
-      staleFirst_(height_),
-      staleLast_(-1),
-      centresFirst_(height_ + 1),
-      centresLast_(-2) {
+      touchedRows_{height_, -1},
+      staleRows_{height_, -1},
+      centreRows_{height_ + 1, -2} {
   for (long y = 0; y < rasterHeight_; ++y) {
     mvAttention::pace(rasterWidth_);
     std::copy(occupancy.pointToRow(y), occupancy.pointToRow(y) + rasterWidth_,
@@ -221,16 +218,15 @@ bool ScatterVoter::reach(const mvPair<long>& cell, Reach& r) const {
 }
 
 // Rows yLo..yHi (clipped to the raster) trimmed to those holding items.
-ScatterVoter::Rows ScatterVoter::rowsOf(const RowItems& items, long yLo, long yHi) const {
+ScatterVoter::RowSpan ScatterVoter::rowsOf(const RowItems& items, long yLo, long yHi) const {
   yLo = std::max(0L, yLo);
   yHi = std::min(rasterHeight_ - 1, yHi);
-  if (yLo > yHi) return Rows{0, -1};
-  return Rows{items.nextOccupied(yLo), items.previousOccupied(yHi)};
+  if (yLo > yHi) return RowSpan{0, -1};
+  return RowSpan{items.nextOccupied(yLo), items.previousOccupied(yHi)};
 }
 
-long ScatterVoter::countOf(const RowItems& items, const Rows& rows) {
-  return rows.first <= rows.last ? static_cast<long>(items.end(rows.last) - items.begin(rows.first))
-                                 : 0;
+long ScatterVoter::countOf(const RowItems& items, const RowSpan& rows) {
+  return rows.empty() ? 0 : static_cast<long>(items.end(rows.last) - items.begin(rows.first));
 }
 
 // Where the point's window lies and what it covers of each layer; false when it covers no
@@ -239,9 +235,9 @@ bool ScatterVoter::planPoint(const mvPair<long>& cell, std::uint16_t weight, Poi
   if (!reach(cell, p.reach)) return false;
   const Reach& r = p.reach;
   p.occupied = rowsOf(occupiedRows_, r.yLo, r.yHi);
-  if (p.occupied.first > p.occupied.last) return false;
+  if (p.occupied.empty()) return false;
   p.weight = weight;
-  p.centres = p.residue = p.pieces = Rows{0, -1};
+  p.centres = p.residue = p.pieces = RowSpan{0, -1};
   p.centreCount = p.residueCount = p.pieceCount = 0;
   if (layers_ != Layers::ePieces) {
     // Blocks whose centre lies one row off the window still reach into it.
@@ -313,10 +309,9 @@ bool ScatterVoter::fitsPadding(const Reach& r, long before, long after, long wid
 
 // Adds the weight at the centre cell of every block whose 3 x 3 cells meet the window.
 // The centre accumulator has a row and a column more on each side than the window.
-void ScatterVoter::voteCentres(const Reach& r, const Rows& rows, std::uint16_t weight) {
-  if (rows.first > rows.last) return;
-  centresFirst_ = std::min(centresFirst_, rows.first - r.y0);
-  centresLast_ = std::max(centresLast_, rows.last - r.y0);
+void ScatterVoter::voteCentres(const Reach& r, const RowSpan& rows, std::uint16_t weight) {
+  if (rows.empty()) return;
+  centreRows_.cover(rows.first - r.y0, rows.last - r.y0);
   // A centre's key minus this offset is its index in centreCells_: (row - y0 + 1) x
   // stride + kPad + (column - x0).
   const long offset = (r.y0 - 1) * stride_ + r.x0 - kPad;
@@ -341,9 +336,9 @@ void ScatterVoter::voteCentres(const Reach& r, const Rows& rows, std::uint16_t w
 }
 
 // Adds every piece of items that meets the window with one 4-lane addition.
-void ScatterVoter::votePieces(const RowItems& items, const Reach& r, const Rows& rows,
+void ScatterVoter::votePieces(const RowItems& items, const Reach& r, const RowSpan& rows,
                               std::uint16_t weight) {
-  if (rows.first > rows.last) return;
+  if (rows.empty()) return;
   const PieceAddends addends(weight);
   // A piece's key minus this offset is its first cell in cells_: (row - y0) x stride +
   // kPad + (column - x0).
@@ -403,15 +398,14 @@ void ScatterVoter::addDensePointsByBands() {
 // when nothing else was added in this vote, sets those rows to them (and clears the other
 // rows the last vote left); the box sums clear the centre cells again.
 void ScatterVoter::addCentreBoxSums() {
-  if (centresFirst_ > centresLast_) return;
-  const long first = std::max(0L, centresFirst_ - 1);
-  const long last = std::min(height_ - 1, centresLast_ + 1);
+  if (centreRows_.empty()) return;
+  const long first = std::max(0L, centreRows_.first - 1);
+  const long last = std::min(height_ - 1, centreRows_.last + 1);
   const bool assign = !added_;
   if (assign) {
-    clearStaleRows(staleFirst_, std::min(staleLast_, first - 1));
-    clearStaleRows(std::max(staleFirst_, last + 1), staleLast_);
-    staleFirst_ = height_;
-    staleLast_ = -1;
+    clearStaleRows(staleRows_.first, std::min(staleRows_.last, first - 1));
+    clearStaleRows(std::max(staleRows_.first, last + 1), staleRows_.last);
+    staleRows_ = RowSpan{height_, -1};
   }
   touch(first, last);
   BoxSums b;
@@ -432,16 +426,11 @@ void ScatterVoter::addCentreBoxSums() {
     b.rowMax = rowMax_.data() + chunk;
     addBoxSums(b, kernels_);
   }
-  maxFirst_ = first;
-  maxLast_ = last;
-  centresFirst_ = height_ + 1;
-  centresLast_ = -2;
+  maxRows_ = RowSpan{first, last};
+  centreRows_ = RowSpan{height_ + 1, -2};
 }
 
-void ScatterVoter::touch(long first, long last) {
-  touchedFirst_ = std::min(touchedFirst_, first);
-  touchedLast_ = std::max(touchedLast_, last);
-}
+void ScatterVoter::touch(long first, long last) { touchedRows_.cover(first, last); }
 
 // The first row from v on (last + 1 when none) with a value above threshold, reading the
 // maxima the box sums left where there are some. Values in the padding may stop it at a
@@ -449,8 +438,8 @@ void ScatterVoter::touch(long first, long last) {
 long ScatterVoter::nextCandidateRow(long v, long last, std::int16_t threshold) const {
   const long blocks = blocksOf(width_);
   while (v <= last) {
-    if (v < maxFirst_ || v > maxLast_) {
-      const long end = v < maxFirst_ ? std::min(last, maxFirst_ - 1) : last;
+    if (v < maxRows_.first || v > maxRows_.last) {
+      const long end = v < maxRows_.first ? std::min(last, maxRows_.first - 1) : last;
       const long chunkEnd = std::min(end, v + pacedRows(stride_) - 1);
       mvAttention::pace(mvAttention::kPaceInterval);
       const long found =
@@ -459,7 +448,7 @@ long ScatterVoter::nextCandidateRow(long v, long last, std::int16_t threshold) c
       v = chunkEnd + 1;
       continue;
     }
-    for (; v <= std::min(last, maxLast_); ++v) {
+    for (; v <= std::min(last, maxRows_.last); ++v) {
       mvAttention::pace(1);
       if (rowMax_[v] > threshold) return v;
     }
@@ -482,20 +471,16 @@ void ScatterVoter::clearStaleRows(long first, long last) {
 void ScatterVoter::beforeAdding() {
   if (added_) return;
   added_ = true;
-  clearStaleRows(staleFirst_, staleLast_);
-  staleFirst_ = height_;
-  staleLast_ = -1;
+  clearStaleRows(staleRows_.first, staleRows_.last);
+  staleRows_ = RowSpan{height_, -1};
 }
 
 void ScatterVoter::vote(const std::vector<mvPair<long>>& projected,
                         const std::vector<std::int16_t>& weights) {
   // The last vote's rows are cleared lazily: before the first addition, or by the box sums.
-  staleFirst_ = touchedFirst_;
-  staleLast_ = touchedLast_;
-  touchedFirst_ = height_;
-  touchedLast_ = -1;
-  maxFirst_ = 0;
-  maxLast_ = -1;
+  staleRows_ = touchedRows_;
+  touchedRows_ = RowSpan{height_, -1};
+  maxRows_ = RowSpan{0, -1};
   added_ = false;
   if (layers_ == Layers::eUnchosen) chooseLayers(projected, weights);
   const bool boxSums = layers_ == Layers::eBoxSums;
@@ -530,9 +515,8 @@ void ScatterVoter::vote(const std::vector<mvPair<long>>& projected,
   }
   if (boxSums) addCentreBoxSums();
   // Rows the last vote left and this one did not overwrite.
-  clearStaleRows(staleFirst_, staleLast_);
-  staleFirst_ = height_;
-  staleLast_ = -1;
+  clearStaleRows(staleRows_.first, staleRows_.last);
+  staleRows_ = RowSpan{height_, -1};
 }
 
 void ScatterVoter::collectPeaks(long minScore, double scale, const mvDegree& rotation,
@@ -549,10 +533,10 @@ void ScatterVoter::collectPeaks(long minScore, double scale, const mvDegree& rot
   // Rows the vote did not touch hold only zeros, below minScore. The row test reads whole
   // blocks, into the padding, whose stray addends can only make it stop at a row needlessly.
   const auto threshold = static_cast<std::int16_t>(minScore - 1);
-  const long last = touchedLast_;
+  const long last = touchedRows_.last;
   collectPeakRows(
       rowAt, [&](long v) { return nextCandidateRow(v, last, threshold); }, width_, height_,
-      touchedFirst_, last, minScore, window_, scale, rotation, store);
+      touchedRows_.first, last, minScore, window_, scale, rotation, store);
 }
 
 }  // namespace detail

@@ -30,6 +30,7 @@
 // that a step's values can still be read after it. Nothing is allocated per step.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <vector>
 
@@ -106,24 +107,29 @@ class ScatterVoter {
   struct Reach {
     long x0, y0, yLo, yHi, xLo, xHi;
   };
-  // Raster rows first..last of a layer that a point's window covers, both holding items;
-  // first > last when none.
-  struct Rows {
+  // Rows first..last of a raster layer or of an accumulator; empty when first > last.
+  struct RowSpan {
     long first, last;
+    bool empty() const { return first > last; }
+    // Grows the span to take in rows from..to.
+    void cover(long from, long to) {
+      first = std::min(first, from);
+      last = std::max(last, to);
+    }
   };
-  // A point of the vote at hand: its window, its weight, and the rows of each layer it
-  // covers.
+  // A point of the vote at hand: its window, its weight, and the raster rows of each
+  // layer that its window covers, both ends holding items.
   struct PointVote {
     Reach reach;
     std::uint16_t weight;
-    Rows occupied, centres, residue, pieces;
+    RowSpan occupied, centres, residue, pieces;
     long centreCount, residueCount, pieceCount;
   };
 
   void takeApart(const mvPelBuffer_const<unsigned char>& occupancy);
   bool reach(const mvPair<long>& cell, Reach& r) const;
-  Rows rowsOf(const RowItems& items, long yLo, long yHi) const;
-  static long countOf(const RowItems& items, const Rows& rows);
+  RowSpan rowsOf(const RowItems& items, long yLo, long yHi) const;
+  static long countOf(const RowItems& items, const RowSpan& rows);
   static long denseCost(const PointVote& p);
   long scatterCost(const PointVote& p, long items) const;
   bool planPoint(const mvPair<long>& cell, std::uint16_t weight, PointVote& p) const;
@@ -131,8 +137,8 @@ class ScatterVoter {
   void chooseLayers(const std::vector<mvPair<long>>& projected,
                     const std::vector<std::int16_t>& weights);
   static bool fitsPadding(const Reach& r, long before, long after, long width, long rasterWidth);
-  void voteCentres(const Reach& r, const Rows& rows, std::uint16_t weight);
-  void votePieces(const RowItems& items, const Reach& r, const Rows& rows, std::uint16_t weight);
+  void voteCentres(const Reach& r, const RowSpan& rows, std::uint16_t weight);
+  void votePieces(const RowItems& items, const Reach& r, const RowSpan& rows, std::uint16_t weight);
   void addRows(const PointVote& d, long first, long last);
   void addDensePointsByBands();
   void addCentreBoxSums();
@@ -169,11 +175,9 @@ class ScatterVoter {
   // (v + 1) x stride_ + padding + u; and three rows of its horizontal 3-sums.
   std::vector<std::uint16_t> centreCells_;
   std::vector<std::uint16_t> rowSums_;
-  // The largest value of each accumulator row the box sums wrote last, rows
-  // maxFirst_..maxLast_ (none when first > last).
+  // The largest value of each accumulator row the box sums wrote last, rows maxRows_.
   std::vector<std::int16_t> rowMax_;
-  long maxFirst_ = 0;
-  long maxLast_ = -1;
+  RowSpan maxRows_{0, -1};
   // Accumulator rows summed together by the dense points.
   const long bandRows_;
   // The points of the vote at hand that add window rows (all points while the layers are
@@ -184,16 +188,12 @@ class ScatterVoter {
   enum class Layers { eUnchosen, eBoxSums, ePieces };
   Layers layers_ = Layers::eUnchosen;
   // Accumulator rows the last vote touched, rows the vote before left that are not yet
-  // cleared, and centre rows (v) the vote at hand touched; first > last when none. Rows
-  // outside these hold zeros.
-  long touchedFirst_;
-  long touchedLast_;
-  long staleFirst_;
-  long staleLast_;
+  // cleared, and centre rows (v) the vote at hand touched. Rows outside these hold zeros.
+  RowSpan touchedRows_;
+  RowSpan staleRows_;
   // Whether the vote at hand has added anything to the accumulator yet.
   bool added_ = false;
-  long centresFirst_;
-  long centresLast_;
+  RowSpan centreRows_;
 };
 
 }  // namespace detail

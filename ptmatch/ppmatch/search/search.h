@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "mvbase/geometry.h"
-#include "ppmatch/model.h"
+#include "ppmatch/internal.h"
 #include "ptmatch/ppmatch.h"
 #include "ptmatch/scorehashing.h"
 

@@ -26,8 +26,7 @@
 #include <utility>
 #include <vector>
 
-#include "ptmatch/gridcorr.h"
-#include "ptmatch/ppmatch.h"
+#include "ppmatch/internal.h"
 
 namespace {
 
@@ -168,27 +167,28 @@ void trainNestedMatcher(mvPointMatcher& nested, const std::vector<mvVector<2>>& 
 void mvPointMatcher::train(const mvPelBuffer_const<unsigned char>& image) {
   untrain();
   checkClientFromImage(image.clientFromImageXform());
-  patternTransform_ = image.clientFromImageXform();
+  Impl& state = *impl_;
+  state.patternTransform_ = image.clientFromImageXform();
 
   const SetPixels pixels(image);
   const FirstScan scan = countCells(pixels);
-  patternCellCount_ = scan.cellCount;
-  if (patternCellCount_ < kMinPatternCells) {
+  state.patternCellCount_ = scan.cellCount;
+  if (state.patternCellCount_ < kMinPatternCells) {
     throw mvPointMatcherDefs::InsufficientModelPoints(L"");
   }
 
-  gridCorresponder_ = trainedCorresponder(image, scan.staggered);
-  PatternCells list = listCells(pixels, patternCellCount_, patternTransform_);
-  patternCells_ = std::move(list.cells);
+  state.gridCorresponder_ = trainedCorresponder(image, scan.staggered);
+  PatternCells list = listCells(pixels, state.patternCellCount_, state.patternTransform_);
+  state.patternCells_ = std::move(list.cells);
 
-  nestedMatcher_ = std::make_unique<mvPointMatcher>();
-  trainNestedMatcher(*nestedMatcher_, list.points,
-                     isSparse(pixels, patternCellCount_, scan.staggered));
+  state.nestedMatcher_ = std::make_unique<mvPointMatcher>();
+  trainNestedMatcher(*state.nestedMatcher_, list.points,
+                     isSparse(pixels, state.patternCellCount_, scan.staggered));
 }
 
 const mvPelBuffer_const<unsigned char>& mvPointMatcher::pattern() const {
   if (isTrained() && trainMode() == mvPointMatcherDefs::ePointToGrid) {
-    return gridCorresponder_->pattern();
+    return impl_->gridCorresponder_->pattern();
   }
   throw mvPointMatcherDefs::NotTrained(L"");
 }

@@ -1,6 +1,6 @@
-// The working parts of one robust grid mapping: the bucket index over the points, the
-// lattice found in the data, the node table of the growth and the steps that use them.
-// Internal to the module.
+// Names shared by the robust grid mapper's source files: the working parts of one
+// mapping (the bucket index over the points, the lattice found in the data, the node table
+// of the growth) and the steps that use them.
 #pragma once
 
 #include <cstddef>
@@ -9,8 +9,7 @@
 #include "mvbase/geometry.h"
 #include "ptmatch/robustgrid.h"
 
-namespace ptmatch {
-namespace robustgrid {
+namespace ptmatch::detail::robustgrid {
 
 using Points = std::vector<mvVector<2>>;
 
@@ -126,5 +125,4 @@ void grow(const PointIndex& index, const Seed& seed, Growth& growth);
 /// pitch to shrink under perspective.
 NodeBounds tableBounds(const Points& points, const Seed& seed);
 
-}  // namespace robustgrid
-}  // namespace ptmatch
+}  // namespace ptmatch::detail::robustgrid

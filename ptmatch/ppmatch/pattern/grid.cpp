@@ -23,8 +23,8 @@
 #include <vector>
 
 #include "mvbase/timer.h"
-#include "ppmatch/model.h"
-#include "ppmatch/pattern_hits.h"
+#include "ppmatch/internal.h"
+#include "ppmatch/pattern/hits.h"
 #include "ppmatch/result_order.h"
 #include "ptmatch/gridcorr.h"
 #include "ptmatch/ppmatch.h"
@@ -123,9 +123,9 @@ double gridFitError(const mvPelBuffer_const<long>& labels, const mvXform<2>& mod
 
 }  // namespace
 
-void mvPointMatcher::runPtToGrid_(const std::vector<mvVector<2>>& dataPoints,
-                                  const mvPointMatcherRunParams& params,
-                                  mvPointMatcherResultSet& resultSet) const {
+void mvPointMatcher::Impl::runPtToGrid_(const std::vector<mvVector<2>>& dataPoints,
+                                        const mvPointMatcherRunParams& params,
+                                        mvPointMatcherResultSet& resultSet) const {
   mvTimer timer;
   resultSet.setTime_(0.0);
   resultSet.getResults_().clear();
@@ -138,9 +138,9 @@ void mvPointMatcher::runPtToGrid_(const std::vector<mvVector<2>>& dataPoints,
   resultSet.setTime_(timer.sec());
 }
 
-void mvPointMatcher::pointToGridMatching_(const std::vector<mvVector<2>>& dataPoints,
-                                          const mvPointMatcherRunParams& params,
-                                          mvPointMatcherResultSet& resultSet) const {
+void mvPointMatcher::Impl::pointToGridMatching_(const std::vector<mvVector<2>>& dataPoints,
+                                                const mvPointMatcherRunParams& params,
+                                                mvPointMatcherResultSet& resultSet) const {
   const mvPelBuffer_const<unsigned char>& pattern = gridCorresponder_->pattern();
   const mvPtToGridMapRunParams mapParams = gridMapParams(
       params, patternTransform_, pattern, gridCorresponder_->trainParams().staggered());

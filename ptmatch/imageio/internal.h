@@ -1,4 +1,5 @@
-// The image reader's shared steps and its per-format decoders.
+// Names shared by the image reader's source files: its size checks and its per-format
+// decoders.
 #pragma once
 
 #include <cstddef>
@@ -6,7 +7,7 @@
 
 #include "ptmatch/imageio.h"
 
-namespace ptmatch::imageio_detail {
+namespace ptmatch::detail::imageio {
 
 /// Throws BadFile with "name: problem".
 [[noreturn]] void refuse(const std::string& name, const std::string& problem);
@@ -23,4 +24,4 @@ mvGreyImage decodePng(const std::string& bytes, const std::string& name);
 mvGreyImage decodeTiff(const std::string& bytes, const std::string& name);
 mvGreyImage decodeJpeg(const std::string& bytes, const std::string& name);
 
-}  // namespace ptmatch::imageio_detail
+}  // namespace ptmatch::detail::imageio

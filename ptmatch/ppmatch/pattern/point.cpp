@@ -15,8 +15,8 @@
 // on other pixels, some are skipped).
 #include <vector>
 
-#include "ppmatch/model.h"
-#include "ppmatch/pattern_hits.h"
+#include "ppmatch/internal.h"
+#include "ppmatch/pattern/hits.h"
 #include "ptmatch/gridcorr.h"
 #include "ptmatch/ppmatch.h"
 
@@ -82,9 +82,9 @@ PatternHits hitsOf(const mvPointMatcherResult& inner, const std::vector<mvPair<l
 
 }  // namespace
 
-void mvPointMatcher::pointToPointMatching_(const std::vector<mvVector<2>>& dataPoints,
-                                           const mvPointMatcherRunParams& params,
-                                           mvPointMatcherResultSet& resultSet) const {
+void mvPointMatcher::Impl::pointToPointMatching_(const std::vector<mvVector<2>>& dataPoints,
+                                                 const mvPointMatcherRunParams& params,
+                                                 mvPointMatcherResultSet& resultSet) const {
   mvPointMatcherResultSet innerResults;
   nestedMatcher_->run(dataPoints, innerRunParams(params), innerResults);
 

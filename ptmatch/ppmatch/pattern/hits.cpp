@@ -1,4 +1,4 @@
-#include "ppmatch/pattern_hits.h"
+#include "ppmatch/pattern/hits.h"
 
 namespace ptmatch {
 namespace detail {

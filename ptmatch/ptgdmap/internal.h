@@ -1,6 +1,7 @@
-// The working context of one point-to-grid mapping: the grid description after the
-// staggered rewrite, the tolerances derived from it, the bucket grid over the points and
-// one record per point with its neighbour links. Created on entry, dropped on every exit.
+// Names shared by the grid mapper's source files: the working context of one
+// point-to-grid mapping (the grid description after the staggered rewrite, the tolerances
+// derived from it, the bucket grid over the points and one record per point with its
+// neighbour links; created on entry, dropped on every exit) and the steps that use it.
 #pragma once
 
 #include <cstddef>
@@ -10,8 +11,7 @@
 #include "mvbase/geometry.h"
 #include "ptmatch/ptgdmap.h"
 
-namespace ptmatch {
-namespace detail {
+namespace ptmatch::detail::ptgdmap {
 
 /// Module name in assertion and version reports.
 constexpr const char* kGridMapModule = "ptmatch/ptgdmap";
@@ -97,8 +97,13 @@ struct GridMapContext {
 void checkGridMapInput(const std::vector<mvVector<2>>& points,
                        const mvPtToGridMapRunParams& params);
 
-/// The caller's grid vectors, rewritten to the two diagonals when staggered.
+/// The caller's grid vectors, rewritten to the two diagonals when staggered
+/// (staggered.cpp).
 void setGridVectors(const mvPtToGridMapRunParams& params, GridMapContext& ctx);
+
+/// Rewrites assigned nodes (u, v) of the diagonal grid as (u - v, u + v), the indices in
+/// the staggered grid's own axes; unassigned entries keep their marker (staggered.cpp).
+void toStaggeredIndices(std::vector<mvPair<long>>& map);
 
 /// Derives the tolerances and directions and fills the bucket grid with one record per
 /// point. Returns false (context left without buckets) when no positive snap size can be
@@ -123,5 +128,4 @@ long chooseSeed(GridMapContext& ctx);
 long growFromSeed(GridMapContext& ctx, long seed, double thetaDegrees,
                   std::vector<mvPair<long>>& map);
 
-}  // namespace detail
-}  // namespace ptmatch
+}  // namespace ptmatch::detail::ptgdmap
