@@ -3,6 +3,7 @@
 // boundary pass and the ring pass pel by pel.
 #include <gtest/gtest.h>
 
+#include "common/expect_throw.h"
 #include "gridcorr/gridcorr_support.h"
 #include "ptmatch/gridcorr.h"
 
@@ -23,13 +24,11 @@ TEST(GridCorrTrain, ImageWithThreeSetPelsTrains) {
 
 TEST(GridCorrTrain, ImageWithTwoSetPelsThrowsInsufficientModelPoints) {
   mv_PointToGridCorresponder corresponder;
-  try {
-    corresponder.train(imageOf({"#..", "...", "..#"}), TrainParams());
-    FAIL() << "training with 2 set pels must throw";
-  } catch (const Defs::InsufficientModelPoints& e) {
-    EXPECT_TRUE(e.message().empty());
-    EXPECT_EQ(e.errorNumber(), 0x10005f06);
-  }
+  EXPECT_THROW_THAT((corresponder.train(imageOf({"#..", "...", "..#"}), TrainParams())),
+                    Defs::InsufficientModelPoints, [&](const Defs::InsufficientModelPoints& e) {
+                      EXPECT_TRUE(e.message().empty());
+                      EXPECT_EQ(e.errorNumber(), 0x10005f06);
+                    });
   EXPECT_FALSE(corresponder.isTrained());
 }
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "common/archive_bytes.h"
+#include "common/expect_throw.h"
 #include "ptmatch/matext.h"
 
 using namespace archive_bytes;
@@ -91,12 +92,8 @@ TEST(MatrixExt, IndicesOutsideTheMatrixFailThroughTheAssertion) {
 
 TEST(MatrixExt, AssertionNamesTheModule) {
   mvMatrixExt m(1, 1);
-  try {
-    m.element(5, 5, 0.0);
-    FAIL() << "no assertion";
-  } catch (const mvAssertionError& e) {
-    EXPECT_EQ(e.module(), "ptmatch/matext");
-  }
+  EXPECT_THROW_THAT(m.element(5, 5, 0.0), mvAssertionError,
+                    [&](const mvAssertionError& e) { EXPECT_EQ(e.module(), "ptmatch/matext"); });
 }
 
 TEST(MatrixExt, CopiesAreIndependent) {
@@ -320,12 +317,9 @@ TEST(MatrixExtArchive, OtherVersionsAreUnknown) {
   const std::vector<unsigned char> bytes =
       ByteWriter().u32(1101).u32(0).u32(0).u8(0).u32(0).bytes();
   mvMatrixExt m;
-  try {
-    loadInto(bytes, m);
-    FAIL() << "no error";
-  } catch (const mvArchive::UnknownVersion& e) {
-    EXPECT_EQ(e.file(), "ptmatch/matext");
-  }
+  EXPECT_THROW_THAT(
+      loadInto(bytes, m), mvArchive::UnknownVersion,
+      [&](const mvArchive::UnknownVersion& e) { EXPECT_EQ(e.file(), "ptmatch/matext"); });
 }
 
 TEST(MatrixExtArchive, SizesThatDisagreeWithTheElementsAreBadData) {

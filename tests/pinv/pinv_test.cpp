@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "common/archive_bytes.h"
+#include "common/expect_throw.h"
 #include "pinv/fitter_bytes.h"
 #include "ptmatch/pinv.h"
 
@@ -168,24 +169,18 @@ TEST(PsuedoInverseArchive, OtherVersionsAreUnknown) {
   std::vector<unsigned char> bytes = store(mvPsuedoInverse(1));
   bytes[0] = 0x4D;  // 1101
   mvPsuedoInverse loaded(1);
-  try {
-    loadInto(bytes, loaded);
-    FAIL() << "no error";
-  } catch (const mvArchive::UnknownVersion& e) {
-    EXPECT_EQ(e.file(), "ptmatch/pinv");
-  }
+  EXPECT_THROW_THAT(
+      loadInto(bytes, loaded), mvArchive::UnknownVersion,
+      [&](const mvArchive::UnknownVersion& e) { EXPECT_EQ(e.file(), "ptmatch/pinv"); });
 }
 
 TEST(PsuedoInverseArchive, UnknownMatrixVersionNamesTheMatrix) {
   std::vector<unsigned char> bytes = store(mvPsuedoInverse(1));
   bytes[4] = 0x4D;  // the matrix part's version becomes 1101
   mvPsuedoInverse loaded(1);
-  try {
-    loadInto(bytes, loaded);
-    FAIL() << "no error";
-  } catch (const mvArchive::UnknownVersion& e) {
-    EXPECT_EQ(e.file(), "ptmatch/matext");
-  }
+  EXPECT_THROW_THAT(
+      loadInto(bytes, loaded), mvArchive::UnknownVersion,
+      [&](const mvArchive::UnknownVersion& e) { EXPECT_EQ(e.file(), "ptmatch/matext"); });
 }
 
 TEST(PsuedoInverseArchive, MatrixAndRightHandSideOfDifferentSizesAreBadData) {

@@ -8,8 +8,8 @@
 #include <string>
 #include <typeinfo>
 
+#include "common/expect_throw.h"
 #include "mvbase/archive.h"
-#include "ppmatch/expect_message.h"
 #include "ppmatch/matcher_bytes.h"
 #include "ptmatch/ppmatch.h"
 
@@ -26,13 +26,10 @@ template <typename T>
 mvArchive::UnknownVersion unknownVersionOf(const Bytes& bytes) {
   mvMemoryArchive in(bytes);
   T value;
-  try {
-    in || value;
-  } catch (const mvArchive::UnknownVersion& e) {
-    return e;
-  }
-  ADD_FAILURE() << "no UnknownVersion";
-  return mvArchive::UnknownVersion();
+  mvArchive::UnknownVersion thrown;
+  EXPECT_THROW_THAT(in || value, mvArchive::UnknownVersion,
+                    [&](const mvArchive::UnknownVersion& e) { thrown = e; });
+  return thrown;
 }
 
 // The run parameters used by the layout tests: every field differs from its default.
@@ -102,13 +99,11 @@ TEST(MatcherErrors, MakeGivesAnEmptyMessage) {
 
 TEST(MatcherErrors, SuicideAndRethrowThrowsACopyByItsOwnType) {
   auto* e = new Defs::InsufficientModelPoints(L"few\n");
-  try {
-    e->suicideAndRethrow();
-    ADD_FAILURE() << "nothing thrown";
-  } catch (const Defs::InsufficientModelPoints& copy) {
-    EXPECT_EQ(copy.message(), L"few\n");
-    EXPECT_EQ(copy.errorNumber(), 0x10005f04);
-  }
+  EXPECT_THROW_THAT(e->suicideAndRethrow(), Defs::InsufficientModelPoints,
+                    [&](const Defs::InsufficientModelPoints& copy) {
+                      EXPECT_EQ(copy.message(), L"few\n");
+                      EXPECT_EQ(copy.errorNumber(), 0x10005f04);
+                    });
   mvException* base = new Defs::NotRun(L"not run\n");
   EXPECT_THROW(base->suicideAndRethrow(), Defs::NotRun);
   base = new Defs::BadParams(L"bad\n");
@@ -147,26 +142,22 @@ TEST(MatcherErrors, AnUnknownClassVersionNamesTheClass) {
     bytes[0] = 1;
     Defs::NotTrained e;
     mvMemoryArchive in(bytes);
-    try {
-      e.dispatchSerialize(in);
-      ADD_FAILURE() << "no UnknownVersion";
-    } catch (const mvArchive::UnknownVersion& u) {
-      EXPECT_EQ(u.file(), "mvPointMatcherDefs::NotTrained");
-      EXPECT_EQ(u.line(), 0);
-    }
+    EXPECT_THROW_THAT(e.dispatchSerialize(in), mvArchive::UnknownVersion,
+                      [&](const mvArchive::UnknownVersion& u) {
+                        EXPECT_EQ(u.file(), "mvPointMatcherDefs::NotTrained");
+                        EXPECT_EQ(u.line(), 0);
+                      });
   }
   {
     Bytes bytes = good;
     bytes[1] = 1;
     Defs::InsufficientModelPoints e;
     mvMemoryArchive in(bytes);
-    try {
-      e.dispatchSerialize(in);
-      ADD_FAILURE() << "no UnknownVersion";
-    } catch (const mvArchive::UnknownVersion& u) {
-      EXPECT_EQ(u.file(), "mvPointMatcherDefs::Errors");
-      EXPECT_EQ(u.line(), 0);
-    }
+    EXPECT_THROW_THAT(e.dispatchSerialize(in), mvArchive::UnknownVersion,
+                      [&](const mvArchive::UnknownVersion& u) {
+                        EXPECT_EQ(u.file(), "mvPointMatcherDefs::Errors");
+                        EXPECT_EQ(u.line(), 0);
+                      });
   }
 }
 

@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "common/expect_throw.h"
 #include "ppmatch/pattern_support.h"
 #include "ptmatch/ppmatch.h"
 
@@ -23,24 +24,10 @@ TEST(ReviewErrors, TheRootErrorRethrowsACopyOfItsOwnType) {
   auto* root = dynamic_cast<Defs::Errors*>(made.get());
   ASSERT_NE(root, nullptr);
   made.release();  // suicideAndRethrow destroys the object itself
-  try {
-    root->suicideAndRethrow();
-    ADD_FAILURE() << "nothing thrown";
-  } catch (const Defs::Errors& copy) {
-    EXPECT_EQ(copy.message(), L"");
-  } catch (const mvException&) {
-    ADD_FAILURE() << "the copy lost its type";
-  }
+  EXPECT_THROW_MESSAGE(root->suicideAndRethrow(), Defs::Errors, L"");
 
   mvException* withMessage = new Defs::Errors(L"root\n");
-  try {
-    withMessage->suicideAndRethrow();
-    ADD_FAILURE() << "nothing thrown";
-  } catch (const Defs::Errors& copy) {
-    EXPECT_EQ(copy.message(), L"root\n");
-  } catch (const mvException&) {
-    ADD_FAILURE() << "the copy lost its type";
-  }
+  EXPECT_THROW_MESSAGE(withMessage->suicideAndRethrow(), Defs::Errors, L"root\n");
 }
 
 // Image training creates the grid corresponder and lists the pattern cells before it

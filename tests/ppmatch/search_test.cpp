@@ -6,6 +6,7 @@
 #include <cmath>
 #include <limits>
 
+#include "common/expect_throw.h"
 #include "ppmatch/search_support.h"
 
 using namespace search_test;
@@ -343,13 +344,12 @@ TEST(QuantisedWeights, NegativeSumOf32768HalvesTheWeights) {
   mvPointMatcherResultSet results;
   EXPECT_NO_THROW(
       trainedMatcher(model, {1, 1, 1, -32768}).run(data, mvPointMatcherRunParams(), results));
-  try {
-    trainedMatcher(model, {1, 1, 1, -32769}).run(data, mvPointMatcherRunParams(), results);
-    FAIL() << "expected an assertion failure";
-  } catch (const mvAssertionError& e) {
-    EXPECT_EQ(e.module(), "ptmatch/ppmatch");
-    EXPECT_EQ(e.line(), 1394);
-  }
+  EXPECT_THROW_THAT(
+      (trainedMatcher(model, {1, 1, 1, -32769}).run(data, mvPointMatcherRunParams(), results)),
+      mvAssertionError, [&](const mvAssertionError& e) {
+        EXPECT_EQ(e.module(), "ptmatch/ppmatch");
+        EXPECT_EQ(e.line(), 1394);
+      });
 }
 
 TEST(QuantisedWeights, UnscaledNegativeWeightsUpTo32767KeepTheirVotes) {

@@ -6,6 +6,7 @@
 
 #include <vector>
 
+#include "common/expect_throw.h"
 #include "mvbase/attention.h"
 #include "mvbase/image.h"
 #include "ptmatch/gridcorr.h"
@@ -157,12 +158,9 @@ TEST(Ownership, ArchiveFailuresReleaseWhatLoadingAllocated) {
 TEST(Ownership, ExceptionsRethrownBySuicideAreReleased) {
   // suicideAndRethrow destroys the heap object it is called on and throws a copy.
   mvException* heap = new mvPointMatcherDefs::BadParams(L"gone\n");
-  try {
-    heap->suicideAndRethrow();
-    ADD_FAILURE() << "nothing was thrown";
-  } catch (const mvPointMatcherDefs::BadParams& e) {
-    EXPECT_EQ(messageOf(e), "gone\n");
-  }
+  EXPECT_THROW_THAT(
+      heap->suicideAndRethrow(), mvPointMatcherDefs::BadParams,
+      [&](const mvPointMatcherDefs::BadParams& e) { EXPECT_EQ(messageOf(e), "gone\n"); });
   mvException* other = new mvPtToGridMapDefs::BadInput();
   EXPECT_THROW(other->suicideAndRethrow(), mvPtToGridMapDefs::BadInput);
   mvException* tm = new mv2PtMatchTm::BadArgs();

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "common/expect_throw.h"
 #include "mvbase/archive.h"
 #include "mvbase/exception.h"
 #include "mvbase/geometry.h"
@@ -144,13 +145,10 @@ inline std::string messageOf(const mvException& e) { return mfNarrow(e.message()
 /// Expects the call to throw exactly E with the given message.
 template <typename E, typename F>
 void expectThrowsWithMessage(F call, const std::string& message) {
-  try {
-    call();
-    ADD_FAILURE() << "nothing was thrown";
-  } catch (const E& e) {
+  EXPECT_THROW_THAT(call(), E, [&](const E& e) {
     EXPECT_TRUE(typeid(e) == typeid(E)) << typeid(e).name();
     EXPECT_EQ(messageOf(e), message);
-  }
+  });
 }
 
 }  // namespace robustness

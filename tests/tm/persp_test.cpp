@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "common/archive_bytes.h"
+#include "common/expect_throw.h"
 #include "pinv/fitter_bytes.h"
 #include "ptmatch/tm.h"
 
@@ -248,12 +249,8 @@ TEST(PerspectiveTmArchive, OtherVersionsAreUnknown) {
   std::vector<unsigned char> bytes = store(mv2PTm());
   bytes[0] = 0x4D;
   mv2PTm loaded;
-  try {
-    loadInto(bytes, loaded);
-    FAIL() << "no error";
-  } catch (const mvArchive::UnknownVersion& e) {
-    EXPECT_EQ(e.file(), "ptmatch/tm");
-  }
+  EXPECT_THROW_THAT(loadInto(bytes, loaded), mvArchive::UnknownVersion,
+                    [&](const mvArchive::UnknownVersion& e) { EXPECT_EQ(e.file(), "ptmatch/tm"); });
 }
 
 TEST(PerspectiveTmArchive, AFitterOfAnotherSizeIsBadData) {

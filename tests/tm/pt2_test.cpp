@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "common/archive_bytes.h"
+#include "common/expect_throw.h"
 #include "ptmatch/tm.h"
 
 using namespace archive_bytes;
@@ -434,12 +435,8 @@ TEST(PtMatchTmArchive, OtherVersionsAreUnknown) {
   std::vector<unsigned char> bytes = store(mv2PtMatchTm(xformOf(2, 0, 0, 2, 0, 0)));
   bytes[0] = 0x4B;  // 1099
   mv2PtMatchTm loaded;
-  try {
-    loadInto(bytes, loaded);
-    FAIL() << "no error";
-  } catch (const mvArchive::UnknownVersion& e) {
-    EXPECT_EQ(e.file(), "ptmatch/tm");
-  }
+  EXPECT_THROW_THAT(loadInto(bytes, loaded), mvArchive::UnknownVersion,
+                    [&](const mvArchive::UnknownVersion& e) { EXPECT_EQ(e.file(), "ptmatch/tm"); });
   EXPECT_TRUE(loaded == mvXform<2>::I);
 }
 

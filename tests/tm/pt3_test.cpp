@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "common/archive_bytes.h"
+#include "common/expect_throw.h"
 #include "pinv/fitter_bytes.h"
 #include "ptmatch/tm.h"
 
@@ -243,12 +244,8 @@ TEST(PtMatchTm3Archive, OtherVersionsAreUnknown) {
   std::vector<unsigned char> bytes = store(mv3PtMatchTm());
   bytes[0] = 0x4D;
   mv3PtMatchTm loaded;
-  try {
-    loadInto(bytes, loaded);
-    FAIL() << "no error";
-  } catch (const mvArchive::UnknownVersion& e) {
-    EXPECT_EQ(e.file(), "ptmatch/tm");
-  }
+  EXPECT_THROW_THAT(loadInto(bytes, loaded), mvArchive::UnknownVersion,
+                    [&](const mvArchive::UnknownVersion& e) { EXPECT_EQ(e.file(), "ptmatch/tm"); });
 }
 
 TEST(PtMatchTm3Archive, FittersOfAnotherSizeAreBadData) {

@@ -1,6 +1,7 @@
 // The pictures: well-formed XML with the parts a reader looks for.
 #include <gtest/gtest.h>
 
+#include "common/expect_throw.h"
 #include "errors.h"
 #include "pictures.h"
 #include "svg.h"
@@ -111,10 +112,8 @@ TEST(GridPicture, LabelsEveryAssignedPointAndMarksTheOthers) {
 }
 
 TEST(Svg, SavingToAnUnwritablePlaceNamesTheFile) {
-  try {
-    SvgDocument(1, 1).save("/nonexistent/dir/p.svg");
-    FAIL();
-  } catch (const InputError& e) {
-    EXPECT_EQ(std::string(e.what()).rfind("cannot write /nonexistent/dir/p.svg", 0), 0u);
-  }
+  EXPECT_THROW_THAT(
+      SvgDocument(1, 1).save("/nonexistent/dir/p.svg"), InputError, [&](const InputError& e) {
+        EXPECT_EQ(std::string(e.what()).rfind("cannot write /nonexistent/dir/p.svg", 0), 0u);
+      });
 }
