@@ -314,4 +314,16 @@ TEST(GridCorrTrain, CopyIsIndependentOfLaterTraining) {
   EXPECT_EQ(probesOf(copy).size(), 3u);
 }
 
+// Training from node positions stores its parameters first, before it reads the first
+// node: an empty list fails its precondition with the new parameters already in place,
+// and the probes of the earlier training are left as they were.
+TEST(GridCorrTrain, TrainingFromNoNodesStoresTheParamsBeforeFailing) {
+  auto corresponder = trainedOn({"##", "#."}, Defs::ePointFeatures);
+  const TrainParams staggeredThick(true, Defs::eThickBoundaryFeatures);
+  EXPECT_THROW(corresponder.train(std::vector<mvPair<long>>(), staggeredThick, mvXform<2>::I),
+               mvAssertionError);
+  EXPECT_EQ(corresponder.trainParams(), staggeredThick);
+  EXPECT_EQ(probesOf(corresponder), (Probes{{0, 0, 1}, {1, 0, 1}, {0, 1, 1}}));
+}
+
 }  // namespace

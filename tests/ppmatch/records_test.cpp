@@ -135,6 +135,19 @@ TEST(MatcherErrors, AreWrittenOncePerArchive) {
   EXPECT_EQ(out.bytes().size(), once);
 }
 
+// The root of the family is registered and made like every other error, so rethrowing one
+// must keep its type: a handler of the family still catches the copy.
+TEST(MatcherErrors, TheRootErrorRethrowsACopyOfItsOwnType) {
+  std::unique_ptr<mvPersistent> made(mv_Instantiator::create("mvPointMatcherDefs::Errors"));
+  auto* root = dynamic_cast<Defs::Errors*>(made.get());
+  ASSERT_NE(root, nullptr);
+  made.release();  // suicideAndRethrow destroys the object itself
+  EXPECT_THROW_MESSAGE(root->suicideAndRethrow(), Defs::Errors, L"");
+
+  mvException* withMessage = new Defs::Errors(L"root\n");
+  EXPECT_THROW_MESSAGE(withMessage->suicideAndRethrow(), Defs::Errors, L"root\n");
+}
+
 TEST(MatcherErrors, AnUnknownClassVersionNamesTheClass) {
   const Bytes good = cat({u8(0), u8(0), u8(0), u8(0), le32(0)});
   {
