@@ -9,11 +9,14 @@
 
 #include "common/archive_bytes.h"
 #include "common/expect_throw.h"
+#include "common/transform_near.h"
 #include "ptmatch/ptgdmap.h"
 
 using namespace archive_bytes;
 
 namespace {
+
+using transform_near::isNear;
 
 constexpr long kU = mvPtToGridMapResult::kUnassigned;
 /// Transforms fitted to exact grids agree with the hand values to rounding.
@@ -60,17 +63,6 @@ mvPtToGridMapResult preparedResult() {
 
 const mvXform<2> kPreparedXform(mvMatrix<2>(1.0, 2.0, 3.0, 4.0), mvVector<2>(5.0, 6.0));
 
-void expectXformNear(const mvXform<2>& got, const mvXform<2>& want, double tol) {
-  for (long r = 0; r < 2; ++r) {
-    for (long c = 0; c < 2; ++c) {
-      EXPECT_NEAR(got.matrix().element(r, c), want.matrix().element(r, c), tol)
-          << "element " << r << c;
-    }
-  }
-  EXPECT_NEAR(got.trans().x(), want.trans().x(), tol);
-  EXPECT_NEAR(got.trans().y(), want.trans().y(), tol);
-}
-
 }  // namespace
 
 // --- the ordinary path, worked out by hand ---
@@ -96,8 +88,8 @@ TEST(GridMap, ExactLatticeMapsEachDotToItsNodeFromATrialDot) {
   }
   const mvVector<2> originPoint(10.0 * static_cast<double>(origin.x()),
                                 10.0 * static_cast<double>(origin.y()));
-  expectXformNear(result.grid2point(), mvXform<2>(mvMatrix<2>(10.0, 0.0, 0.0, 10.0), originPoint),
-                  kFitTolerance);
+  EXPECT_TRUE(isNear(result.grid2point(),
+                     mvXform<2>(mvMatrix<2>(10.0, 0.0, 0.0, 10.0), originPoint), kFitTolerance));
   EXPECT_GE(result.time(), 0.0);
 }
 
@@ -200,10 +192,10 @@ TEST(GridMap, PointsOnOneGridLineGetASimilarityFit) {
   EXPECT_TRUE(origin >= 0 && origin <= 2) << origin;
   for (long k = 0; k < 6; ++k) EXPECT_EQ(result.map()[k], mvPair<long>(k - origin, 0));
   // The similarity carries the second axis perpendicular to the first at the same scale.
-  expectXformNear(result.grid2point(),
-                  mvXform<2>(mvMatrix<2>(10.0, 0.0, 0.0, 10.0),
-                             mvVector<2>(50.0 + 10.0 * static_cast<double>(origin), 20.0)),
-                  kFitTolerance);
+  EXPECT_TRUE(isNear(result.grid2point(),
+                     mvXform<2>(mvMatrix<2>(10.0, 0.0, 0.0, 10.0),
+                                mvVector<2>(50.0 + 10.0 * static_cast<double>(origin), 20.0)),
+                     kFitTolerance));
 }
 
 // With one grid vector the final fit is a similarity too.
@@ -238,8 +230,8 @@ TEST(GridMap, StaggeredNodesComeBackInTheGridsOwnAxesWithEvenSums) {
   }
   const mvVector<2> originPoint(10.0 * static_cast<double>(origin.x()),
                                 10.0 * static_cast<double>(origin.y()));
-  expectXformNear(result.grid2point(), mvXform<2>(mvMatrix<2>(10.0, 0.0, 0.0, 10.0), originPoint),
-                  kFitTolerance);
+  EXPECT_TRUE(isNear(result.grid2point(),
+                     mvXform<2>(mvMatrix<2>(10.0, 0.0, 0.0, 10.0), originPoint), kFitTolerance));
 }
 
 // With snap size 6 a point in the middle of a cell lies 7.07 from every node: it is tested

@@ -10,6 +10,7 @@
 
 #include "common/archive_bytes.h"
 #include "common/expect_throw.h"
+#include "common/transform_near.h"
 #include "pinv/fitter_bytes.h"
 #include "ptmatch/tm.h"
 
@@ -17,6 +18,8 @@ using namespace archive_bytes;
 using fitter_bytes::emptyFitter;
 
 namespace {
+
+using transform_near::isNear;
 
 using Points = std::vector<mvVector<2>>;
 
@@ -26,8 +29,7 @@ constexpr double kTolerance = 1e-6;
 constexpr double kHalfPi = 1.5707963267948966;
 
 void expectNear(const mvVector<2>& actual, const mvVector<2>& expected) {
-  EXPECT_NEAR(actual.x(), expected.x(), kTolerance);
-  EXPECT_NEAR(actual.y(), expected.y(), kTolerance);
+  EXPECT_TRUE(isNear(actual, expected, kTolerance));
 }
 
 mvXform<2> xformOf(double a00, double a01, double a10, double a11, double tx, double ty) {
@@ -125,10 +127,7 @@ TEST(PerspectiveTm, FromAnAffineTransformMapsAsItDoes) {
     expectNear(perspective.b2a(p), tm.b2a(p));
   }
   const mvXform<2> back = perspective.a2bXform();
-  for (long r = 0; r < 2; ++r)
-    for (long c = 0; c < 2; ++c)
-      EXPECT_NEAR(back.matrix().element(r, c), affine.matrix().element(r, c), kTolerance);
-  expectNear(back.trans(), affine.trans());
+  EXPECT_TRUE(isNear(back, affine, kTolerance));
 }
 
 TEST(PerspectiveTm, AffineApproximationCarriesItsThirtySixPairs) {

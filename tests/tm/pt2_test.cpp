@@ -9,11 +9,14 @@
 
 #include "common/archive_bytes.h"
 #include "common/expect_throw.h"
+#include "common/transform_near.h"
 #include "ptmatch/tm.h"
 
 using namespace archive_bytes;
 
 namespace {
+
+using transform_near::isNear;
 
 using Points = std::vector<mvVector<2>>;
 
@@ -23,15 +26,11 @@ constexpr double kTolerance = 1e-9;
 constexpr double kHalfPi = 1.5707963267948966;
 
 void expectNear(const mvVector<2>& actual, const mvVector<2>& expected) {
-  EXPECT_NEAR(actual.x(), expected.x(), kTolerance);
-  EXPECT_NEAR(actual.y(), expected.y(), kTolerance);
+  EXPECT_TRUE(isNear(actual, expected, kTolerance));
 }
 
 void expectNear(const mvXform<2>& actual, const mvXform<2>& expected) {
-  for (long r = 0; r < 2; ++r)
-    for (long c = 0; c < 2; ++c)
-      EXPECT_NEAR(actual.matrix().element(r, c), expected.matrix().element(r, c), kTolerance);
-  expectNear(actual.trans(), expected.trans());
+  EXPECT_TRUE(isNear(actual, expected, kTolerance));
 }
 
 mvXform<2> xformOf(double a00, double a01, double a10, double a11, double tx, double ty) {

@@ -9,6 +9,7 @@
 
 #include "common/archive_bytes.h"
 #include "common/expect_throw.h"
+#include "common/transform_near.h"
 #include "pinv/fitter_bytes.h"
 #include "ptmatch/tm.h"
 
@@ -17,6 +18,8 @@ using fitter_bytes::emptyFitter;
 
 namespace {
 
+using transform_near::isNear;
+
 using Points = std::vector<mvVector<3>>;
 
 /// Fits and Gauss-Jordan inverses of well-conditioned transforms keep far more digits.
@@ -24,9 +27,7 @@ constexpr double kTolerance = 1e-9;
 constexpr double kHalfPi = 1.5707963267948966;
 
 void expectNear(const mvVector<3>& actual, const mvVector<3>& expected) {
-  EXPECT_NEAR(actual.x(), expected.x(), kTolerance);
-  EXPECT_NEAR(actual.y(), expected.y(), kTolerance);
-  EXPECT_NEAR(actual.z(), expected.z(), kTolerance);
+  EXPECT_TRUE(isNear(actual, expected, kTolerance));
 }
 
 /// b = M a + t with M = (2 1 0; 0 1 -1; 1 0 3) and t = (1, 2, 3).
