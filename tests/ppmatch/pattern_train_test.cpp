@@ -317,12 +317,7 @@ TEST(PatternCopy, CopiesRunLikeTheOriginal) {
 TEST(PatternArchive, AReloadedMatcherRunsLikeTheOriginal) {
   for (const Case& c : sparseAndDenseCases()) {
     mvPointMatcher original = trainedFrom(c.image);
-    mvMemoryArchive out;
-    out || original;
-    mvMemoryArchive in(out.bytes());
-    mvPointMatcher reloaded;
-    in || reloaded;
-    EXPECT_TRUE(in.atEnd());
+    const mvPointMatcher reloaded = archive_bytes::roundTrip(original);
 
     EXPECT_EQ(reloaded.trainMode(), Defs::ePointToGrid);
     expectSameState(original, reloaded);
