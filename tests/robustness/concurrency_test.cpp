@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "common/seeded_random.h"
 #include "mvbase/attention.h"
 #include "mvbase/image.h"
 #include "ptmatch/gridcorr.h"
@@ -27,11 +28,12 @@ constexpr int kThreads = 8;
 
 // A model of n points scattered over 200 x 200, at least 8 apart, from a fixed seed.
 Points scatteredModel(std::size_t n, unsigned seed) {
-  std::mt19937 random(seed);
-  std::uniform_real_distribution<double> coordinate(0.0, 200.0);
+  seeded_random::SeededRandom random(seed);
   Points points;
   while (points.size() < n) {
-    const mvVector<2> p(coordinate(random), coordinate(random));
+    const double x = random.uniform(0.0, 200.0);
+    const double y = random.uniform(0.0, 200.0);
+    const mvVector<2> p(x, y);
     bool farEnough = true;
     for (const mvVector<2>& q : points) farEnough = farEnough && (p - q).len() >= 8.0;
     if (farEnough) points.push_back(p);
@@ -42,11 +44,13 @@ Points scatteredModel(std::size_t n, unsigned seed) {
 // The model under a pose, with clutter mixed in, in shuffled order.
 Points dataFor(const Points& model, const mvXform<2>& pose, std::size_t clutter, unsigned seed) {
   Points data = transformed(pose, model);
-  std::mt19937 random(seed);
-  std::uniform_real_distribution<double> coordinate(-100.0, 400.0);
-  for (std::size_t k = 0; k < clutter; ++k)
-    data.emplace_back(coordinate(random), coordinate(random));
-  std::shuffle(data.begin(), data.end(), random);
+  seeded_random::SeededRandom random(seed);
+  for (std::size_t k = 0; k < clutter; ++k) {
+    const double x = random.uniform(-100.0, 400.0);
+    const double y = random.uniform(-100.0, 400.0);
+    data.emplace_back(x, y);
+  }
+  random.shuffle(data);
   return data;
 }
 
