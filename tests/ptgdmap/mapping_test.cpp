@@ -305,7 +305,6 @@ TEST(GridMap, ExceptionsOfTheTransformPassThroughAfterSettingTheTime) {
 namespace {
 
 constexpr double kPi = 3.141592653589793;
-constexpr long kU = mvPtToGridMapResult::kUnassigned;
 
 /// The point at distance r from `from` in the direction of `degrees`.
 mvVector<2> towards(const mvVector<2>& from, double r, double degrees) {
