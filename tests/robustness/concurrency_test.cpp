@@ -72,7 +72,7 @@ void expectSameResults(const mvPointMatcherResultSet& a, const mvPointMatcherRes
     if (x.runMode() == mvPointMatcherDefs::ePointToGrid) {
       mvPointMatcherResult cx = x;  // the archive operator takes a mutable object
       mvPointMatcherResult cy = y;
-      EXPECT_EQ(bytesOf(cx), bytesOf(cy));  // the grid-to-data image included
+      EXPECT_EQ(storeObject(cx), storeObject(cy));  // the grid-to-data image included
     } else {
       EXPECT_EQ(x.modelToDataMap(), y.modelToDataMap());
     }
@@ -377,7 +377,7 @@ TEST(Concurrency, LongPointSearchIsInterruptedFromAnotherThreadAndRunsAgain) {
   const Points model = scatteredModel(30, 5);
   mvPointMatcher matcher;
   matcher.train(model, mvPointMatcherDefs::eAutoDetect);
-  const Bytes before = bytesOf(matcher);
+  const Bytes before = storeObject(matcher);
   // Full rotation, scale 0.6 to 1.6 and a fine grid: hundreds of lattice steps.
   mvPointMatcherRunParams slow;
   slow.rotationUncertainty(mvAngleRange::FullRange());
@@ -388,7 +388,7 @@ TEST(Concurrency, LongPointSearchIsInterruptedFromAnotherThreadAndRunsAgain) {
   expectInterruptedFromAnotherThread(matcher, data, slow);
 
   // The same matcher runs again, as a matcher that was never interrupted does.
-  EXPECT_EQ(bytesOf(matcher), before);
+  EXPECT_EQ(storeObject(matcher), before);
   const Points quickData = dataFor(model, similarity(40, 30, 10, 1.0), 10, 10);
   const mvPointMatcherRunParams quick = searchParams(20, 0.0, 1);
   mvPointMatcherResultSet again;
@@ -406,7 +406,7 @@ TEST(Concurrency, LongExhaustiveSearchIsInterruptedFromAnotherThreadAndRunsAgain
   const Points model = scatteredModel(6, 3);
   mvPointMatcher matcher;
   matcher.train(model, mvPointMatcherDefs::eExhaustiveMode);
-  const Bytes before = bytesOf(matcher);
+  const Bytes before = storeObject(matcher);
   mvPointMatcherRunParams params;
   params.rotationUncertainty(mvAngleRange::FullRange());
   params.scaleUncertainty(mvRange(-0.5, 0.5));
@@ -414,7 +414,7 @@ TEST(Concurrency, LongExhaustiveSearchIsInterruptedFromAnotherThreadAndRunsAgain
   const Points data = dataFor(model, similarity(5, 5, 20, 1.0), 8, 12);
   expectInterruptedFromAnotherThread(matcher, data, params);
 
-  EXPECT_EQ(bytesOf(matcher), before);
+  EXPECT_EQ(storeObject(matcher), before);
   mvPointMatcherResultSet again;
   matcher.run(transformed(similarity(5, 5, 20, 1.0), model), params, again);
   ASSERT_FALSE(again.results().empty());

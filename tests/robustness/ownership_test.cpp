@@ -60,23 +60,23 @@ TEST(Ownership, AssignmentBetweenMatchersOfEveryKindCopiesTheSourcesParts) {
         // model points either way it is read back.
         continue;
       }
-      EXPECT_EQ(bytesOf(target), bytesOf(source)) << "source " << s << ", target " << t;
+      EXPECT_EQ(storeObject(target), storeObject(source)) << "source " << s << ", target " << t;
     }
   }
 }
 
 TEST(Ownership, SelfAssignmentAndChainedCopiesKeepTheMatcher) {
   for (mvPointMatcher& matcher : matchersOfEveryKind()) {
-    const Bytes before = bytesOf(matcher);
+    const Bytes before = storeObject(matcher);
     mvPointMatcher& alias = matcher;
     matcher = alias;
-    EXPECT_EQ(bytesOf(matcher), before);
+    EXPECT_EQ(storeObject(matcher), before);
     mvPointMatcher a(matcher);
     mvPointMatcher b;
     b = a;
     a.untrain();
     mvPointMatcher c(b);
-    EXPECT_EQ(bytesOf(c), before);
+    EXPECT_EQ(storeObject(c), before);
   }
 }
 
@@ -86,11 +86,11 @@ TEST(Ownership, CopiesAreIndependentOfTheirSource) {
   mvPointMatcher copy(source);
   mvPointMatcher assigned;
   assigned = source;
-  const Bytes before = bytesOf(copy);
+  const Bytes before = storeObject(copy);
   source.untrain();
   source.train(referenceModel(), mvPointMatcherDefs::eAutoDetect);
-  EXPECT_EQ(bytesOf(copy), before);
-  EXPECT_EQ(bytesOf(assigned), before);
+  EXPECT_EQ(storeObject(copy), before);
+  EXPECT_EQ(storeObject(assigned), before);
   EXPECT_EQ(copy.trainMode(), mvPointMatcherDefs::ePointToGrid);
 }
 
@@ -145,7 +145,7 @@ TEST(Ownership, EveryRunFailureReleasesItsWorkingMemory) {
 
 TEST(Ownership, ArchiveFailuresReleaseWhatLoadingAllocated) {
   for (mvPointMatcher& matcher : matchersOfEveryKind()) {
-    const Bytes good = bytesOf(matcher);
+    const Bytes good = storeObject(matcher);
     for (std::size_t n = 0; n < good.size(); n += 3) {
       mvPointMatcher target;
       EXPECT_THROW(
