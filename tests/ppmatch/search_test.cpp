@@ -380,7 +380,6 @@ using namespace search_test;
 
 namespace {
 
-const Points kTriangle{{0, 0}, {20, 0}, {7, 15}};
 const Points kQuadrangle{{0, 0}, {20, 0}, {7, 15}, {25, 22}};
 
 constexpr int kCopies = 12;
