@@ -4,11 +4,11 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <random>
 #include <vector>
 
 #include <benchmark/benchmark.h>
 
+#include "../tests/common/seeded_random.h"
 #include "ptmatch/ptgdmap.h"
 
 namespace {
@@ -17,8 +17,8 @@ constexpr double kPitch = 10.0;
 constexpr double kPi = 3.141592653589793;
 
 std::vector<mvVector<2>> spoiledGrid(long side, bool staggered) {
-  std::mt19937 rng(7);
-  std::uniform_real_distribution<double> unit(0.0, 1.0);
+  seeded_random::SeededRandom rng(7);
+  auto unit = [&rng] { return rng.uniform(); };
   const double a = 7.0 * kPi / 180.0;
   const double step = 1.05 * kPitch;
   const mvVector<2> ex(step * std::cos(a), step * std::sin(a));
@@ -28,19 +28,20 @@ std::vector<mvVector<2>> spoiledGrid(long side, bool staggered) {
   for (long j = 0; j < side; ++j) {
     for (long i = 0; i < side; ++i) {
       if (staggered && (i + j) % 2 != 0) continue;
-      if (unit(rng) < 0.2) continue;
-      const mvVector<2> noise((2.0 * unit(rng) - 1.0) * 0.1 * kPitch,
-                              (2.0 * unit(rng) - 1.0) * 0.1 * kPitch);
+      if (unit() < 0.2) continue;
+      const double dx = (2.0 * unit() - 1.0) * 0.1 * kPitch;
+      const double dy = (2.0 * unit() - 1.0) * 0.1 * kPitch;
+      const mvVector<2> noise(dx, dy);
       points.push_back(origin + ex * static_cast<double>(i) + ey * static_cast<double>(j) + noise);
     }
   }
   const std::size_t dots = points.size();
   for (std::size_t k = 0; k < dots / 5; ++k) {
-    const double u = unit(rng) * static_cast<double>(side - 1);
-    const double v = unit(rng) * static_cast<double>(side - 1);
+    const double u = unit() * static_cast<double>(side - 1);
+    const double v = unit() * static_cast<double>(side - 1);
     points.push_back(origin + ex * u + ey * v);
   }
-  std::shuffle(points.begin(), points.end(), rng);
+  rng.shuffle(points);
   return points;
 }
 

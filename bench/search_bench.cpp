@@ -4,9 +4,9 @@
 #include <benchmark/benchmark.h>
 
 #include <cmath>
-#include <random>
 #include <vector>
 
+#include "../tests/common/seeded_random.h"
 #include "ptmatch/ppmatch.h"
 
 namespace {
@@ -23,11 +23,13 @@ struct Scene {
 };
 
 Scene makeScene() {
-  std::mt19937 rng(12345u);
-  std::uniform_real_distribution<double> unit(0.0, 1.0);
+  seeded_random::SeededRandom rng(12345u);
+  auto unit = [&rng] { return rng.uniform(); };
   Scene s;
   while (static_cast<int>(s.model.size()) < kModelPoints) {
-    const mvVector<2> p(160.0 * unit(rng), 160.0 * unit(rng));
+    const double x = 160.0 * unit();
+    const double y = 160.0 * unit();
+    const mvVector<2> p(x, y);
     bool apart = true;
     for (const mvVector<2>& q : s.model) apart = apart && (p - q).len() >= 8.0;
     if (apart) s.model.push_back(p);
@@ -35,10 +37,14 @@ Scene makeScene() {
   const mvRadian angle = mvDegree(37.0);
   const mvXform<2> pose(mvVector<2>(300.0, 180.0), angle, angle, 1.06, 1.06);
   for (int i = 0; i < kKeptPoints; ++i) {
-    s.data.push_back(pose * s.model[i] + mvVector<2>(0.4 * unit(rng) - 0.2, 0.4 * unit(rng) - 0.2));
+    const double dx = 0.4 * unit() - 0.2;
+    const double dy = 0.4 * unit() - 0.2;
+    s.data.push_back(pose * s.model[i] + mvVector<2>(dx, dy));
   }
   while (static_cast<int>(s.data.size()) < kDataPoints) {
-    s.data.push_back(mvVector<2>(640.0 * unit(rng), 480.0 * unit(rng)));
+    const double x = 640.0 * unit();
+    const double y = 480.0 * unit();
+    s.data.push_back(mvVector<2>(x, y));
   }
   return s;
 }

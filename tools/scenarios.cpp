@@ -4,31 +4,14 @@
 #include <cstdint>
 #include <random>
 
+#include "../tests/common/seeded_random.h"
+
 namespace ptmatch::cli {
 
 namespace {
 
-// Uniform and normal numbers from the Mersenne twister's raw output, whose sequence the
-// standard fixes; the library distributions are not fixed across implementations.
-class DemoRandom {
- public:
-  explicit DemoRandom(std::uint32_t seed) : engine_(seed) {}
-  /// In (0, 1).
-  double uniform() { return (static_cast<double>(engine_()) + 0.5) / 4294967296.0; }
-  double uniform(double lo, double hi) { return lo + (hi - lo) * uniform(); }
-  /// Standard normal, by Box-Muller.
-  double normal() {
-    const double r = std::sqrt(-2.0 * std::log(uniform()));
-    return r * std::cos(2.0 * mvDegree::kPi * uniform());
-  }
-  /// A whole number in [0, n).
-  std::size_t below(std::size_t n) {
-    return static_cast<std::size_t>(uniform() * static_cast<double>(n)) % n;
-  }
-
- private:
-  std::mt19937 engine_;
-};
+// The seeded random numbers the tests and the benchmarks use too: the same scenes everywhere.
+using DemoRandom = seeded_random::SeededRandom;
 
 mvXform<2> similarity(double rotationDeg, double scale, const mvVector<2>& translation) {
   const mvRadian a = mvDegree(rotationDeg);
@@ -50,12 +33,6 @@ std::vector<mvVector<2>> fiducialModel() {
   const double tab[5][2] = {{48, 12}, {54, 12}, {60, 12}, {60, 18}, {60, 24}};
   for (const auto& p : tab) model.emplace_back(p[0], p[1]);
   return model;
-}
-
-// Fisher-Yates with DemoRandom, so the order is the same everywhere.
-template <typename T>
-void shuffle(std::vector<T>& items, DemoRandom& random) {
-  for (std::size_t i = items.size(); i > 1; --i) std::swap(items[i - 1], items[random.below(i)]);
 }
 
 }  // namespace
@@ -91,7 +68,7 @@ FiducialScenario makeFiducialScenario() {
     tagged.emplace_back(q, -1);
     ++c;
   }
-  shuffle(tagged, random);
+  random.shuffle(tagged);
   s.trueMap.assign(s.model.size(), -1);
   for (std::size_t d = 0; d < tagged.size(); ++d) {
     s.data.push_back(tagged[d].first);
@@ -124,7 +101,7 @@ GridScenario makeGridScenario() {
       tagged.emplace_back(p + noise, mvPair<long>(u, v));
     }
   }
-  shuffle(tagged, random);
+  random.shuffle(tagged);
   for (const auto& t : tagged) {
     s.points.push_back(t.first);
     s.trueNodes.push_back(t.second);

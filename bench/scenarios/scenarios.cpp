@@ -559,22 +559,6 @@ GridScenario makeGrid(const std::string& family, long index, Random& rng) {
 
 }  // namespace
 
-double Random::uniform() {
-  const std::uint64_t hi = engine_() >> 5;  // 27 bits
-  const std::uint64_t lo = engine_() >> 6;  // 26 bits
-  return static_cast<double>((hi << 26) | lo) * (1.0 / 9007199254740992.0);
-}
-
-long Random::between(long lo, long hi) {
-  return lo + std::min(hi - lo, static_cast<long>(uniform() * static_cast<double>(hi - lo + 1)));
-}
-
-double Random::normal() {
-  const double u = 1.0 - uniform();  // (0, 1]
-  const double v = uniform();
-  return std::sqrt(-2.0 * std::log(u)) * std::cos(2.0 * kPi * v);
-}
-
 const std::vector<std::string>& pointFamilies() {
   static const std::vector<std::string> families = {"clean",   "noise",     "clutter",
                                                     "missing", "partial",   "few",

@@ -41,6 +41,7 @@
 #include <string>
 #include <vector>
 
+#include "../../tests/common/seeded_random.h"
 #include "mvbase/geometry.h"
 #include "ptmatch/ppmatch.h"
 
@@ -48,33 +49,8 @@ namespace ptmatch_bench {
 
 using Points = std::vector<mvVector<2>>;
 
-/// Random numbers that come out the same everywhere: words of std::mt19937 (whose
-/// sequence the standard fixes) turned into doubles by this class's own formulas, since
-/// the standard library's distributions differ between implementations.
-class Random {
- public:
-  /// Seeds the generator.
-  explicit Random(std::uint32_t seed) : engine_(seed) {}
-  /// Uniform in [0, 1), 53 random bits.
-  double uniform();
-  /// Uniform in [lo, hi).
-  double uniform(double lo, double hi) { return lo + (hi - lo) * uniform(); }
-  /// Uniform whole number in [lo, hi].
-  long between(long lo, long hi);
-  /// Standard normal deviate (Box-Muller).
-  double normal();
-  /// Fisher-Yates shuffle of the given order.
-  template <typename T>
-  void shuffle(std::vector<T>& v) {
-    for (std::size_t i = v.size(); i > 1; --i) {
-      const std::size_t j = static_cast<std::size_t>(between(0, static_cast<long>(i) - 1));
-      std::swap(v[i - 1], v[j]);
-    }
-  }
-
- private:
-  std::mt19937 engine_;
-};
+/// The seeded random numbers the tests and the tool's demonstration use too.
+using Random = seeded_random::SeededRandom;
 
 /// The search ranges a scenario declares, as a user would state them for the part.
 struct SearchRanges {

@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "common/archive_bytes.h"
+#include "common/expect_throw.h"
 #include "mvbase/archive.h"
 
 using namespace archive_bytes;
@@ -171,13 +172,11 @@ TEST(ArchiveBaseTypes, PairIsVersionByteThenXY) {
 }
 
 TEST(ArchiveBaseTypes, PairWithNonZeroVersionIsUnknownVersionWithoutPlace) {
-  try {
-    load<mvPair<long>>(cat({{1}, le32(7), le32(8)}));
-    FAIL() << "no exception";
-  } catch (const mvArchive::UnknownVersion& e) {
-    EXPECT_EQ(e.file(), "");
-    EXPECT_EQ(e.line(), 0);
-  }
+  EXPECT_THROW_THAT((load<mvPair<long>>(cat({{1}, le32(7), le32(8)}))), mvArchive::UnknownVersion,
+                    [&](const mvArchive::UnknownVersion& e) {
+                      EXPECT_EQ(e.file(), "");
+                      EXPECT_EQ(e.line(), 0);
+                    });
 }
 
 TEST(ArchiveBaseTypes, RangeIsKindStartEnd) {
@@ -249,13 +248,11 @@ TEST(ArchiveVectors, LoadingReplacesTheOldElements) {
 }
 
 TEST(ArchiveVectors, NonZeroContainerVersionIsUnknownVersion) {
-  try {
-    load<std::vector<long>>(cat({{1}, le32(0)}));
-    FAIL() << "no exception";
-  } catch (const mvArchive::UnknownVersion& e) {
-    EXPECT_EQ(e.file(), "");
-    EXPECT_EQ(e.line(), 0);
-  }
+  EXPECT_THROW_THAT((load<std::vector<long>>(cat({{1}, le32(0)}))), mvArchive::UnknownVersion,
+                    [&](const mvArchive::UnknownVersion& e) {
+                      EXPECT_EQ(e.file(), "");
+                      EXPECT_EQ(e.line(), 0);
+                    });
 }
 
 TEST(ArchiveVectors, CorruptedCountIsBadDataBeforeAnyAllocation) {

@@ -7,6 +7,7 @@
 #include <string>
 #include <thread>
 
+#include "common/expect_throw.h"
 #include "mvbase/attention.h"
 
 namespace {
@@ -96,14 +97,10 @@ TEST_F(Attention, DeadlineMakesCheckThrowTimedOutOnceItHasPassed) {
 
 TEST_F(Attention, TimedOutNamesTheLimit) {
   mvAttention::Deadline limit(0.0);
-  try {
-    mvAttention::check();
-    FAIL() << "no TimedOut";
-  } catch (const mvAttention::TimedOut& e) {
-    EXPECT_EQ(std::string(e.what()),
-              "The run took longer than its time limit of 0 s; allow more time or make the "
-              "search smaller.");
-  }
+  EXPECT_THROW_MESSAGE(
+      mvAttention::check(), mvAttention::TimedOut,
+      "The run took longer than its time limit of 0 s; allow more time or make the "
+      "search smaller.");
 }
 
 TEST_F(Attention, DeadlineEndsWithItsScopeAndNestedOnesKeepTheEarliest) {

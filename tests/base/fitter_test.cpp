@@ -5,9 +5,12 @@
 #include <cmath>
 #include <random>
 
+#include "common/transform_near.h"
 #include "mvbase/fitter.h"
 
 namespace {
+
+using transform_near::isNear;
 
 // Recovering a transform from exact data loses only a few units in the last place of
 // coordinates of size about 10.
@@ -25,15 +28,7 @@ mvLSPointToPointFitter fitterFor(const mvXform<2>& truth, const std::vector<mvVe
 }
 
 void expectSameXform(const mvXform<2>& actual, const mvXform<2>& expected) {
-  for (long r = 0; r < 2; ++r) {
-    for (long c = 0; c < 2; ++c) {
-      EXPECT_NEAR(actual.matrix().element(r, c), expected.matrix().element(r, c),
-                  kRecoveryTolerance)
-          << "element " << r << "," << c;
-    }
-  }
-  EXPECT_NEAR(actual.trans().x(), expected.trans().x(), kRecoveryTolerance);
-  EXPECT_NEAR(actual.trans().y(), expected.trans().y(), kRecoveryTolerance);
+  EXPECT_TRUE(isNear(actual, expected, kRecoveryTolerance));
 }
 
 double sumOfSquares(const mvXform<2>& x, const std::vector<mvVector<2>>& first,

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "common/archive_bytes.h"
+#include "common/expect_throw.h"
 #include "mvbase/image.h"
 
 using namespace archive_bytes;
@@ -102,12 +103,8 @@ TEST(PelBuffer, GetOutsideTheWindowIsAnAssertion) {
   EXPECT_THROW(image.get(10, 23), mvAssertionError);
   EXPECT_THROW(image.get(9, 20), mvAssertionError);
   EXPECT_THROW(image.put(10, 19, 1), mvAssertionError);
-  try {
-    image.get(-1, -1);
-    FAIL() << "no exception";
-  } catch (const mvAssertionError& e) {
-    EXPECT_EQ(e.module(), "mvbase/image");
-  }
+  EXPECT_THROW_THAT(image.get(-1, -1), mvAssertionError,
+                    [&](const mvAssertionError& e) { EXPECT_EQ(e.module(), "mvbase/image"); });
 }
 
 TEST(PelBuffer, UnboundGetIsAnAssertion) {
@@ -324,12 +321,7 @@ TEST(PelArchive, RoundTripKeepsPelsOffsetAndXform) {
   image.put(2, 1, -100000);
   image.offset(mvPair<long>(-5, 6));
   image.clientFromImageXform(mvXform<2>(mvMatrix<2>(2.0, 0.0, 0.0, 2.0), mvVector<2>(1.0, 0.0)));
-  mvMemoryArchive out;
-  out || image;
-  mvPelBuffer<long> loaded;
-  mvMemoryArchive in(out.bytes());
-  in || loaded;
-  EXPECT_TRUE(in.atEnd());
+  const mvPelBuffer<long> loaded = roundTrip(image);
   EXPECT_EQ(loaded.size(), image.size());
   EXPECT_EQ(loaded.offset(), image.offset());
   EXPECT_EQ(loaded.clientFromImageXform(), image.clientFromImageXform());

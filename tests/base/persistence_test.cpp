@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "common/archive_bytes.h"
+#include "common/expect_throw.h"
 #include "mvbase/archive.h"
 #include "mvbase/attention.h"
 #include "mvbase/exception.h"
@@ -173,12 +174,8 @@ TEST(Exceptions, SuicideAndRethrowThrowsACopyOfTheMostDerivedClass) {
   EXPECT_THROW(e->suicideAndRethrow(), mvArchive::UnknownVersion);  // and e is gone
 
   mvException* math = new mvMathError(L"m");
-  try {
-    math->suicideAndRethrow();
-    FAIL() << "no exception";
-  } catch (const mvMathError& thrown) {
-    EXPECT_EQ(thrown.text(), L"m");
-  }
+  EXPECT_THROW_THAT(math->suicideAndRethrow(), mvMathError,
+                    [&](const mvMathError& thrown) { EXPECT_EQ(thrown.text(), L"m"); });
 }
 
 // --- assertions ---
@@ -186,15 +183,13 @@ TEST(Exceptions, SuicideAndRethrowThrowsACopyOfTheMostDerivedClass) {
 TEST(Assertions, APassingCheckDoesNothing) { EXPECT_NO_THROW(mvAssert(1 + 1 == 2, "tests", 1)); }
 
 TEST(Assertions, AFailingCheckNamesExpressionModuleAndLine) {
-  try {
-    mvAssert(1 + 1 == 3, "ptmatch/tm", 1394);
-    FAIL() << "no exception";
-  } catch (const mvAssertionError& e) {
-    EXPECT_EQ(e.expression(), "1 + 1 == 3");
-    EXPECT_EQ(e.module(), "ptmatch/tm");
-    EXPECT_EQ(e.line(), 1394);
-    EXPECT_EQ(e.message(), L"Assertion failed: 1 + 1 == 3 (ptmatch/tm, line 1394)");
-  }
+  EXPECT_THROW_THAT(
+      mvAssert(1 + 1 == 3, "ptmatch/tm", 1394), mvAssertionError, [&](const mvAssertionError& e) {
+        EXPECT_EQ(e.expression(), "1 + 1 == 3");
+        EXPECT_EQ(e.module(), "ptmatch/tm");
+        EXPECT_EQ(e.line(), 1394);
+        EXPECT_EQ(e.message(), L"Assertion failed: 1 + 1 == 3 (ptmatch/tm, line 1394)");
+      });
 }
 
 TEST(Assertions, AFailingCheckIsAnMvException) {
@@ -262,20 +257,16 @@ TEST(ExceptionPersistence, EveryRegisteredErrorRoundTrips) {
 TEST(ExceptionPersistence, UnknownClassVersionNamesTheClass) {
   mvMathError e;
   mvMemoryArchive in(cat({{1}, {0, 0}, le32(0)}));
-  try {
-    e.dispatchSerialize(in);
-    FAIL() << "no exception";
-  } catch (const mvArchive::UnknownVersion& error) {
-    EXPECT_EQ(error.file(), "mvMathError");
-    EXPECT_EQ(error.line(), 0);
-  }
+  EXPECT_THROW_THAT(e.dispatchSerialize(in), mvArchive::UnknownVersion,
+                    [&](const mvArchive::UnknownVersion& error) {
+                      EXPECT_EQ(error.file(), "mvMathError");
+                      EXPECT_EQ(error.line(), 0);
+                    });
   mvMemoryArchive in2(cat({{0}, {3}, {0}, le32(0)}));
-  try {
-    e.dispatchSerialize(in2);
-    FAIL() << "no exception";
-  } catch (const mvArchive::UnknownVersion& error) {
-    EXPECT_EQ(error.file(), "mvExceptionWithString");
-  }
+  EXPECT_THROW_THAT(e.dispatchSerialize(in2), mvArchive::UnknownVersion,
+                    [&](const mvArchive::UnknownVersion& error) {
+                      EXPECT_EQ(error.file(), "mvExceptionWithString");
+                    });
 }
 
 TEST(ExceptionPersistence, TruncatedMessageIsAnArchiveError) {

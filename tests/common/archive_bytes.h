@@ -167,6 +167,13 @@ T load(const Bytes& bytes, T start = T()) {
   return start;
 }
 
+/// What a reader of the archive gets back: value stored through a memory archive and the
+/// bytes loaded over start. Bytes left over throw mvArchive::BadData.
+template <typename T>
+T roundTrip(T value, T start = T()) {
+  return load(store(std::move(value)), std::move(start));
+}
+
 // --- persisted errors ---
 
 /// The bytes of an error's persisted form.
@@ -183,6 +190,17 @@ std::unique_ptr<E> created(const std::string& name) {
   E* e = dynamic_cast<E*>(p.get());
   if (e != nullptr) p.release();
   return std::unique_ptr<E>(e);
+}
+
+/// An error stored through its persisted form and loaded back into a fresh E; bytes left
+/// over throw mvArchive::BadData.
+template <typename E>
+E roundTripError(E& error) {
+  mvMemoryArchive in(storeError(error));
+  E copy;
+  copy.dispatchSerialize(in);
+  if (!in.atEnd()) throw mvArchive::BadData(L"bytes left over");
+  return copy;
 }
 
 }  // namespace archive_bytes

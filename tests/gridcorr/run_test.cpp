@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "common/expect_throw.h"
 #include "gridcorr/gridcorr_support.h"
 #include "ptmatch/gridcorr.h"
 
@@ -253,12 +254,8 @@ TEST(GridCorrRun, UntrainedRunIsAnAssertionFailure) {
 
   auto untrained = trainedOn(kModel, Defs::eBoundaryFeatures);
   untrained.untrain();
-  try {
-    untrained.run(nodesOf(kModel), RunParams(), results);
-    FAIL() << "an untrained run must throw";
-  } catch (const mvAssertionError& e) {
-    EXPECT_EQ(e.module(), "ptmatch/gridcorr");
-  }
+  EXPECT_THROW_THAT(untrained.run(nodesOf(kModel), RunParams(), results), mvAssertionError,
+                    [&](const mvAssertionError& e) { EXPECT_EQ(e.module(), "ptmatch/gridcorr"); });
 }
 
 TEST(GridCorrRun, MaxNumResultsBelowOneIsAnAssertionFailure) {

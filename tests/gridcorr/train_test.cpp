@@ -3,6 +3,7 @@
 // boundary pass and the ring pass pel by pel.
 #include <gtest/gtest.h>
 
+#include "common/expect_throw.h"
 #include "gridcorr/gridcorr_support.h"
 #include "ptmatch/gridcorr.h"
 
@@ -23,13 +24,11 @@ TEST(GridCorrTrain, ImageWithThreeSetPelsTrains) {
 
 TEST(GridCorrTrain, ImageWithTwoSetPelsThrowsInsufficientModelPoints) {
   mv_PointToGridCorresponder corresponder;
-  try {
-    corresponder.train(imageOf({"#..", "...", "..#"}), TrainParams());
-    FAIL() << "training with 2 set pels must throw";
-  } catch (const Defs::InsufficientModelPoints& e) {
-    EXPECT_TRUE(e.message().empty());
-    EXPECT_EQ(e.errorNumber(), 0x10005f06);
-  }
+  EXPECT_THROW_THAT((corresponder.train(imageOf({"#..", "...", "..#"}), TrainParams())),
+                    Defs::InsufficientModelPoints, [&](const Defs::InsufficientModelPoints& e) {
+                      EXPECT_TRUE(e.message().empty());
+                      EXPECT_EQ(e.errorNumber(), 0x10005f06);
+                    });
   EXPECT_FALSE(corresponder.isTrained());
 }
 
@@ -313,6 +312,18 @@ TEST(GridCorrTrain, CopyIsIndependentOfLaterTraining) {
   original.untrain();
   EXPECT_TRUE(copy.isTrained());
   EXPECT_EQ(probesOf(copy).size(), 3u);
+}
+
+// Training from node positions stores its parameters first, before it reads the first
+// node: an empty list fails its precondition with the new parameters already in place,
+// and the probes of the earlier training are left as they were.
+TEST(GridCorrTrain, TrainingFromNoNodesStoresTheParamsBeforeFailing) {
+  auto corresponder = trainedOn({"##", "#."}, Defs::ePointFeatures);
+  const TrainParams staggeredThick(true, Defs::eThickBoundaryFeatures);
+  EXPECT_THROW(corresponder.train(std::vector<mvPair<long>>(), staggeredThick, mvXform<2>::I),
+               mvAssertionError);
+  EXPECT_EQ(corresponder.trainParams(), staggeredThick);
+  EXPECT_EQ(probesOf(corresponder), (Probes{{0, 0, 1}, {1, 0, 1}, {0, 1, 1}}));
 }
 
 }  // namespace

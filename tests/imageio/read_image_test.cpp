@@ -1,6 +1,7 @@
 // Reading grey images: every format and depth, colour to grey, and refused files.
 #include <gtest/gtest.h>
 
+#include "common/expect_throw.h"
 #include "imageio/writers.h"
 #include "ptmatch/imageio.h"
 
@@ -22,12 +23,7 @@ void expectRamp(const mvPelBuffer<T>& image, unsigned k) {
 
 // The message of the error that decoding the bytes throws, or "" when none.
 std::string problem(const std::string& bytes) {
-  try {
-    mfDecodeImage(bytes, "f.img");
-  } catch (const mvImageFileDefs::BadFile& e) {
-    return e.what();
-  }
-  return "";
+  return expect_throw::whatOf<mvImageFileDefs::BadFile>([&] { mfDecodeImage(bytes, "f.img"); });
 }
 
 bool supports(const std::string& format) {
@@ -79,12 +75,8 @@ TEST(ImageFiles, UnknownMissingAndEmptyFilesAreNamed) {
       problem("GIF89a").rfind("f.img: not an image file of a known kind (this build reads pgm", 0),
       0u);
   EXPECT_EQ(problem("").rfind("f.img: not an image file", 0), 0u);
-  try {
-    mfReadImage("/nonexistent/x.png");
-    FAIL();
-  } catch (const mvImageFileDefs::BadFile& e) {
-    EXPECT_STREQ(e.what(), "/nonexistent/x.png: cannot open the file");
-  }
+  EXPECT_THROW_MESSAGE(mfReadImage("/nonexistent/x.png"), mvImageFileDefs::BadFile,
+                       "/nonexistent/x.png: cannot open the file");
 }
 
 #ifdef PTMATCH_HAVE_PNG

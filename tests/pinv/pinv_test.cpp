@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "common/archive_bytes.h"
+#include "common/expect_throw.h"
 #include "pinv/fitter_bytes.h"
 #include "ptmatch/pinv.h"
 
@@ -168,24 +169,18 @@ TEST(PsuedoInverseArchive, OtherVersionsAreUnknown) {
   std::vector<unsigned char> bytes = store(mvPsuedoInverse(1));
   bytes[0] = 0x4D;  // 1101
   mvPsuedoInverse loaded(1);
-  try {
-    loadInto(bytes, loaded);
-    FAIL() << "no error";
-  } catch (const mvArchive::UnknownVersion& e) {
-    EXPECT_EQ(e.file(), "ptmatch/pinv");
-  }
+  EXPECT_THROW_THAT(
+      loadInto(bytes, loaded), mvArchive::UnknownVersion,
+      [&](const mvArchive::UnknownVersion& e) { EXPECT_EQ(e.file(), "ptmatch/pinv"); });
 }
 
 TEST(PsuedoInverseArchive, UnknownMatrixVersionNamesTheMatrix) {
   std::vector<unsigned char> bytes = store(mvPsuedoInverse(1));
   bytes[4] = 0x4D;  // the matrix part's version becomes 1101
   mvPsuedoInverse loaded(1);
-  try {
-    loadInto(bytes, loaded);
-    FAIL() << "no error";
-  } catch (const mvArchive::UnknownVersion& e) {
-    EXPECT_EQ(e.file(), "ptmatch/matext");
-  }
+  EXPECT_THROW_THAT(
+      loadInto(bytes, loaded), mvArchive::UnknownVersion,
+      [&](const mvArchive::UnknownVersion& e) { EXPECT_EQ(e.file(), "ptmatch/matext"); });
 }
 
 TEST(PsuedoInverseArchive, MatrixAndRightHandSideOfDifferentSizesAreBadData) {
@@ -201,4 +196,31 @@ TEST(PsuedoInverseArchive, MatrixAndRightHandSideOfDifferentSizesAreBadData) {
   EXPECT_THROW(loadInto(bytes, loaded), mvArchive::BadData);
   EXPECT_EQ(loaded.numParams(), 1);
   EXPECT_EQ(loaded.rows(), 1);
+}
+
+// The fitter's solve goes through the decomposition's pivot habits unguarded: a singular
+// normal matrix without a zero row still gives an answer, the one they dictate.
+TEST(PsuedoInverseSolve, ProportionalCoefficientsSolveThroughTheRememberedPivotRow) {
+  // Observations (1, 2) -> 1 and (2, 4) -> 2 sum to the normal matrix (5 10; 10 20) and
+  // the right-hand side (5, 10). Both rows scale to 0.5 in column 0, so row 0 (the first)
+  // is the pivot and the multiplier below it is 10 / 5 = 2. Column 1 leaves
+  // 20 - 2 * 10 = 0 as its only candidate, so the remembered row 0 is kept and rows 1 and
+  // 0 are exchanged: the factors become (2 0; 5 10) with indx (0, 0). The forward pass
+  // turns b into (10, 5 - 5 * 10) = (10, -45); back-substitution gives -45 / 10 = -4.5
+  // and (10 - 0 * -4.5) / 2 = 5.
+  mvPsuedoInverse fitter(2);
+  fitter.update({1, 2}, 1);
+  fitter.update({2, 4}, 2);
+  EXPECT_EQ(fitter.fit(), (std::vector<double>{5.0, -4.5}));
+}
+
+TEST(PsuedoInverse, ResizingToTheSameCountStillEmptiesTheSums) {
+  mvPsuedoInverse fitter(2);
+  fitter.update({1, 0}, 3);
+  fitter.update({0, 1}, 4);
+  fitter.resize(2);
+  EXPECT_EQ(fitter.numParams(), 2);
+  for (long r = 0; r < 2; ++r)
+    for (long c = 0; c < 2; ++c) EXPECT_EQ(fitter.element(r, c), 0.0);
+  EXPECT_THROW(fitter.fit(), mvMatrixExt::SingularMatrix);
 }

@@ -8,12 +8,15 @@
 #include <limits>
 #include <vector>
 
+#include "common/transform_near.h"
 #include "mvbase/archive.h"
 #include "mvbase/attention.h"
 #include "ppmatch/matcher_bytes.h"
 #include "ptmatch/ppmatch.h"
 
 namespace {
+
+using transform_near::isNear;
 
 using Defs = mvPointMatcherDefs;
 using Points = std::vector<mvVector<2>>;
@@ -77,12 +80,7 @@ std::vector<mvPointMatcherResult> run(const mvPointMatcher& m, const Points& dat
 
 void expectPose(const mvXform<2>& pose, double a00, double a01, double a10, double a11, double tx,
                 double ty) {
-  EXPECT_NEAR(pose.matrix().element(0, 0), a00, kTol);
-  EXPECT_NEAR(pose.matrix().element(0, 1), a01, kTol);
-  EXPECT_NEAR(pose.matrix().element(1, 0), a10, kTol);
-  EXPECT_NEAR(pose.matrix().element(1, 1), a11, kTol);
-  EXPECT_NEAR(pose.trans().x(), tx, kTol);
-  EXPECT_NEAR(pose.trans().y(), ty, kTol);
+  EXPECT_TRUE(isNear(pose, mvXform<2>(mvMatrix<2>(a00, a01, a10, a11), mvVector<2>(tx, ty)), kTol));
 }
 
 void expectTranslation(const mvXform<2>& pose, double tx, double ty) {

@@ -15,10 +15,10 @@
 #include <vector>
 
 #include "common/archive_bytes.h"
+#include "common/expect_throw.h"
 #include "mvbase/archive.h"
 #include "mvbase/geometry.h"
 #include "mvbase/image.h"
-#include "ppmatch/expect_message.h"
 #include "ptmatch/gridcorr.h"
 #include "ptmatch/ppmatch.h"
 

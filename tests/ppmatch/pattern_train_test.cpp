@@ -317,12 +317,7 @@ TEST(PatternCopy, CopiesRunLikeTheOriginal) {
 TEST(PatternArchive, AReloadedMatcherRunsLikeTheOriginal) {
   for (const Case& c : sparseAndDenseCases()) {
     mvPointMatcher original = trainedFrom(c.image);
-    mvMemoryArchive out;
-    out || original;
-    mvMemoryArchive in(out.bytes());
-    mvPointMatcher reloaded;
-    in || reloaded;
-    EXPECT_TRUE(in.atEnd());
+    const mvPointMatcher reloaded = archive_bytes::roundTrip(original);
 
     EXPECT_EQ(reloaded.trainMode(), Defs::ePointToGrid);
     expectSameState(original, reloaded);
@@ -332,6 +327,33 @@ TEST(PatternArchive, AReloadedMatcherRunsLikeTheOriginal) {
     ASSERT_EQ(expected.results().size(), 1u);
     expectSameResults(expected, actual);
   }
+}
+
+// Image training creates the grid corresponder and lists the pattern cells before it
+// trains the nested matcher; when that last step fails, its error passes out and what was
+// set before stays, so the matcher is partly trained: it has its corresponder (and so
+// reports ePointToGrid and gives its pattern back) and its cells.
+//
+// Three dots at x = 0, 2, 4 of a 5 x 1 image are staggered (no edge neighbours) and sparse
+// (fewer than 10), so a nested matcher is trained from their client positions. A pitch of
+// 1e308 makes (2, 0) and (4, 0) land on +infinity, which point training refuses.
+TEST(PatternTraining, AFailingNestedTrainingLeavesTheMatcherPartlyTrained) {
+  const mvXform<2> hugePitch(mvMatrix<2>(1e308, 0, 0, 1e308), mvVector<2>(0, 0));
+  const mvPelBuffer<unsigned char> image = dotImage(5, 1, {{0, 0}, {2, 0}, {4, 0}}, hugePitch);
+  mvPointMatcher m;
+  EXPECT_THROW(m.train(image), Defs::BadParams);
+
+  EXPECT_TRUE(m.isTrained());
+  EXPECT_EQ(m.trainMode(), Defs::ePointToGrid);
+  EXPECT_EQ(m.pattern().width(), 5);
+  EXPECT_EQ(m.pattern().height(), 1);
+  const PatternState s = readPatternState(m);
+  EXPECT_TRUE(s.hasCorresponder);
+  EXPECT_EQ(s.cellCount, 3);
+  EXPECT_EQ(s.cells, (Cells{{0, 0}, {2, 0}, {4, 0}}));
+  EXPECT_EQ(s.transform, hugePitch);
+  EXPECT_TRUE(s.hasNested) << "created before its training failed";
+  EXPECT_FALSE(s.nested.isTrained());
 }
 
 }  // namespace

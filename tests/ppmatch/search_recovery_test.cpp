@@ -6,10 +6,10 @@
 
 #include <algorithm>
 #include <cmath>
-#include <random>
 #include <set>
 #include <vector>
 
+#include "common/seeded_random.h"
 #include "ppmatch/search_support.h"
 
 using namespace search_test;
@@ -28,6 +28,8 @@ struct Ranges {
   double scaleLo, scaleHi;        // relative
 };
 
+using Random = seeded_random::SeededRandom;
+
 struct Scene {
   Points model;
   std::vector<long> weights;
@@ -36,12 +38,13 @@ struct Scene {
   std::vector<long> partner;  // data index of each model point, -1 when missing
 };
 
-Points randomModel(std::mt19937& rng, int n) {
+Points randomModel(Random& rng, int n) {
   const double side = std::sqrt(static_cast<double>(n)) * 2.0 * kMinSpacing;
-  std::uniform_real_distribution<double> coordinate(0.0, side);
   Points model;
   while (static_cast<int>(model.size()) < n) {
-    const mvVector<2> p(coordinate(rng), coordinate(rng));
+    const double x = rng.uniform(0.0, side);
+    const double y = rng.uniform(0.0, side);
+    const mvVector<2> p(x, y);
     bool apart = true;
     for (const mvVector<2>& q : model) apart = apart && (p - q).len() >= kMinSpacing;
     if (apart) model.push_back(p);
@@ -61,20 +64,21 @@ double closestSpacing(const Points& points) {
 
 // Outliers keep half the model's closest spacing (two capture ranges) away from every
 // projected model point, so that no model point can explain them.
-Scene randomScene(std::mt19937& rng, const Ranges& ranges) {
+Scene randomScene(Random& rng, const Ranges& ranges) {
   Scene s;
-  s.model = randomModel(rng, std::uniform_int_distribution<int>(10, 100)(rng));
+  s.model = randomModel(rng, static_cast<int>(rng.between(10, 100)));
   const int n = static_cast<int>(s.model.size());
-  std::uniform_real_distribution<double> uniform(0.0, 1.0);
-  auto between = [&](double lo, double hi) { return lo + (hi - lo) * uniform(rng); };
-  s.pose = similarity(between(-150, 150), between(-150, 150),
-                      between(ranges.rotationLo, ranges.rotationHi),
-                      1.0 + between(ranges.scaleLo, ranges.scaleHi));
+  auto between = [&](double lo, double hi) { return rng.uniform(lo, hi); };
+  const double tx = between(-150, 150);
+  const double ty = between(-150, 150);
+  const double degrees = between(ranges.rotationLo, ranges.rotationHi);
+  const double scale = 1.0 + between(ranges.scaleLo, ranges.scaleHi);
+  s.pose = similarity(tx, ty, degrees, scale);
   const Points projected = transformed(s.pose, s.model);
 
   std::vector<int> order(n);
   for (int i = 0; i < n; ++i) order[i] = i;
-  std::shuffle(order.begin(), order.end(), rng);
+  rng.shuffle(order);
   const int missing = static_cast<int>(kMissingShare * n);
   std::vector<bool> kept(n, true);
   for (int i = 0; i < missing; ++i) kept[order[i]] = false;
@@ -86,8 +90,9 @@ Scene randomScene(std::mt19937& rng, const Ranges& ranges) {
   std::vector<Tagged> tagged;
   for (int i = 0; i < n; ++i) {
     if (!kept[i]) continue;
-    tagged.push_back(
-        {projected[i] + mvVector<2>(between(-kNoise, kNoise), between(-kNoise, kNoise)), i});
+    const double dx = between(-kNoise, kNoise);
+    const double dy = between(-kNoise, kNoise);
+    tagged.push_back({projected[i] + mvVector<2>(dx, dy), i});
   }
   const int outliers =
       static_cast<int>(std::lround(kOutlierShare / (1.0 - kOutlierShare) * tagged.size()));
@@ -100,14 +105,16 @@ Scene randomScene(std::mt19937& rng, const Ranges& ranges) {
   }
   const double clearance = closestSpacing(s.model) * 0.5;
   for (int added = 0; added < outliers;) {
-    const mvVector<2> p(between(minX - 20, maxX + 20), between(minY - 20, maxY + 20));
+    const double x = between(minX - 20, maxX + 20);
+    const double y = between(minY - 20, maxY + 20);
+    const mvVector<2> p(x, y);
     bool clear = true;
     for (const mvVector<2>& q : projected) clear = clear && (p - q).len() >= clearance;
     if (!clear) continue;
     tagged.push_back({p, -1});
     ++added;
   }
-  std::shuffle(tagged.begin(), tagged.end(), rng);
+  rng.shuffle(tagged);
   s.partner.assign(n, -1);
   for (std::size_t j = 0; j < tagged.size(); ++j) {
     s.data.push_back(tagged[j].p);
@@ -134,7 +141,7 @@ void expectRecovered(const Scene& s, const mvPointMatcherResultSet& results) {
 }
 
 void runScenes(unsigned seed, int count, const Ranges& ranges) {
-  std::mt19937 rng(seed);
+  Random rng(seed);
   for (int trial = 0; trial < count; ++trial) {
     SCOPED_TRACE(::testing::Message() << "seed " << seed << " trial " << trial);
     const Scene s = randomScene(rng, ranges);
@@ -162,7 +169,7 @@ TEST(Recovery, RandomPosesUnderARestrictedRotationRange) {
 TEST(Recovery, RandomPosesAtFixedScale) { runScenes(4242u, 10, Ranges{-45.0, 45.0, 0.0, 0.0}); }
 
 TEST(Recovery, RandomPosesUnderAStartPose) {
-  std::mt19937 rng(99u);
+  Random rng(99u);
   for (int trial = 0; trial < 6; ++trial) {
     SCOPED_TRACE(::testing::Message() << "trial " << trial);
     Scene s = randomScene(rng, Ranges{-10.0, 10.0, -0.05, 0.05});
@@ -192,7 +199,7 @@ TEST(Recovery, WeightedModelsWithNegativeWeights) {
   // The missing model points carry weight -3 (features that must be absent), the kept ones
   // weights from 1 to 5. Found as they are, the best match covers every positive weight;
   // once a negative point's partner appears in the data, it is matched and costs 3.
-  std::mt19937 rng(31337u);
+  Random rng(31337u);
   for (int trial = 0; trial < 6; ++trial) {
     SCOPED_TRACE(::testing::Message() << "trial " << trial);
     Scene s = randomScene(rng, Ranges{-20.0, 20.0, -0.05, 0.05});

@@ -18,6 +18,7 @@
 #include <utility>
 #include <vector>
 
+#include "common/seeded_random.h"
 #include "ptmatch/ptgdmap.h"
 
 namespace grid_fixture {
@@ -55,8 +56,8 @@ inline mvVector<2> at(long i, long j) {
 }
 
 inline Grid makeGrid(const GridSpec& s) {
-  std::mt19937 rng(s.seed);
-  std::uniform_real_distribution<double> unit(0.0, 1.0);
+  seeded_random::SeededRandom rng(s.seed);
+  auto unit = [&rng] { return rng.uniform(); };
   const mvRadian a(s.rotationDegrees * kPi / 180.0);
   const mvXform<2> linear(mvVector<2>(0.0, 0.0), a, a, s.scale * s.pitch, s.scale * s.pitch);
   Grid g;
@@ -65,20 +66,22 @@ inline Grid makeGrid(const GridSpec& s) {
   for (long j = 0; j < s.rows; ++j) {
     for (long i = 0; i < s.columns; ++i) {
       if (s.staggered && (i + j) % 2 != 0) continue;
-      if (unit(rng) < s.missing) continue;
+      if (unit() < s.missing) continue;
       mvVector<2> p = g.trueGrid2point * at(i, j);
-      p += mvVector<2>((2.0 * unit(rng) - 1.0) * s.noise * s.pitch,
-                       (2.0 * unit(rng) - 1.0) * s.noise * s.pitch);
+      const double dx = (2.0 * unit() - 1.0) * s.noise * s.pitch;
+      const double dy = (2.0 * unit() - 1.0) * s.noise * s.pitch;
+      p += mvVector<2>(dx, dy);
       all.emplace_back(p, mvPair<long>(i, j));
     }
   }
   const long clutterCount = static_cast<long>(s.clutter * static_cast<double>(all.size()));
   for (long k = 0; k < clutterCount; ++k) {
-    const mvVector<2> inGrid(unit(rng) * static_cast<double>(s.columns - 1),
-                             unit(rng) * static_cast<double>(s.rows - 1));
+    const double x = unit() * static_cast<double>(s.columns - 1);
+    const double y = unit() * static_cast<double>(s.rows - 1);
+    const mvVector<2> inGrid(x, y);
     all.emplace_back(g.trueGrid2point * inGrid, std::nullopt);
   }
-  std::shuffle(all.begin(), all.end(), rng);
+  rng.shuffle(all);
   for (const auto& e : all) {
     g.points.push_back(e.first);
     g.truth.push_back(e.second);

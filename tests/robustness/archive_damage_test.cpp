@@ -44,7 +44,7 @@ Outcome loadDamaged(const Bytes& bytes, T& value) {
 template <typename T>
 void expectRestored(T& value, const Bytes& good) {
   loadInto(good, value);
-  EXPECT_EQ(bytesOf(value), good);
+  EXPECT_EQ(storeObject(value), good);
 }
 
 // A matcher keeps the parts that an archive's presence flags leave out, so one that a
@@ -54,14 +54,14 @@ void expectRestored(mvPointMatcher& value, const Bytes& good) {
   mvPointMatcher loaded;
   loadInto(good, loaded);
   value = loaded;
-  EXPECT_EQ(bytesOf(value), good);
+  EXPECT_EQ(storeObject(value), good);
 }
 
 // Every strict prefix of the sample's bytes fails to load with an archive error, and the
 // partly loaded object then takes the good bytes.
 template <typename T>
 void expectTruncationsRefused(T sample, const std::function<T()>& fresh) {
-  const Bytes good = bytesOf(sample);
+  const Bytes good = storeObject(sample);
   ASSERT_FALSE(good.empty());
   for (std::size_t n = 0; n < good.size(); ++n) {
     T value = fresh();
@@ -76,7 +76,7 @@ void expectTruncationsRefused(T sample, const std::function<T()>& fresh) {
 template <typename T>
 void expectBitFlipsSafe(T sample, const std::function<T()>& fresh,
                         const std::function<void(T&)>& probe = nullptr) {
-  const Bytes good = bytesOf(sample);
+  const Bytes good = storeObject(sample);
   long loaded = 0;
   for (std::size_t i = 0; i < good.size(); ++i) {
     for (int bit = 0; bit < 8; ++bit) {
@@ -210,7 +210,7 @@ TEST(HostileArchive, DamagedLoadIntoATrainedMatcherLeavesItLoadable) {
   // bytes of another matcher then replace it completely.
   const mvPointMatcher other = sampleImageTrainedMatcher();
   mvPointMatcher copyOfOther(other);
-  const Bytes good = bytesOf(copyOfOther);
+  const Bytes good = storeObject(copyOfOther);
   for (std::size_t n = 0; n < good.size(); n += 7) {
     mvPointMatcher target = pointMatcher();
     const Bytes prefix(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(n));
@@ -218,7 +218,7 @@ TEST(HostileArchive, DamagedLoadIntoATrainedMatcherLeavesItLoadable) {
     mvPointMatcher fresh;
     loadInto(good, fresh);
     target = fresh;
-    EXPECT_EQ(bytesOf(target), good);
+    EXPECT_EQ(storeObject(target), good);
   }
 }
 
@@ -318,14 +318,14 @@ TEST(HostileArchive, CountsBeyondTheBytesLeftAreRefusedBeforeAllocating) {
   // A result set claiming 2^32 - 1 results, and a matcher whose point list claims as many
   // points: both are refused with BadData, not allocated.
   mvPointMatcherResultSet set = sampleResultSet();
-  Bytes bytes = bytesOf(set);
+  Bytes bytes = storeObject(set);
   // Version (4), time (8), container version (1), then the count.
   for (std::size_t i = 13; i < 17; ++i) bytes[i] = 0xff;
   mvPointMatcherResultSet loaded;
   EXPECT_THROW(loadInto(bytes, loaded), mvArchive::BadData);
 
   std::vector<mvVector<2>> points(3);
-  Bytes pointBytes = bytesOf(points);
+  Bytes pointBytes = storeObject(points);
   for (std::size_t i = 1; i < 5; ++i) pointBytes[i] = 0xff;
   std::vector<mvVector<2>> loadedPoints;
   EXPECT_THROW(loadInto(pointBytes, loadedPoints), mvArchive::BadData);
@@ -335,14 +335,14 @@ TEST(HostileArchive, AnEmptyImageOfHugeSideIsRefusedBeforeAllocating) {
   // An image of 0 x n pels holds no pel data, yet would allocate a row stride per row:
   // a huge n is refused. A modest one loads.
   mvPelBuffer<long> image(0, 3);
-  Bytes bytes = bytesOf(static_cast<mv_PelBuffer&>(image));
+  Bytes bytes = storeObject(static_cast<mv_PelBuffer&>(image));
   mvPelBuffer<long> loaded;
   loadInto(bytes, static_cast<mv_PelBuffer&>(loaded));
   EXPECT_EQ(loaded.size(), mvPair<long>(0, 3));
   for (std::size_t i = 4; i < 8; ++i) bytes[i] = i == 7 ? 0x7f : 0xff;  // height 2^31 - 1
   EXPECT_THROW(loadInto(bytes, static_cast<mv_PelBuffer&>(loaded)), mvArchive::BadData);
   mvPelBuffer<unsigned char> wide(3, 0);
-  Bytes wideBytes = bytesOf(static_cast<mv_PelBuffer&>(wide));
+  Bytes wideBytes = storeObject(static_cast<mv_PelBuffer&>(wide));
   for (std::size_t i = 0; i < 4; ++i) wideBytes[i] = i == 3 ? 0x7f : 0xff;  // width 2^31 - 1
   mvPelBuffer<unsigned char> loadedWide;
   EXPECT_THROW(loadInto(wideBytes, static_cast<mv_PelBuffer&>(loadedWide)), mvArchive::BadData);

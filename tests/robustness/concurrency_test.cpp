@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "common/seeded_random.h"
 #include "mvbase/attention.h"
 #include "mvbase/image.h"
 #include "ptmatch/gridcorr.h"
@@ -27,11 +28,12 @@ constexpr int kThreads = 8;
 
 // A model of n points scattered over 200 x 200, at least 8 apart, from a fixed seed.
 Points scatteredModel(std::size_t n, unsigned seed) {
-  std::mt19937 random(seed);
-  std::uniform_real_distribution<double> coordinate(0.0, 200.0);
+  seeded_random::SeededRandom random(seed);
   Points points;
   while (points.size() < n) {
-    const mvVector<2> p(coordinate(random), coordinate(random));
+    const double x = random.uniform(0.0, 200.0);
+    const double y = random.uniform(0.0, 200.0);
+    const mvVector<2> p(x, y);
     bool farEnough = true;
     for (const mvVector<2>& q : points) farEnough = farEnough && (p - q).len() >= 8.0;
     if (farEnough) points.push_back(p);
@@ -42,11 +44,13 @@ Points scatteredModel(std::size_t n, unsigned seed) {
 // The model under a pose, with clutter mixed in, in shuffled order.
 Points dataFor(const Points& model, const mvXform<2>& pose, std::size_t clutter, unsigned seed) {
   Points data = transformed(pose, model);
-  std::mt19937 random(seed);
-  std::uniform_real_distribution<double> coordinate(-100.0, 400.0);
-  for (std::size_t k = 0; k < clutter; ++k)
-    data.emplace_back(coordinate(random), coordinate(random));
-  std::shuffle(data.begin(), data.end(), random);
+  seeded_random::SeededRandom random(seed);
+  for (std::size_t k = 0; k < clutter; ++k) {
+    const double x = random.uniform(-100.0, 400.0);
+    const double y = random.uniform(-100.0, 400.0);
+    data.emplace_back(x, y);
+  }
+  random.shuffle(data);
   return data;
 }
 
@@ -68,7 +72,7 @@ void expectSameResults(const mvPointMatcherResultSet& a, const mvPointMatcherRes
     if (x.runMode() == mvPointMatcherDefs::ePointToGrid) {
       mvPointMatcherResult cx = x;  // the archive operator takes a mutable object
       mvPointMatcherResult cy = y;
-      EXPECT_EQ(bytesOf(cx), bytesOf(cy));  // the grid-to-data image included
+      EXPECT_EQ(storeObject(cx), storeObject(cy));  // the grid-to-data image included
     } else {
       EXPECT_EQ(x.modelToDataMap(), y.modelToDataMap());
     }
@@ -373,7 +377,7 @@ TEST(Concurrency, LongPointSearchIsInterruptedFromAnotherThreadAndRunsAgain) {
   const Points model = scatteredModel(30, 5);
   mvPointMatcher matcher;
   matcher.train(model, mvPointMatcherDefs::eAutoDetect);
-  const Bytes before = bytesOf(matcher);
+  const Bytes before = storeObject(matcher);
   // Full rotation, scale 0.6 to 1.6 and a fine grid: hundreds of lattice steps.
   mvPointMatcherRunParams slow;
   slow.rotationUncertainty(mvAngleRange::FullRange());
@@ -384,7 +388,7 @@ TEST(Concurrency, LongPointSearchIsInterruptedFromAnotherThreadAndRunsAgain) {
   expectInterruptedFromAnotherThread(matcher, data, slow);
 
   // The same matcher runs again, as a matcher that was never interrupted does.
-  EXPECT_EQ(bytesOf(matcher), before);
+  EXPECT_EQ(storeObject(matcher), before);
   const Points quickData = dataFor(model, similarity(40, 30, 10, 1.0), 10, 10);
   const mvPointMatcherRunParams quick = searchParams(20, 0.0, 1);
   mvPointMatcherResultSet again;
@@ -402,7 +406,7 @@ TEST(Concurrency, LongExhaustiveSearchIsInterruptedFromAnotherThreadAndRunsAgain
   const Points model = scatteredModel(6, 3);
   mvPointMatcher matcher;
   matcher.train(model, mvPointMatcherDefs::eExhaustiveMode);
-  const Bytes before = bytesOf(matcher);
+  const Bytes before = storeObject(matcher);
   mvPointMatcherRunParams params;
   params.rotationUncertainty(mvAngleRange::FullRange());
   params.scaleUncertainty(mvRange(-0.5, 0.5));
@@ -410,7 +414,7 @@ TEST(Concurrency, LongExhaustiveSearchIsInterruptedFromAnotherThreadAndRunsAgain
   const Points data = dataFor(model, similarity(5, 5, 20, 1.0), 8, 12);
   expectInterruptedFromAnotherThread(matcher, data, params);
 
-  EXPECT_EQ(bytesOf(matcher), before);
+  EXPECT_EQ(storeObject(matcher), before);
   mvPointMatcherResultSet again;
   matcher.run(transformed(similarity(5, 5, 20, 1.0), model), params, again);
   ASSERT_FALSE(again.results().empty());

@@ -146,11 +146,11 @@ TEST(HostileEmptyImage, CorresponderRunOnAnEmptyImageFindsNothing) {
 TEST(HostileEmptyImage, ImageTrainedMatcherRunsOnNoDataAndFindsNothing) {
   mvPointMatcher matcher;
   matcher.train(patternImage());
-  const Bytes before = bytesOf(matcher);
+  const Bytes before = storeObject(matcher);
   mvPointMatcherResultSet results;
   matcher.run(Points(), mvPointMatcherRunParams(), results);
   EXPECT_TRUE(results.results().empty());
-  EXPECT_EQ(bytesOf(matcher), before);
+  EXPECT_EQ(storeObject(matcher), before);
 }
 
 // --- A 1 x 1 image ---
@@ -190,7 +190,7 @@ TEST(HostileOnePelImage, CorresponderRunOnAOnePelImageFindsNothing) {
 
 TEST(HostileHugeMaxNumResults, PointToPointRunReportsEveryResultWithBoundedMemory) {
   mvPointMatcher matcher = pointMatcher();
-  const Bytes before = bytesOf(matcher);
+  const Bytes before = storeObject(matcher);
   mvPointMatcherRunParams params = referenceParams();
   params.minCoverage(0.2);
   params.maxNumResults(50);
@@ -293,7 +293,7 @@ TEST(HostileNanRangeEnds, NaNStartOfATranslationRangeLeavesNoTranslation) {
   // A translation range of kind eNormal is turned into whole-cell offsets; a NaN offset
   // counts as lying beyond every raster. So a NaN start leaves no offset at all...
   mvPointMatcher matcher = pointMatcher();
-  const Bytes before = bytesOf(matcher);
+  const Bytes before = storeObject(matcher);
   mvPointMatcherRunParams params = referenceParams();
   params.xTranslationUncertainty(mvRange(kNaN, 200.0, mvRangeDefs::eNormal));
   mvPointMatcherResultSet results;
@@ -318,7 +318,7 @@ TEST(HostileNanRangeEnds, NaNEndsOfTheScaleAndRotationRangesFindNothing) {
   // No scale or rotation compares within a range with a NaN end, and the lattices built
   // from such a range are empty.
   mvPointMatcher matcher = pointMatcher();
-  const Bytes before = bytesOf(matcher);
+  const Bytes before = storeObject(matcher);
   for (int which = 0; which < 4; ++which) {
     mvPointMatcherRunParams params = referenceParams();
     switch (which) {

@@ -54,7 +54,7 @@ const double kNonFinite[] = {kNaN, kInfinity, -kInfinity};
 
 TEST(HostileNonFinite, DataPointsAreRefusedWithBadParamsAndTheMatcherIsUnharmed) {
   mvPointMatcher matcher = pointMatcher();
-  const Bytes before = bytesOf(matcher);
+  const Bytes before = storeObject(matcher);
   for (double bad : kNonFinite) {
     for (int axis = 0; axis < 2; ++axis) {
       Points data = referenceData();
@@ -86,7 +86,7 @@ TEST(HostileNonFinite, ModelPointsAreRefusedAtTrainingWhichLeavesTheMatcherUntra
 
 TEST(HostileNonFinite, StartPoseIsRefusedWithBadParams) {
   mvPointMatcher matcher = pointMatcher();
-  const Bytes before = bytesOf(matcher);
+  const Bytes before = storeObject(matcher);
   for (double bad : kNonFinite) {
     mvPointMatcherRunParams params = referenceParams();
     params.startPose(mvXform<2>(mvMatrix<2>(1, 0, 0, 1), mvVector<2>(bad, 0)));
@@ -165,7 +165,7 @@ TEST(HostileNonFinite, PerspectiveAnd3dFitsReportASingularMatrix) {
 
 TEST(HostileHugeCoordinates, OneFarDataPointMakesTheRunRefuseItsGrid) {
   mvPointMatcher matcher = pointMatcher();
-  const Bytes before = bytesOf(matcher);
+  const Bytes before = storeObject(matcher);
   Points data = referenceData();
   data.emplace_back(1e300, 0.0);
   mvPointMatcherResultSet results;
@@ -227,7 +227,7 @@ TEST(HostileCoincident, CoincidentModelTrainsAndFindsNothing) {
 
 TEST(HostileCoincident, CoincidentDataGiveNoResult) {
   mvPointMatcher matcher = pointMatcher();
-  const Bytes before = bytesOf(matcher);
+  const Bytes before = storeObject(matcher);
   mvPointMatcherResultSet results;
   matcher.run(Points(6, mvVector<2>(5, 5)), referenceParams(), results);
   EXPECT_TRUE(results.results().empty());
@@ -329,7 +329,7 @@ TEST(HostileFewPoints, TrainingWithOneOrTwoPointsThrowsInsufficientModelPoints) 
 
 TEST(HostileFewPoints, OneDataPointGivesNoResultAndTwoGiveAPartialMatch) {
   mvPointMatcher matcher = pointMatcher();
-  const Bytes before = bytesOf(matcher);
+  const Bytes before = storeObject(matcher);
   mvPointMatcherRunParams params = referenceParams();
   params.minCoverage(0.0);
   const Points data = referenceData();

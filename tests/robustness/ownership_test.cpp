@@ -6,6 +6,7 @@
 
 #include <vector>
 
+#include "common/expect_throw.h"
 #include "mvbase/attention.h"
 #include "mvbase/image.h"
 #include "ptmatch/gridcorr.h"
@@ -59,23 +60,23 @@ TEST(Ownership, AssignmentBetweenMatchersOfEveryKindCopiesTheSourcesParts) {
         // model points either way it is read back.
         continue;
       }
-      EXPECT_EQ(bytesOf(target), bytesOf(source)) << "source " << s << ", target " << t;
+      EXPECT_EQ(storeObject(target), storeObject(source)) << "source " << s << ", target " << t;
     }
   }
 }
 
 TEST(Ownership, SelfAssignmentAndChainedCopiesKeepTheMatcher) {
   for (mvPointMatcher& matcher : matchersOfEveryKind()) {
-    const Bytes before = bytesOf(matcher);
+    const Bytes before = storeObject(matcher);
     mvPointMatcher& alias = matcher;
     matcher = alias;
-    EXPECT_EQ(bytesOf(matcher), before);
+    EXPECT_EQ(storeObject(matcher), before);
     mvPointMatcher a(matcher);
     mvPointMatcher b;
     b = a;
     a.untrain();
     mvPointMatcher c(b);
-    EXPECT_EQ(bytesOf(c), before);
+    EXPECT_EQ(storeObject(c), before);
   }
 }
 
@@ -85,11 +86,11 @@ TEST(Ownership, CopiesAreIndependentOfTheirSource) {
   mvPointMatcher copy(source);
   mvPointMatcher assigned;
   assigned = source;
-  const Bytes before = bytesOf(copy);
+  const Bytes before = storeObject(copy);
   source.untrain();
   source.train(referenceModel(), mvPointMatcherDefs::eAutoDetect);
-  EXPECT_EQ(bytesOf(copy), before);
-  EXPECT_EQ(bytesOf(assigned), before);
+  EXPECT_EQ(storeObject(copy), before);
+  EXPECT_EQ(storeObject(assigned), before);
   EXPECT_EQ(copy.trainMode(), mvPointMatcherDefs::ePointToGrid);
 }
 
@@ -144,7 +145,7 @@ TEST(Ownership, EveryRunFailureReleasesItsWorkingMemory) {
 
 TEST(Ownership, ArchiveFailuresReleaseWhatLoadingAllocated) {
   for (mvPointMatcher& matcher : matchersOfEveryKind()) {
-    const Bytes good = bytesOf(matcher);
+    const Bytes good = storeObject(matcher);
     for (std::size_t n = 0; n < good.size(); n += 3) {
       mvPointMatcher target;
       EXPECT_THROW(
@@ -157,12 +158,9 @@ TEST(Ownership, ArchiveFailuresReleaseWhatLoadingAllocated) {
 TEST(Ownership, ExceptionsRethrownBySuicideAreReleased) {
   // suicideAndRethrow destroys the heap object it is called on and throws a copy.
   mvException* heap = new mvPointMatcherDefs::BadParams(L"gone\n");
-  try {
-    heap->suicideAndRethrow();
-    ADD_FAILURE() << "nothing was thrown";
-  } catch (const mvPointMatcherDefs::BadParams& e) {
-    EXPECT_EQ(messageOf(e), "gone\n");
-  }
+  EXPECT_THROW_THAT(
+      heap->suicideAndRethrow(), mvPointMatcherDefs::BadParams,
+      [&](const mvPointMatcherDefs::BadParams& e) { EXPECT_EQ(messageOf(e), "gone\n"); });
   mvException* other = new mvPtToGridMapDefs::BadInput();
   EXPECT_THROW(other->suicideAndRethrow(), mvPtToGridMapDefs::BadInput);
   mvException* tm = new mv2PtMatchTm::BadArgs();

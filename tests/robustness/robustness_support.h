@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "common/archive_bytes.h"
+#include "common/expect_throw.h"
 #include "mvbase/archive.h"
 #include "mvbase/exception.h"
 #include "mvbase/geometry.h"
@@ -19,7 +21,10 @@
 namespace robustness {
 
 using Points = std::vector<mvVector<2>>;
-using Bytes = std::vector<unsigned char>;
+// Archive bytes, storing and loading: the tests' common helpers.
+using archive_bytes::Bytes;
+using archive_bytes::loadInto;
+using archive_bytes::storeObject;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
@@ -68,21 +73,6 @@ inline mvPointMatcherRunParams exhaustiveParams() {
   p.rotationUncertainty(mvAngleRange(mvDegree(-30.0), mvDegree(30.0), false));
   p.scaleUncertainty(mvRange(-0.5, 0.5));
   return p;
-}
-
-/// The archive bytes of any persisted value.
-template <typename T>
-Bytes bytesOf(T& value) {
-  mvMemoryArchive out;
-  out || value;
-  return out.bytes();
-}
-
-/// Loads a value of type T from bytes.
-template <typename T>
-void loadInto(const Bytes& bytes, T& value) {
-  mvMemoryArchive in(bytes);
-  in || value;
 }
 
 /// The invariants of every result set: at most maxNumResults results, each of the given
@@ -134,7 +124,7 @@ inline void expectFindsReference(const mvPointMatcher& matcher) {
 /// A trained reference matcher went through a hostile call unharmed: the same archive
 /// bytes as before, and it still finds the reference model.
 inline void expectIntact(mvPointMatcher& matcher, const Bytes& before) {
-  EXPECT_EQ(bytesOf(matcher), before);
+  EXPECT_EQ(storeObject(matcher), before);
   expectFindsReference(matcher);
 }
 
@@ -144,13 +134,10 @@ inline std::string messageOf(const mvException& e) { return mfNarrow(e.message()
 /// Expects the call to throw exactly E with the given message.
 template <typename E, typename F>
 void expectThrowsWithMessage(F call, const std::string& message) {
-  try {
-    call();
-    ADD_FAILURE() << "nothing was thrown";
-  } catch (const E& e) {
+  EXPECT_THROW_THAT(call(), E, [&](const E& e) {
     EXPECT_TRUE(typeid(e) == typeid(E)) << typeid(e).name();
     EXPECT_EQ(messageOf(e), message);
-  }
+  });
 }
 
 }  // namespace robustness

@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "common/archive_bytes.h"
+#include "common/expect_throw.h"
+#include "common/transform_near.h"
 #include "pinv/fitter_bytes.h"
 #include "ptmatch/tm.h"
 
@@ -17,17 +19,14 @@ using fitter_bytes::emptyFitter;
 
 namespace {
 
+using transform_near::isNear;
+
 using Points = std::vector<mvVector<2>>;
 
 /// The perspective fits solve normal equations whose condition grows with the square of
 /// the coordinates' spread; on samples within +-10 they keep well over six digits.
 constexpr double kTolerance = 1e-6;
 constexpr double kHalfPi = 1.5707963267948966;
-
-void expectNear(const mvVector<2>& actual, const mvVector<2>& expected) {
-  EXPECT_NEAR(actual.x(), expected.x(), kTolerance);
-  EXPECT_NEAR(actual.y(), expected.y(), kTolerance);
-}
 
 mvXform<2> xformOf(double a00, double a01, double a10, double a11, double tx, double ty) {
   return mvXform<2>(mvMatrix<2>(a00, a01, a10, a11), mvVector<2>(tx, ty));
@@ -73,8 +72,8 @@ TEST(PerspectiveTm, DefaultIsTheIdentity) {
 TEST(PerspectiveTm, FourPairsInGeneralPositionDetermineTheTransform) {
   mv2PTm tm(kCorners, imagesOf(kTilt, kCorners));
   for (const mvVector<2>& p : Points{{0, 0}, {1, 2}, {-5, 5}, {2.5, -1.5}}) {
-    expectNear(tm.a2b(p), kTilt(p));
-    expectNear(tm.b2a(tm.a2b(p)), p);
+    EXPECT_TRUE(isNear(tm.a2b(p), kTilt(p), kTolerance));
+    EXPECT_TRUE(isNear(tm.b2a(tm.a2b(p)), p, kTolerance));
   }
 }
 
@@ -84,7 +83,7 @@ TEST(PerspectiveTm, OutputFormsAgreeWithReturnedPoints) {
   tm.a2b(mvVector<2>(1, 2), out);
   EXPECT_EQ(out, tm.a2b(mvVector<2>(1, 2)));
   tm.b2a(out, out);
-  expectNear(out, mvVector<2>(1, 2));
+  EXPECT_TRUE(isNear(out, mvVector<2>(1, 2), kTolerance));
 }
 
 TEST(PerspectiveTm, FitWithoutPairsIsSingularAndChangesNothing) {
@@ -104,7 +103,7 @@ TEST(PerspectiveTm, FittingAgainAfterMorePairsUsesThemAll) {
   EXPECT_EQ(store(tm), fittedOnce);  // the sums were not disturbed
   tm.update(more, imagesOf(kTilt, more));
   tm.fit();
-  expectNear(tm.a2b(mvVector<2>(0, 0)), kTilt(mvVector<2>(0, 0)));
+  EXPECT_TRUE(isNear(tm.a2b(mvVector<2>(0, 0)), kTilt(mvVector<2>(0, 0)), kTolerance));
   EXPECT_NE(store(tm), fittedOnce);  // six pairs now
 }
 
@@ -120,14 +119,11 @@ TEST(PerspectiveTm, FromAnAffineTransformMapsAsItDoes) {
   const mv2PtMatchTm tm(affine);
   const mv2PTm perspective(tm);
   for (const mvVector<2>& p : Points{{0, 0}, {1, 2}, {-7, 3}}) {
-    expectNear(perspective.a2b(p), tm.a2b(p));
-    expectNear(perspective.b2a(p), tm.b2a(p));
+    EXPECT_TRUE(isNear(perspective.a2b(p), tm.a2b(p), kTolerance));
+    EXPECT_TRUE(isNear(perspective.b2a(p), tm.b2a(p), kTolerance));
   }
   const mvXform<2> back = perspective.a2bXform();
-  for (long r = 0; r < 2; ++r)
-    for (long c = 0; c < 2; ++c)
-      EXPECT_NEAR(back.matrix().element(r, c), affine.matrix().element(r, c), kTolerance);
-  expectNear(back.trans(), affine.trans());
+  EXPECT_TRUE(isNear(back, affine, kTolerance));
 }
 
 TEST(PerspectiveTm, AffineApproximationCarriesItsThirtySixPairs) {
@@ -146,22 +142,22 @@ TEST(PerspectiveTm, AffineApproximationCarriesItsThirtySixPairs) {
 TEST(PerspectiveTmEdit, EditsActInPlaneABeforeTheTransform) {
   mv2PTm rotated(mv2PtMatchTm(xformOf(1, 0, 0, 1, 5, 0)));
   rotated.rotate(mvRadian(kHalfPi));
-  expectNear(rotated.a2b(mvVector<2>(1, 0)), mvVector<2>(5, 1));
-  expectNear(rotated.b2a(mvVector<2>(5, 1)), mvVector<2>(1, 0));
+  EXPECT_TRUE(isNear(rotated.a2b(mvVector<2>(1, 0)), mvVector<2>(5, 1), kTolerance));
+  EXPECT_TRUE(isNear(rotated.b2a(mvVector<2>(5, 1)), mvVector<2>(1, 0), kTolerance));
 
   mv2PTm translated;
   translated.translate(mvVector<2>(1, 2));
-  expectNear(translated.a2b(mvVector<2>(3, 3)), mvVector<2>(4, 5));
+  EXPECT_TRUE(isNear(translated.a2b(mvVector<2>(3, 3)), mvVector<2>(4, 5), kTolerance));
 
   mv2PTm scaled(mv2PtMatchTm(xformOf(1, 0, 0, 1, 5, 0)));
   scaled.scale(mvVector<2>(2, 3));
-  expectNear(scaled.a2b(mvVector<2>(1, 1)), mvVector<2>(7, 3));
+  EXPECT_TRUE(isNear(scaled.a2b(mvVector<2>(1, 1)), mvVector<2>(7, 3), kTolerance));
 }
 
 TEST(PerspectiveTmEdit, EditOfAPerspectiveMapComposesWithIt) {
   mv2PTm tm(kCorners, imagesOf(kTilt, kCorners));
   tm.translate(mvVector<2>(0.5, -0.25));
-  expectNear(tm.a2b(mvVector<2>(1, 1)), kTilt(mvVector<2>(1.5, 0.75)));
+  EXPECT_TRUE(isNear(tm.a2b(mvVector<2>(1, 1)), kTilt(mvVector<2>(1.5, 0.75)), kTolerance));
 }
 
 TEST(PerspectiveTmEdit, PairsAccumulatedBeforeAnEditStillCount) {
@@ -169,7 +165,7 @@ TEST(PerspectiveTmEdit, PairsAccumulatedBeforeAnEditStillCount) {
   tm.update(kCorners, imagesOf(kTilt, kCorners));
   tm.rotate(mvRadian(0.3));
   tm.fit();
-  expectNear(tm.a2b(mvVector<2>(1, 2)), kTilt(mvVector<2>(1, 2)));
+  EXPECT_TRUE(isNear(tm.a2b(mvVector<2>(1, 2)), kTilt(mvVector<2>(1, 2)), kTolerance));
 }
 
 // --- unequal lists and degenerate maps ---
@@ -204,7 +200,7 @@ TEST(PerspectiveTm, PointsOnTheVanishingLineMapToNonFiniteCoordinates) {
   EXPECT_NO_THROW(image = tm.a2b(mvVector<2>(-1, 5)));
   EXPECT_FALSE(std::isfinite(image.x()));
   EXPECT_FALSE(std::isfinite(image.y()));
-  expectNear(tm.a2b(mvVector<2>(1, 4)), mvVector<2>(0.5, 2));
+  EXPECT_TRUE(isNear(tm.a2b(mvVector<2>(1, 4)), mvVector<2>(0.5, 2), kTolerance));
 }
 
 // --- persistence ---
@@ -241,19 +237,15 @@ TEST(PerspectiveTmArchive, LoadingRestoresParametersAndSums) {
   EXPECT_EQ(store(loaded), store(stored));
   EXPECT_EQ(loaded.a2b(mvVector<2>(1, 2)), stored.a2b(mvVector<2>(1, 2)));
   loaded.fit();  // the loaded sums fit the same transform
-  expectNear(loaded.a2b(mvVector<2>(1, 2)), kTilt(mvVector<2>(1, 2)));
+  EXPECT_TRUE(isNear(loaded.a2b(mvVector<2>(1, 2)), kTilt(mvVector<2>(1, 2)), kTolerance));
 }
 
 TEST(PerspectiveTmArchive, OtherVersionsAreUnknown) {
   std::vector<unsigned char> bytes = store(mv2PTm());
   bytes[0] = 0x4D;
   mv2PTm loaded;
-  try {
-    loadInto(bytes, loaded);
-    FAIL() << "no error";
-  } catch (const mvArchive::UnknownVersion& e) {
-    EXPECT_EQ(e.file(), "ptmatch/tm");
-  }
+  EXPECT_THROW_THAT(loadInto(bytes, loaded), mvArchive::UnknownVersion,
+                    [&](const mvArchive::UnknownVersion& e) { EXPECT_EQ(e.file(), "ptmatch/tm"); });
 }
 
 TEST(PerspectiveTmArchive, AFitterOfAnotherSizeIsBadData) {
@@ -279,8 +271,132 @@ TEST(PerspectiveTmMap, RandomFitsRoundTrip) {
     for (int i = 0; i < 8; ++i) a.emplace_back(coordinate(prng), coordinate(prng));
     const mv2PTm tm(a, imagesOf(truth, a));
     for (const mvVector<2>& p : a) {
-      expectNear(tm.a2b(p), truth(p));
-      expectNear(tm.b2a(tm.a2b(p)), p);
+      EXPECT_TRUE(isNear(tm.a2b(p), truth(p), kTolerance));
+      EXPECT_TRUE(isNear(tm.b2a(tm.a2b(p)), p, kTolerance));
     }
   }
+}
+
+// The perspective transform's refits, rebuilt here step by step from their definition
+// and compared bit for bit: the inverse from the five samples at +-5, the edits from the
+// five samples at +-1, and the affine approximation from the 6 x 6 grid of samples taken
+// row by row. Sums of rounded products depend on the order of the samples, so a different
+// sample or a different order shows in the last bits.
+
+namespace {
+
+using Parameters = std::vector<double>;
+
+/// A genuinely perspective map: h0 ... h7.
+const Parameters kTiltParameters{1.0, 0.2, 3.0, 0.1, 1.5, -2.0, 0.01, 0.02};
+
+/// Exposes the inverse refit.
+class OpenPTm : public mv2PTm {
+ public:
+  using mv2PTm::sync_;
+};
+
+/// Maps p with h: w = h6 x + h7 y + 1, then both numerators times 1 / w.
+mvVector<2> project(const Parameters& h, const mvVector<2>& p) {
+  const double w = h[6] * p.x() + h[7] * p.y() + 1.0;
+  const double wInverse = 1.0 / w;
+  return mvVector<2>((h[0] * p.x() + h[1] * p.y() + h[2]) * wInverse,
+                     (h[3] * p.x() + h[4] * p.y() + h[5]) * wInverse);
+}
+
+/// The eight parameters fitted to the pairs a[i] -> b[i], each pair as the two linearised
+/// observations (x, y, 1, 0, 0, 0, -x u, -y u) -> u and (0, 0, 0, x, y, 1, -x v, -y v) -> v.
+Parameters linearisedFit(const Points& a, const Points& b) {
+  mvPsuedoInverse fitter(8);
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    const double x = a[i].x();
+    const double y = a[i].y();
+    const double u = b[i].x();
+    const double v = b[i].y();
+    fitter.update({x, y, 1, 0, 0, 0, -x * u, -y * u}, u);
+    fitter.update({0, 0, 0, x, y, 1, -x * v, -y * v}, v);
+  }
+  return fitter.fit();
+}
+
+/// A transform with forward parameters h, the identity as its inverse and empty sums.
+void loadForward(const Parameters& h, mv2PTm& tm) {
+  ByteWriter writer;
+  writer.u32(1100);
+  for (int i = 0; i < 8; ++i) writer.f64(h[i]).f64(i == 0 || i == 4 ? 1.0 : 0.0);
+  writer.append(emptyFitter(8));
+  ASSERT_TRUE(loadInto(writer.bytes(), tm));
+}
+
+/// The forward (which = 0) or inverse (which = 1) parameters, read from the archive.
+Parameters parametersOf(const mv2PTm& tm, int which) {
+  const std::vector<unsigned char> bytes = store(tm);
+  Parameters h(8);
+  for (int i = 0; i < 8; ++i) std::memcpy(&h[i], bytes.data() + 4 + 16 * i + 8 * which, 8);
+  return h;
+}
+
+const Points kInverseSamples{{-5, -5}, {5, -5}, {5, 5}, {-5, 5}, {0, 0}};
+const Points kEditSamples{{-1, -1}, {1, -1}, {1, 1}, {-1, 1}, {0, 0}};
+
+}  // namespace
+
+TEST(PerspectiveTmRefits, TheInverseIsTheRefitOfTheImagesOfFiveSamplesInOrder) {
+  OpenPTm tm;
+  loadForward(kTiltParameters, tm);
+  tm.sync_();
+  Points images;
+  for (const mvVector<2>& p : kInverseSamples) images.push_back(project(kTiltParameters, p));
+  EXPECT_EQ(parametersOf(tm, 1), linearisedFit(images, kInverseSamples));
+  EXPECT_EQ(parametersOf(tm, 0), kTiltParameters);  // the forward parameters are untouched
+}
+
+TEST(PerspectiveTmRefits, AnEditIsTheRefitOfFiveUnitSamplesCarriedThroughTheEditFirst) {
+  struct Edit {
+    const char* name;
+    void (*onAffine)(mv2PtMatchTm&);
+    void (*onPerspective)(mv2PTm&);
+  };
+  const Edit edits[] = {
+      {"rotate", [](mv2PtMatchTm& e) { e.rotate(mvRadian(0.3)); },
+       [](mv2PTm& t) { t.rotate(mvRadian(0.3)); }},
+      {"translate", [](mv2PtMatchTm& e) { e.translate(mvVector<2>(0.5, -0.25)); },
+       [](mv2PTm& t) { t.translate(mvVector<2>(0.5, -0.25)); }},
+      {"scale", [](mv2PtMatchTm& e) { e.scale(mvVector<2>(1.5, 0.75)); },
+       [](mv2PTm& t) { t.scale(mvVector<2>(1.5, 0.75)); }},
+  };
+  for (const Edit& edit : edits) {
+    mv2PTm tm;
+    loadForward(kTiltParameters, tm);
+    edit.onPerspective(tm);
+
+    mv2PtMatchTm e;
+    edit.onAffine(e);
+    Points images;
+    for (const mvVector<2>& p : kEditSamples) images.push_back(project(kTiltParameters, e.a2b(p)));
+    const Parameters forward = linearisedFit(kEditSamples, images);
+    Points inverseImages;
+    for (const mvVector<2>& p : kInverseSamples) inverseImages.push_back(project(forward, p));
+
+    EXPECT_EQ(parametersOf(tm, 0), forward) << edit.name;
+    EXPECT_EQ(parametersOf(tm, 1), linearisedFit(inverseImages, kInverseSamples)) << edit.name;
+  }
+}
+
+TEST(PerspectiveTmRefits, TheAffineApproximationFitsThirtySixSamplesRowByRow) {
+  mv2PTm tm;
+  loadForward(kTiltParameters, tm);
+  mv2PtMatchTm expected;
+  for (double y : {-5.0, -3.0, -1.0, 1.0, 3.0, 5.0}) {
+    for (double x : {-5.0, -3.0, -1.0, 1.0, 3.0, 5.0}) {
+      const mvVector<2> p(x, y);
+      expected.update(p, project(kTiltParameters, p));
+    }
+  }
+  expected.fit(6);  // the richest family, which 36 samples in general position determine
+  EXPECT_EQ(tm.a2bXform(), expected.a2bXform());
+  mv2PtMatchTm approximation = tm.a2bTm();
+  EXPECT_TRUE(approximation == expected);
+  approximation.fit(6);  // it carries the same 36 pairs
+  EXPECT_TRUE(approximation == expected);
 }

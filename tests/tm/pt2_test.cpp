@@ -8,11 +8,15 @@
 #include <vector>
 
 #include "common/archive_bytes.h"
+#include "common/expect_throw.h"
+#include "common/transform_near.h"
 #include "ptmatch/tm.h"
 
 using namespace archive_bytes;
 
 namespace {
+
+using transform_near::isNear;
 
 using Points = std::vector<mvVector<2>>;
 
@@ -20,18 +24,6 @@ using Points = std::vector<mvVector<2>>;
 /// place.
 constexpr double kTolerance = 1e-9;
 constexpr double kHalfPi = 1.5707963267948966;
-
-void expectNear(const mvVector<2>& actual, const mvVector<2>& expected) {
-  EXPECT_NEAR(actual.x(), expected.x(), kTolerance);
-  EXPECT_NEAR(actual.y(), expected.y(), kTolerance);
-}
-
-void expectNear(const mvXform<2>& actual, const mvXform<2>& expected) {
-  for (long r = 0; r < 2; ++r)
-    for (long c = 0; c < 2; ++c)
-      EXPECT_NEAR(actual.matrix().element(r, c), expected.matrix().element(r, c), kTolerance);
-  expectNear(actual.trans(), expected.trans());
-}
 
 mvXform<2> xformOf(double a00, double a01, double a10, double a11, double tx, double ty) {
   return mvXform<2>(mvMatrix<2>(a00, a01, a10, a11), mvVector<2>(tx, ty));
@@ -72,20 +64,20 @@ TEST(PtMatchTm, FromATransformKeepsItAndItsInverse) {
   const mvXform<2> x = xformOf(2, 0, 0, 4, 1, 2);
   mv2PtMatchTm tm(x);
   EXPECT_EQ(tm.a2bXform(), x);
-  expectNear(tm.b2a(mvVector<2>(3, 6)), mvVector<2>(1, 1));
+  EXPECT_TRUE(isNear(tm.b2a(mvVector<2>(3, 6)), mvVector<2>(1, 1), kTolerance));
 }
 
 TEST(PtMatchTm, FitCarriesAOntoB) {
   mv2PtMatchTm tm;
   addThreeAffinePairs(tm);
   tm.fit(6);
-  expectNear(tm.a2bXform(), xformOf(2, 0, 0, 3, 2, 3));
-  expectNear(tm.b2a(mvVector<2>(4, 6)), mvVector<2>(1, 1));
+  EXPECT_TRUE(isNear(tm.a2bXform(), xformOf(2, 0, 0, 3, 2, 3), kTolerance));
+  EXPECT_TRUE(isNear(tm.b2a(mvVector<2>(4, 6)), mvVector<2>(1, 1), kTolerance));
 }
 
 TEST(PtMatchTm, ListConstructorFits) {
   mv2PtMatchTm tm(Points{{0, 0}, {1, 0}, {0, 1}}, Points{{2, 3}, {4, 3}, {2, 6}}, 6);
-  expectNear(tm.a2bXform(), xformOf(2, 0, 0, 3, 2, 3));
+  EXPECT_TRUE(isNear(tm.a2bXform(), xformOf(2, 0, 0, 3, 2, 3), kTolerance));
 }
 
 TEST(PtMatchTm, OpenChoiceFallsBackToTheFirstFamilyThePairsDetermine) {
@@ -93,7 +85,7 @@ TEST(PtMatchTm, OpenChoiceFallsBackToTheFirstFamilyThePairsDetermine) {
   mv2PtMatchTm tm;
   addTwoSimilarityPairs(tm);
   tm.fit(0);
-  expectNear(tm.a2bXform(), xformOf(0, -2, 2, 0, 1, 1));
+  EXPECT_TRUE(isNear(tm.a2bXform(), xformOf(0, -2, 2, 0, 1, 1), kTolerance));
 }
 
 TEST(PtMatchTm, OpenChoiceFallsBackForCollinearPoints) {
@@ -101,7 +93,7 @@ TEST(PtMatchTm, OpenChoiceFallsBackForCollinearPoints) {
   mv2PtMatchTm tm;
   tm.update(Points{{0, 0}, {1, 0}, {2, 0}}, Points{{1, 1}, {1, 3}, {1, 5}});
   tm.fit(-1);
-  expectNear(tm.a2b(mvVector<2>(0, 1)), mvVector<2>(-1, 1));
+  EXPECT_TRUE(isNear(tm.a2b(mvVector<2>(0, 1)), mvVector<2>(-1, 1), kTolerance));
 }
 
 TEST(PtMatchTm, WhenEveryFamilyFailsTheLastErrorReachesTheCallerAndNothingChanges) {
@@ -121,7 +113,7 @@ TEST(PtMatchTm, AnExplicitCountIsTriedOnceWithoutFallback) {
   EXPECT_THROW(tm.fit(7), mvLSPointToPointFitter::Errors);
   EXPECT_TRUE(tm == mvXform<2>::I);
   tm.fit(4);
-  expectNear(tm.a2bXform(), xformOf(0, -2, 2, 0, 1, 1));
+  EXPECT_TRUE(isNear(tm.a2bXform(), xformOf(0, -2, 2, 0, 1, 1), kTolerance));
   mv2PtMatchTm single;
   single.update(mvVector<2>(0, 0), mvVector<2>(1, 1));
   EXPECT_THROW(single.fit(4), mvLSPointToPointFitter::Errors);
@@ -133,7 +125,7 @@ TEST(PtMatchTm, ThreeParametersGiveTheRigidFit) {
   tm.update(mvVector<2>(0, 0), mvVector<2>(1, 1));
   tm.update(mvVector<2>(2, 0), mvVector<2>(1, 3));
   tm.fit(3);
-  expectNear(tm.a2bXform(), xformOf(0, -1, 1, 0, 1, 1));
+  EXPECT_TRUE(isNear(tm.a2bXform(), xformOf(0, -1, 1, 0, 1, 1), kTolerance));
 }
 
 TEST(PtMatchTm, FitKeepsThePairs) {
@@ -142,7 +134,7 @@ TEST(PtMatchTm, FitKeepsThePairs) {
   tm.fit(4);
   tm.update(mvVector<2>(0, 1), mvVector<2>(-1, 1));
   tm.fit(6);  // three pairs now
-  expectNear(tm.a2bXform(), xformOf(0, -2, 2, 0, 1, 1));
+  EXPECT_TRUE(isNear(tm.a2bXform(), xformOf(0, -2, 2, 0, 1, 1), kTolerance));
 }
 
 TEST(PtMatchTm, ResetForgetsThePairsAndKeepsTheTransform) {
@@ -183,7 +175,7 @@ TEST(PtMatchTm, CopiesCarryThePairs) {
   addThreeAffinePairs(tm);
   mv2PtMatchTm copy(tm);
   copy.fit(6);
-  expectNear(copy.a2bXform(), xformOf(2, 0, 0, 3, 2, 3));
+  EXPECT_TRUE(isNear(copy.a2bXform(), xformOf(2, 0, 0, 3, 2, 3), kTolerance));
   mv2PtMatchTm assigned;
   assigned = tm;
   assigned.fit(6);
@@ -198,7 +190,7 @@ TEST(PtMatchTmBadArgs, UnequalListsAddNothing) {
   EXPECT_THROW(tm.update(Points{{0, 5}, {9, 9}}, Points{{7, 7}}), mv2PtMatchTm::BadArgs);
   EXPECT_THROW(tm.fit(6), mvLSPointToPointFitter::Errors);  // still two pairs
   tm.fit(4);
-  expectNear(tm.a2bXform(), xformOf(0, -2, 2, 0, 1, 1));
+  EXPECT_TRUE(isNear(tm.a2bXform(), xformOf(0, -2, 2, 0, 1, 1), kTolerance));
 }
 
 TEST(PtMatchTmBadArgs, UnequalListsInFitChangeNothing) {
@@ -225,14 +217,14 @@ TEST(PtMatchTmBadArgs, IsALibraryErrorRegisteredByName) {
 TEST(PtMatchTmEdit, RotateActsInPlaneABeforeTheTransform) {
   mv2PtMatchTm tm(xformOf(1, 0, 0, 1, 5, 0));
   tm.rotate(mvRadian(kHalfPi));
-  expectNear(tm.a2b(mvVector<2>(1, 0)), mvVector<2>(5, 1));
-  expectNear(tm.b2a(mvVector<2>(5, 1)), mvVector<2>(1, 0));
+  EXPECT_TRUE(isNear(tm.a2b(mvVector<2>(1, 0)), mvVector<2>(5, 1), kTolerance));
+  EXPECT_TRUE(isNear(tm.b2a(mvVector<2>(5, 1)), mvVector<2>(1, 0), kTolerance));
 }
 
 TEST(PtMatchTmEdit, ScaleActsInPlaneABeforeTheTransform) {
   mv2PtMatchTm tm(xformOf(1, 0, 0, 1, 5, 0));
   tm.scale(mvVector<2>(2, 3));
-  expectNear(tm.a2b(mvVector<2>(1, 1)), mvVector<2>(7, 3));
+  EXPECT_TRUE(isNear(tm.a2b(mvVector<2>(1, 1)), mvVector<2>(7, 3), kTolerance));
   mv2PtMatchTm uniform(xformOf(1, 0, 0, 1, 5, 0));
   uniform.scale(2.0);
   EXPECT_EQ(uniform.a2bXform(), xformOf(2, 0, 0, 2, 5, 0));
@@ -261,7 +253,7 @@ TEST(PtMatchTmEdit, ConcatThenInverseUndoesTheForwardMap) {
   mv2PtMatchTm tm(xformOf(1.5, 0.2, -0.3, 0.9, 4, -2));
   tm.concat(mv2PtMatchTm(xformOf(0.8, -0.6, 0.6, 0.8, -1, 3)));
   const mvVector<2> p(2.5, -7.25);
-  expectNear(tm.b2a(tm.a2b(p)), p);
+  EXPECT_TRUE(isNear(tm.b2a(tm.a2b(p)), p, kTolerance));
 }
 
 TEST(PtMatchTmEdit, RotateScaleConcatAndAppendForgetThePairsButTranslateKeepsThem) {
@@ -286,7 +278,7 @@ TEST(PtMatchTmEdit, RotateScaleConcatAndAppendForgetThePairsButTranslateKeepsThe
   mv2PtMatchTm translated = withPairs();
   translated.translate(mvVector<2>(10, 10));
   translated.fit(6);
-  expectNear(translated.a2bXform(), xformOf(2, 0, 0, 3, 2, 3));
+  EXPECT_TRUE(isNear(translated.a2bXform(), xformOf(2, 0, 0, 3, 2, 3), kTolerance));
 }
 
 TEST(PtMatchTmEdit, AFailedEditChangesNothing) {
@@ -295,7 +287,7 @@ TEST(PtMatchTmEdit, AFailedEditChangesNothing) {
   EXPECT_THROW(tm.scale(0.0), mvMathError);
   EXPECT_TRUE(tm == mvXform<2>::I);
   tm.fit(6);  // the pairs survived
-  expectNear(tm.a2bXform(), xformOf(2, 0, 0, 3, 2, 3));
+  EXPECT_TRUE(isNear(tm.a2bXform(), xformOf(2, 0, 0, 3, 2, 3), kTolerance));
 }
 
 TEST(PtMatchTmEdit, ComposeIsWrittenOutElementByElement) {
@@ -324,7 +316,7 @@ TEST(PtMatchTmMap, OutputFormsAgreeWithReturnedPoints) {
   EXPECT_EQ(out, mvVector<2>(5, 5));
   EXPECT_EQ(out, tm.a2b(mvVector<2>(1, 2)));
   tm.b2a(out, out);
-  expectNear(out, mvVector<2>(1, 2));
+  EXPECT_TRUE(isNear(out, mvVector<2>(1, 2), kTolerance));
 }
 
 TEST(PtMatchTmMap, DirectionsThroughAPureTranslateAreUnchanged) {
@@ -371,8 +363,8 @@ TEST(PtMatchTmMap, RandomFitsRoundTrip) {
     }
     mv2PtMatchTm tm(a, b, 6);
     for (const mvVector<2>& p : a) {
-      expectNear(tm.a2b(p), truth * p);
-      expectNear(tm.b2a(tm.a2b(p)), p);
+      EXPECT_TRUE(isNear(tm.a2b(p), truth * p, kTolerance));
+      EXPECT_TRUE(isNear(tm.b2a(tm.a2b(p)), p, kTolerance));
     }
   }
 }
@@ -427,19 +419,15 @@ TEST(PtMatchTmArchive, LoadingRestoresBothTransformsAndKeepsThePairs) {
   EXPECT_EQ(loaded.a2bXform(), stored.a2bXform());
   EXPECT_EQ(loaded.b2aXform(), stored.b2aXform());
   loaded.fit(6);  // the pairs added before loading are still there
-  expectNear(loaded.a2bXform(), xformOf(2, 0, 0, 3, 2, 3));
+  EXPECT_TRUE(isNear(loaded.a2bXform(), xformOf(2, 0, 0, 3, 2, 3), kTolerance));
 }
 
 TEST(PtMatchTmArchive, OtherVersionsAreUnknown) {
   std::vector<unsigned char> bytes = store(mv2PtMatchTm(xformOf(2, 0, 0, 2, 0, 0)));
   bytes[0] = 0x4B;  // 1099
   mv2PtMatchTm loaded;
-  try {
-    loadInto(bytes, loaded);
-    FAIL() << "no error";
-  } catch (const mvArchive::UnknownVersion& e) {
-    EXPECT_EQ(e.file(), "ptmatch/tm");
-  }
+  EXPECT_THROW_THAT(loadInto(bytes, loaded), mvArchive::UnknownVersion,
+                    [&](const mvArchive::UnknownVersion& e) { EXPECT_EQ(e.file(), "ptmatch/tm"); });
   EXPECT_TRUE(loaded == mvXform<2>::I);
 }
 

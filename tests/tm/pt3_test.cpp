@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "common/archive_bytes.h"
+#include "common/expect_throw.h"
+#include "common/transform_near.h"
 #include "pinv/fitter_bytes.h"
 #include "ptmatch/tm.h"
 
@@ -16,17 +18,13 @@ using fitter_bytes::emptyFitter;
 
 namespace {
 
+using transform_near::isNear;
+
 using Points = std::vector<mvVector<3>>;
 
 /// Fits and Gauss-Jordan inverses of well-conditioned transforms keep far more digits.
 constexpr double kTolerance = 1e-9;
 constexpr double kHalfPi = 1.5707963267948966;
-
-void expectNear(const mvVector<3>& actual, const mvVector<3>& expected) {
-  EXPECT_NEAR(actual.x(), expected.x(), kTolerance);
-  EXPECT_NEAR(actual.y(), expected.y(), kTolerance);
-  EXPECT_NEAR(actual.z(), expected.z(), kTolerance);
-}
 
 /// b = M a + t with M = (2 1 0; 0 1 -1; 1 0 3) and t = (1, 2, 3).
 mvVector<3> skew(const mvVector<3>& a) {
@@ -63,14 +61,14 @@ TEST(PtMatchTm3, FourNonCoplanarPairsDetermineTheTransform) {
   mv3PtMatchTm tm;
   tm.fit(kTetrahedron, imagesOf(skew, kTetrahedron));
   for (const mvVector<3>& p : Points{{1, 1, 1}, {-2, 0.5, 3}, {4, -1, -2}}) {
-    expectNear(tm.a2b(p), skew(p));
-    expectNear(tm.b2a(tm.a2b(p)), p);
+    EXPECT_TRUE(isNear(tm.a2b(p), skew(p), kTolerance));
+    EXPECT_TRUE(isNear(tm.b2a(tm.a2b(p)), p, kTolerance));
   }
   mvVector<3> out;
   tm.a2b(mvVector<3>(1, 1, 1), out);
   EXPECT_EQ(out, tm.a2b(mvVector<3>(1, 1, 1)));
   tm.b2a(out, out);
-  expectNear(out, mvVector<3>(1, 1, 1));
+  EXPECT_TRUE(isNear(out, mvVector<3>(1, 1, 1), kTolerance));
 }
 
 TEST(PtMatchTm3, FitKeepsTheSums) {
@@ -82,7 +80,7 @@ TEST(PtMatchTm3, FitKeepsTheSums) {
   EXPECT_EQ(store(tm), once);
   tm.update(mvVector<3>(1, 1, 1), skew(mvVector<3>(1, 1, 1)));
   tm.fit();
-  expectNear(tm.a2b(mvVector<3>(2, 2, 2)), skew(mvVector<3>(2, 2, 2)));
+  EXPECT_TRUE(isNear(tm.a2b(mvVector<3>(2, 2, 2)), skew(mvVector<3>(2, 2, 2)), kTolerance));
 }
 
 TEST(PtMatchTm3, IdentityEmptiesTheFitters) {
@@ -111,7 +109,7 @@ TEST(PtMatchTm3, ListConstructorFitsBeforeSizingItsFittersAndStaysTheIdentity) {
   EXPECT_EQ(store(tm), store(mv3PtMatchTm()));
   mv3PtMatchTm refitted(tm);
   refitted.fit(kTetrahedron, imagesOf(skew, kTetrahedron));
-  expectNear(refitted.a2b(mvVector<3>(1, 1, 1)), skew(mvVector<3>(1, 1, 1)));
+  EXPECT_TRUE(isNear(refitted.a2b(mvVector<3>(1, 1, 1)), skew(mvVector<3>(1, 1, 1)), kTolerance));
 }
 
 // --- edits ---
@@ -120,8 +118,8 @@ TEST(PtMatchTm3Edit, RotationOnZKeepsTheTranslation) {
   mv3PtMatchTm tm;
   tm.translate(mvVector<3>(1, 0, 0));
   tm.rotateOnZ(mvRadian(kHalfPi));
-  expectNear(tm.a2b(mvVector<3>(1, 0, 0)), mvVector<3>(1, 1, 0));
-  expectNear(tm.b2a(mvVector<3>(1, 1, 0)), mvVector<3>(1, 0, 0));
+  EXPECT_TRUE(isNear(tm.a2b(mvVector<3>(1, 0, 0)), mvVector<3>(1, 1, 0), kTolerance));
+  EXPECT_TRUE(isNear(tm.b2a(mvVector<3>(1, 1, 0)), mvVector<3>(1, 0, 0), kTolerance));
 }
 
 TEST(PtMatchTm3Edit, TranslateOfTheIdentityMovesTheOrigin) {
@@ -135,7 +133,8 @@ TEST(PtMatchTm3Edit, TranslateMapsTheShiftedPointWithTheOldTransform) {
   mv3PtMatchTm tm;
   tm.fit(kTetrahedron, imagesOf(skew, kTetrahedron));
   tm.translate(mvVector<3>(1, -1, 2));
-  expectNear(tm.a2b(mvVector<3>(0.5, 0.5, 0.5)), skew(mvVector<3>(1.5, -0.5, 2.5)));
+  EXPECT_TRUE(
+      isNear(tm.a2b(mvVector<3>(0.5, 0.5, 0.5)), skew(mvVector<3>(1.5, -0.5, 2.5)), kTolerance));
 }
 
 TEST(PtMatchTm3Edit, ScalingAfterTranslatingLeavesTheTranslation) {
@@ -161,21 +160,21 @@ TEST(PtMatchTm3Edit, RotationsAndScalingActOnTheBSide) {
   mv3PtMatchTm tm;
   tm.scale(mvVector<3>(2, 1, 1));
   tm.rotateOnZ(mvRadian(kHalfPi));
-  expectNear(tm.a2b(mvVector<3>(1, 0, 0)), mvVector<3>(0, 2, 0));
+  EXPECT_TRUE(isNear(tm.a2b(mvVector<3>(1, 0, 0)), mvVector<3>(0, 2, 0), kTolerance));
 }
 
 TEST(PtMatchTm3Edit, AxisRotationsTurnTheRightWay) {
   mv3PtMatchTm x;
   x.rotateOnX(mvRadian(kHalfPi));
-  expectNear(x.a2b(mvVector<3>(0, 1, 0)), mvVector<3>(0, 0, 1));
+  EXPECT_TRUE(isNear(x.a2b(mvVector<3>(0, 1, 0)), mvVector<3>(0, 0, 1), kTolerance));
   mv3PtMatchTm y;
   y.rotateOnY(mvRadian(kHalfPi));
-  expectNear(y.a2b(mvVector<3>(0, 0, 1)), mvVector<3>(1, 0, 0));
-  expectNear(y.a2b(mvVector<3>(1, 0, 0)), mvVector<3>(0, 0, -1));
+  EXPECT_TRUE(isNear(y.a2b(mvVector<3>(0, 0, 1)), mvVector<3>(1, 0, 0), kTolerance));
+  EXPECT_TRUE(isNear(y.a2b(mvVector<3>(1, 0, 0)), mvVector<3>(0, 0, -1), kTolerance));
   mv3PtMatchTm z;
   z.rotateOnZ(mvRadian(kHalfPi));
-  expectNear(z.a2b(mvVector<3>(1, 0, 0)), mvVector<3>(0, 1, 0));
-  expectNear(z.b2a(mvVector<3>(0, 1, 0)), mvVector<3>(1, 0, 0));
+  EXPECT_TRUE(isNear(z.a2b(mvVector<3>(1, 0, 0)), mvVector<3>(0, 1, 0), kTolerance));
+  EXPECT_TRUE(isNear(z.b2a(mvVector<3>(0, 1, 0)), mvVector<3>(1, 0, 0), kTolerance));
 }
 
 TEST(PtMatchTm3Edit, ScaleByAVectorScalesEachAxis) {
@@ -243,12 +242,8 @@ TEST(PtMatchTm3Archive, OtherVersionsAreUnknown) {
   std::vector<unsigned char> bytes = store(mv3PtMatchTm());
   bytes[0] = 0x4D;
   mv3PtMatchTm loaded;
-  try {
-    loadInto(bytes, loaded);
-    FAIL() << "no error";
-  } catch (const mvArchive::UnknownVersion& e) {
-    EXPECT_EQ(e.file(), "ptmatch/tm");
-  }
+  EXPECT_THROW_THAT(loadInto(bytes, loaded), mvArchive::UnknownVersion,
+                    [&](const mvArchive::UnknownVersion& e) { EXPECT_EQ(e.file(), "ptmatch/tm"); });
 }
 
 TEST(PtMatchTm3Archive, FittersOfAnotherSizeAreBadData) {
@@ -283,8 +278,8 @@ TEST(PtMatchTm3Map, RandomFitsRoundTrip) {
     mv3PtMatchTm tm;
     tm.fit(a, b);
     for (const mvVector<3>& p : a) {
-      expectNear(tm.a2b(p), truth.a2b(p));
-      expectNear(tm.b2a(tm.a2b(p)), p);
+      EXPECT_TRUE(isNear(tm.a2b(p), truth.a2b(p), kTolerance));
+      EXPECT_TRUE(isNear(tm.b2a(tm.a2b(p)), p, kTolerance));
     }
   }
 }

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "args.h"
+#include "common/expect_throw.h"
 #include "errors.h"
 
 using namespace ptmatch::cli;
@@ -13,12 +14,7 @@ namespace {
 const std::vector<OptionSpec> kSpecs = {{"--model", true}, {"--json", false}, {"--scale", true}};
 
 std::string usageMessage(const std::vector<std::string>& args) {
-  try {
-    parseOptions(args, kSpecs, "match");
-  } catch (const UsageError& e) {
-    return e.what();
-  }
-  return "";
+  return expect_throw::whatOf<UsageError>([&] { parseOptions(args, kSpecs, "match"); });
 }
 
 }  // namespace
@@ -86,12 +82,9 @@ TEST(Values, AnIntervalIsLoColonHiWithLoNotAboveHi) {
 }
 
 TEST(Values, TheMessageNamesTheOption) {
-  try {
-    parseInterval("a:1", "--scale");
-    FAIL();
-  } catch (const UsageError& e) {
+  EXPECT_THROW_THAT(parseInterval("a:1", "--scale"), UsageError, [&](const UsageError& e) {
     EXPECT_EQ(std::string(e.what()).rfind("--scale", 0), 0u) << e.what();
-  }
+  });
 }
 
 TEST(Values, APoseIsSixNumbersInRowOrder) {

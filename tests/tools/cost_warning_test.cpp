@@ -2,7 +2,6 @@
 // naming the options that make it smaller; an ordinary match says nothing there.
 #include <gtest/gtest.h>
 
-#include <random>
 #include <string>
 #include <vector>
 
@@ -13,14 +12,7 @@ namespace {
 using tool_test::Files;
 using tool_test::pointText;
 using tool_test::run;
-
-std::vector<mvVector<2>> spread(std::size_t n, double extent, unsigned seed) {
-  std::mt19937 random(seed);
-  std::uniform_real_distribution<double> coordinate(0.0, extent);
-  std::vector<mvVector<2>> points;
-  for (std::size_t i = 0; i < n; ++i) points.emplace_back(coordinate(random), coordinate(random));
-  return points;
-}
+using tool_test::spreadPoints;
 
 }  // namespace
 
@@ -28,8 +20,8 @@ TEST(ToolCostWarning, LongMatchWarnsAndNamesTheOptionsThatShrinkIt) {
   // 200 model points against data over 3000 x 3000 at grid size 0.5: a window of about
   // 6000^2 cells at every one of thousands of rotations, far beyond ten seconds.
   Files files;
-  const std::string model = files.write("model.txt", pointText(spread(200, 300.0, 1)));
-  const std::string data = files.write("data.txt", pointText(spread(300, 3000.0, 2)));
+  const std::string model = files.write("model.txt", pointText(spreadPoints(200, 300.0, 1)));
+  const std::string data = files.write("data.txt", pointText(spreadPoints(300, 3000.0, 2)));
   const auto o =
       run({"match", "--model", model, "--data", data, "--grid-size", "0.5", "--time-limit", "0.2"});
   EXPECT_EQ(o.status, 3) << o.err;

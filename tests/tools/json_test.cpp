@@ -3,6 +3,7 @@
 
 #include <cmath>
 
+#include "common/expect_throw.h"
 #include "json.h"
 
 using namespace ptmatch::cli;
@@ -49,13 +50,11 @@ TEST(Json, ReadsEscapesAndUnicode) {
 }
 
 TEST(Json, ReportsLineAndColumnOfTheFirstError) {
-  try {
-    JsonValue::parse("{\n  \"a\": 1,\n  \"b\": tru\n}");
-    FAIL();
-  } catch (const JsonParseError& e) {
-    EXPECT_EQ(e.line(), 3);
-    EXPECT_EQ(e.column(), 8);
-  }
+  EXPECT_THROW_THAT((JsonValue::parse("{\n  \"a\": 1,\n  \"b\": tru\n}")), JsonParseError,
+                    [&](const JsonParseError& e) {
+                      EXPECT_EQ(e.line(), 3);
+                      EXPECT_EQ(e.column(), 8);
+                    });
 }
 
 TEST(Json, RefusesWhatIsNotJson) {

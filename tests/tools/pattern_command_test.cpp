@@ -1,6 +1,7 @@
 // Pattern images and `ptmatch pattern`.
 #include <gtest/gtest.h>
 
+#include "common/expect_throw.h"
 #include "errors.h"
 #include "image_io.h"
 #include "tool_test_support.h"
@@ -24,12 +25,7 @@ std::string pgm(long width, long height, const std::vector<std::pair<long, long>
 }
 
 std::string imageError(const std::string& bytes) {
-  try {
-    parsePgm(bytes, "p.pgm");
-  } catch (const InputError& e) {
-    return e.what();
-  }
-  return "";
+  return expect_throw::whatOf<InputError>([&] { parsePgm(bytes, "p.pgm"); });
 }
 
 using Dots = std::vector<std::pair<long, long>>;
@@ -81,23 +77,17 @@ TEST(PgmImage, BadImagesAreNamedWithTheirProblem) {
 TEST(PatternImage, AFileOfAnotherKindIsNamed) {
   Files files;
   const std::string path = files.write("x.gif", "GIF89a....");
-  try {
-    readGreyImage(path);
-    FAIL();
-  } catch (const InputError& e) {
+  EXPECT_THROW_THAT(readGreyImage(path), InputError, [&](const InputError& e) {
     EXPECT_EQ(std::string(e.what()).rfind(path + ": not an image file", 0), 0u) << e.what();
-  }
+  });
 }
 
 TEST(PatternImage, ABrokenPngIsNamed) {
   Files files;
   const std::string path = files.write("x.png", std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR", 16));
-  try {
-    readGreyImage(path);
-    FAIL();
-  } catch (const InputError& e) {
+  EXPECT_THROW_THAT(readGreyImage(path), InputError, [&](const InputError& e) {
     EXPECT_EQ(std::string(e.what()).rfind(path + ": ", 0), 0u) << e.what();
-  }
+  });
 }
 
 TEST(PatternCommand, APatternOfTwoDotsIsRefused) {

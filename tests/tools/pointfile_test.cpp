@@ -2,6 +2,7 @@
 // file.
 #include <gtest/gtest.h>
 
+#include "common/expect_throw.h"
 #include "errors.h"
 #include "pointfile.h"
 #include "tool_test_support.h"
@@ -12,12 +13,7 @@ namespace {
 
 // The message of the InputError that parsing the text throws, or "" when none.
 std::string parseError(const std::string& text) {
-  try {
-    parsePointText(text, "pts.txt");
-  } catch (const InputError& e) {
-    return e.what();
-  }
-  return "";
+  return expect_throw::whatOf<InputError>([&] { parsePointText(text, "pts.txt"); });
 }
 
 }  // namespace
@@ -115,12 +111,9 @@ TEST(PointFile, JsonThatIsNotAnArrayOfPairsIsRefused) {
 }
 
 TEST(PointFile, AMissingFileIsNamed) {
-  try {
-    readPointFile("/nonexistent/points.txt");
-    FAIL();
-  } catch (const InputError& e) {
+  EXPECT_THROW_THAT(readPointFile("/nonexistent/points.txt"), InputError, [&](const InputError& e) {
     EXPECT_EQ(std::string(e.what()).rfind("cannot read /nonexistent/points.txt", 0), 0u);
-  }
+  });
 }
 
 TEST(PointFile, ReadsFromDisk) {
@@ -136,12 +129,8 @@ TEST(WeightsFile, OneWholeNumberALineOrAJsonArray) {
 }
 
 TEST(WeightsFile, BadWeightsNameTheirLine) {
-  try {
-    parseWeightsText("1\n2\n2.5\n", "w.txt");
-    FAIL();
-  } catch (const InputError& e) {
-    EXPECT_EQ(std::string(e.what()), "w.txt:3: expected one whole-number weight, got '2.5'");
-  }
+  EXPECT_THROW_MESSAGE(parseWeightsText("1\n2\n2.5\n", "w.txt"), InputError,
+                       "w.txt:3: expected one whole-number weight, got '2.5'");
   EXPECT_THROW(parseWeightsText("[1, [2]]", "w.json"), InputError);
 }
 

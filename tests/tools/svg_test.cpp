@@ -1,6 +1,11 @@
 // The pictures: well-formed XML with the parts a reader looks for.
 #include <gtest/gtest.h>
 
+#include <map>
+#include <string>
+#include <vector>
+
+#include "common/expect_throw.h"
 #include "errors.h"
 #include "pictures.h"
 #include "svg.h"
@@ -111,10 +116,63 @@ TEST(GridPicture, LabelsEveryAssignedPointAndMarksTheOthers) {
 }
 
 TEST(Svg, SavingToAnUnwritablePlaceNamesTheFile) {
-  try {
-    SvgDocument(1, 1).save("/nonexistent/dir/p.svg");
-    FAIL();
-  } catch (const InputError& e) {
-    EXPECT_EQ(std::string(e.what()).rfind("cannot write /nonexistent/dir/p.svg", 0), 0u);
+  EXPECT_THROW_THAT(
+      SvgDocument(1, 1).save("/nonexistent/dir/p.svg"), InputError, [&](const InputError& e) {
+        EXPECT_EQ(std::string(e.what()).rfind("cannot write /nonexistent/dir/p.svg", 0), 0u);
+      });
+}
+
+// --- the pictures of the commands, read as a reader of SVG reads them ---
+
+namespace {
+
+// Expects the picture at path to be an SVG document with at least one point drawn and the
+// wanted phrases in its texts.
+void expectSvgPicture(const std::string& svg, const std::vector<std::string>& wanted) {
+  const xml_check::Outline outline = xml_check::outlineOf(svg);
+  EXPECT_EQ(outline.root, "svg");
+  EXPECT_EQ(outline.attributes.count("xmlns") ? outline.attributes.at("xmlns") : "",
+            "http://www.w3.org/2000/svg");
+  EXPECT_GT(outline.counts.count("circle") ? outline.counts.at("circle") : 0, 0)
+      << "no points drawn";
+  for (const std::string& phrase : wanted) {
+    EXPECT_NE(outline.texts.find(phrase), std::string::npos) << "no text containing " << phrase;
   }
+}
+
+}  // namespace
+
+TEST(SvgPictures, DemoMatchAndGridDrawSvgDocumentsWithTheirParts) {
+  tool_test::Files files;
+  ASSERT_EQ(
+      tool_test::run({"demo", "--svg", files.path("demo.svg"), "--write-points", files.path("")})
+          .status,
+      0);
+  expectSvgPicture(files.read("demo.svg"),
+                   {"fiducial", "coverage", "grid to point", "point without a node"});
+
+  ASSERT_EQ(tool_test::run({"match", "--model", files.path("fiducial-model.txt"), "--data",
+                            files.path("fiducial-data.txt"), "--scale", "-0.1:0.1", "--svg",
+                            files.path("match.svg")})
+                .status,
+            0);
+  expectSvgPicture(files.read("match.svg"),
+                   {"pose", "coverage", "fit error", "model point, unmatched"});
+
+  ASSERT_EQ(tool_test::run({"grid", "--points", files.path("grid-points.txt"), "--xv", "10,0",
+                            "--yv", "0,10", "--staggered", "--svg", files.path("grid.svg")})
+                .status,
+            0);
+  expectSvgPicture(files.read("grid.svg"), {"valid", "grid to point"});
+}
+
+TEST(XmlCheck, OutlinesTheRootElementsAndTexts) {
+  const xml_check::Outline o = xml_check::outlineOf(
+      "<?xml version=\"1.0\"?>\n<svg xmlns=\"u\" width='3'><text>a b</text><circle/><g>"
+      "<circle r=\"1\"/><text>c</text></g></svg>\n");
+  EXPECT_EQ(o.root, "svg");
+  EXPECT_EQ(o.attributes, (std::map<std::string, std::string>{{"xmlns", "u"}, {"width", "3"}}));
+  EXPECT_EQ(o.counts,
+            (std::map<std::string, long>{{"svg", 1}, {"text", 2}, {"circle", 2}, {"g", 1}}));
+  EXPECT_EQ(o.texts, "a b c ");
 }

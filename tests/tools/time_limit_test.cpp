@@ -2,7 +2,6 @@
 // status 3 and one line naming the limit and the options that make the search smaller.
 #include <gtest/gtest.h>
 
-#include <random>
 #include <string>
 #include <vector>
 
@@ -14,23 +13,16 @@ using tool_test::Files;
 using tool_test::isOneLineMessage;
 using tool_test::pointText;
 using tool_test::run;
+using tool_test::spreadPoints;
 
 // 200 model points and 300 data points spread over 3000 x 3000 pels; with a grid size of
 // 0.5, a full rotation and scales 0.5 to 1.5 the search takes minutes.
-std::vector<mvVector<2>> spread(std::size_t n, double extent, unsigned seed) {
-  std::mt19937 random(seed);
-  std::uniform_real_distribution<double> coordinate(0.0, extent);
-  std::vector<mvVector<2>> points;
-  for (std::size_t i = 0; i < n; ++i) points.emplace_back(coordinate(random), coordinate(random));
-  return points;
-}
-
 }  // namespace
 
 TEST(ToolTimeLimit, MatchStoppedByItsTimeLimitExitsWithStatus3AndNamesTheLimit) {
   Files files;
-  const std::string model = files.write("model.txt", pointText(spread(200, 300.0, 1)));
-  const std::string data = files.write("data.txt", pointText(spread(300, 3000.0, 2)));
+  const std::string model = files.write("model.txt", pointText(spreadPoints(200, 300.0, 1)));
+  const std::string data = files.write("data.txt", pointText(spreadPoints(300, 3000.0, 2)));
   const auto o = run({"match", "--model", model, "--data", data, "--grid-size", "0.5", "--scale",
                       "-0.5:0.5", "--time-limit", "0.2"});
   EXPECT_EQ(o.status, 3);

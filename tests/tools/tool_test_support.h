@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "cli.h"
+#include "common/seeded_random.h"
 #include "json.h"
 #include "mvbase/geometry.h"
 
@@ -108,6 +109,18 @@ inline mvXform<2> similarity(double degrees, double scale, double tx, double ty)
   return mvXform<2>(mvMatrix<2>(scale * std::cos(a), -scale * std::sin(a), scale * std::sin(a),
                                 scale * std::cos(a)),
                     mvVector<2>(tx, ty));
+}
+
+/// n points spread uniformly over [0, extent) x [0, extent), the same from a seed everywhere.
+inline std::vector<mvVector<2>> spreadPoints(std::size_t n, double extent, std::uint32_t seed) {
+  seeded_random::SeededRandom random(seed);
+  std::vector<mvVector<2>> points;
+  for (std::size_t i = 0; i < n; ++i) {
+    const double x = random.uniform(0.0, extent);
+    const double y = random.uniform(0.0, extent);
+    points.emplace_back(x, y);
+  }
+  return points;
 }
 
 }  // namespace tool_test

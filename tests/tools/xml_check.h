@@ -1,19 +1,34 @@
 // A small XML well-formedness check for the tool's pictures: one root element, every
 // element closed in order, attributes quoted and not repeated, entity references known,
-// comments and the declaration well formed. Returns "" when the text is well formed, else
-// what is wrong and where.
+// comments and the declaration well formed. Besides "" or what is wrong and where, it tells
+// what a reader of a picture looks for: the root element and its attributes, how many
+// elements of each name there are, and the text of the <text> elements.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cctype>
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
 
 namespace xml_check {
 
+/// What a well-formed document holds, as far as the pictures' tests look.
+struct Outline {
+  std::string root;                               ///< the root element's name
+  std::map<std::string, std::string> attributes;  ///< the root element's attributes, as written
+  std::map<std::string, long> counts;             ///< elements by name
+  std::string texts;  ///< the character data of the <text> elements, each followed by a blank
+};
+
 class Checker {
  public:
   explicit Checker(const std::string& text) : s_(text) {}
+
+  /// What the document holds (meaningful when run() gave "").
+  const Outline& outline() const { return outline_; }
 
   std::string run() {
     try {
@@ -107,7 +122,10 @@ class Checker {
 
   void element() {
     ++pos_;  // '<'
+    const bool isRoot = outline_.root.empty();
     const std::string tag = name();
+    if (isRoot) outline_.root = tag;
+    ++outline_.counts[tag];
     std::set<std::string> attributes;
     for (;;) {
       const std::size_t before = pos_;
@@ -127,9 +145,13 @@ class Checker {
       if (!at('=')) fail("expected '=' after attribute " + attribute);
       ++pos_;
       blanks();
+      const std::size_t valueStart = pos_ + 1;
       attributeValue();
+      if (isRoot) outline_.attributes[attribute] = s_.substr(valueStart, pos_ - 1 - valueStart);
     }
+    const std::size_t contentStart = pos_;
     content();
+    if (tag == "text") outline_.texts += s_.substr(contentStart, pos_ - contentStart) + " ";
     if (!startsWith("</")) fail("<" + tag + "> not closed");
     pos_ += 2;
     const std::string closing = name();
@@ -159,9 +181,19 @@ class Checker {
 
   const std::string& s_;
   std::size_t pos_ = 0;
+  Outline outline_;
 };
 
 /// "" when text is a well-formed XML document, else the first problem found.
 inline std::string wellFormedError(const std::string& text) { return Checker(text).run(); }
+
+/// The outline of a document; the test fails (and the outline is empty) when it is not
+/// well formed.
+inline Outline outlineOf(const std::string& text) {
+  Checker checker(text);
+  const std::string error = checker.run();
+  EXPECT_EQ(error, "");
+  return error.empty() ? checker.outline() : Outline();
+}
 
 }  // namespace xml_check
