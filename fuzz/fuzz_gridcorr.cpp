@@ -104,8 +104,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const double accept = in.ConsumeBool() ? in.ConsumeIntegralInRange<int>(0, 20) / 20.0
                                          : fuzz_support::number(in, 2.0);
   const mv_PointToGridCorresponderRunParams runParams(accept, 1.0, maxResults);
-  const bool runnable =
-      corresponder.isTrained() && maxResults >= 1 && accept >= 0.0 && accept <= 1.0;
+  // A capacity below 1 is refused only where the score store is made: a run with nothing
+  // worth scanning returns first, finding nothing.
+  const bool runnable = corresponder.isTrained() && accept >= 0.0 && accept <= 1.0;
 
   const bool useImage = in.ConsumeBool();
   const std::vector<mvPair<long>> observedNodes = fuzzedNodes(in, kMaxCoordinate);
@@ -119,7 +120,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                      : corresponder.run(observedNodes, runParams, results);
     FUZZ_CHECK(runnable);
   } catch (const mvAssertionError&) {
-    FUZZ_CHECK(!runnable);
+    FUZZ_CHECK(!runnable || maxResults < 1);
+    return 0;
+  }
+  if (maxResults < 1) {
+    FUZZ_CHECK(!found && results.results().empty());
     return 0;
   }
   checkResults(results, found, maxResults);
