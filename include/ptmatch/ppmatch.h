@@ -147,6 +147,12 @@ class PTMATCH_API mvPointMatcherRunParams {
   long maxNumResults_;
 };
 
+namespace ptmatch {
+namespace detail {
+struct ResultWriter;
+}  // namespace detail
+}  // namespace ptmatch
+
 /// One match: its pose, its model-to-data map (or grid-to-data map for a pattern-trained
 /// matcher), its coverage and its fit error.
 class PTMATCH_API mvPointMatcherResult {
@@ -177,6 +183,7 @@ class PTMATCH_API mvPointMatcherResult {
 
  private:
   friend class mvPointMatcher;
+  friend struct ptmatch::detail::ResultWriter;
   void setRunMode_(mvPointMatcherDefs::Mode m) { runMode_ = m; }
   void setModelToDataXform_(const mvXform<2>& x) { modelToDataXform_ = x; }
   void setModelToDataMap_(const std::vector<long>& m) { modelToDataMap_ = m; }
@@ -206,6 +213,7 @@ class PTMATCH_API mvPointMatcherResultSet {
 
  private:
   friend class mvPointMatcher;
+  friend struct ptmatch::detail::ResultWriter;
   std::vector<mvPointMatcherResult>& getResults_() { return results_; }
   void setTime_(double t) { time_ = t; }
 

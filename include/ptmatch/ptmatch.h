@@ -7,6 +7,7 @@
 #include "ptmatch/imageio.h"
 #include "ptmatch/matext.h"
 #include "ptmatch/pinv.h"
+#include "ptmatch/planned.h"
 #include "ptmatch/ppmatch.h"
 #include "ptmatch/ptgdmap.h"
 #include "ptmatch/robustgrid.h"

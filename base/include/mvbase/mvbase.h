@@ -7,4 +7,5 @@
 #include "mvbase/fitter.h"
 #include "mvbase/geometry.h"
 #include "mvbase/image.h"
+#include "mvbase/threads.h"
 #include "mvbase/timer.h"
