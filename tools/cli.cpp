@@ -1,6 +1,7 @@
 #include "cli.h"
 
 #include <algorithm>
+#include <cmath>
 #include <exception>
 #include <new>
 #include <typeinfo>
@@ -11,6 +12,7 @@
 #include "errors.h"
 #include "mvbase/attention.h"
 #include "mvbase/exception.h"
+#include "mvbase/threads.h"
 
 #ifndef PTMATCH_VERSION_STRING
 #define PTMATCH_VERSION_STRING "unknown"
@@ -40,6 +42,25 @@ int runWithinTimeLimit(int (*run)(const std::vector<std::string>&, std::ostream&
   args.erase(option, option + 2);
   const mvAttention::Deadline limit(seconds);
   return run(args, out);
+}
+
+// Runs a command with its --threads N (taken out of its arguments): the searches of the
+// command use N threads; without it they use every core.
+int runWithThreads(int (*run)(const std::vector<std::string>&, std::ostream&),
+                   std::vector<std::string> args, std::ostream& out) {
+  const auto option = std::find(args.begin(), args.end(), "--threads");
+  long threads = mvThreads::forMachine();
+  if (option != args.end()) {
+    if (option + 1 == args.end()) throw UsageError("--threads: missing value (a count)");
+    const double n = parseNumber(*(option + 1), "--threads");
+    if (!(n >= 1.0 && n <= static_cast<double>(mvThreads::kMaxThreads)) || n != std::floor(n)) {
+      throw UsageError("--threads: must be a whole number from 1 to 1024");
+    }
+    threads = static_cast<long>(n);
+    args.erase(option, option + 2);
+  }
+  const mvThreads::Scope scope(threads);
+  return runWithinTimeLimit(run, std::move(args), out);
 }
 
 bool asksForHelp(const std::vector<std::string>& args) {
@@ -80,7 +101,7 @@ int dispatch(const std::vector<std::string>& args, std::ostream& out) {
     out << helpText(command);
     return kExitOk;
   }
-  return runWithinTimeLimit(run, rest, out);
+  return runWithThreads(run, rest, out);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "errors.h"
 #include "outputs.h"
 #include "pointfile.h"
+#include "ptmatch/planned.h"
 #include "report.h"
 
 namespace ptmatch::cli {
@@ -133,8 +134,11 @@ void checkExhaustiveSize(std::size_t modelCount, std::size_t dataCount) {
 
 int runMatch(const std::vector<std::string>& args, std::ostream& out) {
   std::vector<OptionSpec> specs = searchOptionSpecs();
-  specs.insert(specs.end(),
-               {{"--model", true}, {"--data", true}, {"--weights", true}, {"--exhaustive", false}});
+  specs.insert(specs.end(), {{"--model", true},
+                             {"--data", true},
+                             {"--weights", true},
+                             {"--exhaustive", false},
+                             {"--exact", false}});
   const ParsedOptions options =
       parseOptions(args, withImageInput(specs, {"--model-image", "--data-image"}), "match");
   const mvPointMatcherRunParams params = runParamsFrom(options);
@@ -148,9 +152,13 @@ int runMatch(const std::vector<std::string>& args, std::ostream& out) {
 
   mvPointMatcher matcher;
   trainFromPoints(matcher, model, modelPath, weights, options.has("--exhaustive"));
-  warnAboutLongSearch("match", matcher, data.points, params);
   mvPointMatcherResultSet resultSet;
-  matcher.run(data.points, params, resultSet);
+  if (options.has("--exact") || options.has("--exhaustive")) {
+    warnAboutLongSearch("match", matcher, data.points, params);
+    matcher.run(data.points, params, resultSet);
+  } else {
+    mfPlannedMatch(matcher, data.points, params, resultSet);
+  }
 
   const MatchReport report =
       pointMatchReport("match", matcher, model.points, data.points, resultSet);

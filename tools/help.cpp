@@ -31,7 +31,8 @@ whole-number weights (model files only); '#' starts a comment and one header lin
 (such as 'x,y') is skipped. A JSON array of [x, y] pairs works as well.
 
 match, grid and pattern take --time-limit SECONDS: the search stops once it has run that
-long, with a message naming the limit and exit status 3.
+long, with a message naming the limit and exit status 3. Every command takes --threads N:
+its searches use N threads (default: every core; results do not depend on it).
 
 Exit status: 0 when the command ran (also when it found nothing), 2 for a usage or
 input error, 1 for an internal failure (or a demo that missed its truth), 3 when
@@ -104,6 +105,10 @@ Input:
   --data FILE           data points
   --weights FILE        the model's weights, one whole number a line (or a JSON array),
                         for a model file without a weight column
+  --exact               run the written hypothesis search over the whole ranges with its
+                        automatic sizes, instead of the planned search (which finds the
+                        same matches, verified the same way, usually many times faster;
+                        a given --grid-size also runs the written search as given)
   --exhaustive          try every pairing of model and data points instead of the
                         hypothesis search: (larger set + 1) ^ (smaller set) assignments,
                         so only for a few points (refused beyond 10^8 assignments)

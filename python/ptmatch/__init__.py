@@ -15,6 +15,11 @@ correspondence::
     best.pose                # 2x3 model-to-data transform
     best.model_to_data_map   # per model point its data point index, -1 unmatched
 
+ptmatch.match(model_points, data_points, rotation=..., scale=...) does both in one call
+with the planned search (many times faster on wide searches and large point sets;
+exact=True runs the written search). ptmatch.set_num_threads(n) sets the threads of
+every search.
+
 matcher.run_batch(list_of_data, ...) runs one trained matcher over many data sets on
 several threads, results in input order. ptmatch.__version__ is the library's version.
 
@@ -72,6 +77,9 @@ from ._ptmatch import (
     PointMatcher,
     RunParams,
     PointMatcherResult,
+    match,
+    set_num_threads,
+    get_num_threads,
     # point-to-grid mapping
     pt_to_grid_map,
     GridMapParams,
@@ -127,6 +135,9 @@ PerspectiveTm2.BadArgs = PerspectiveTm2BadArgs
 PtMatchTm3.BadArgs = PtMatchTm3BadArgs
 
 __all__ = [
+    "match",
+    "set_num_threads",
+    "get_num_threads",
     "DotError",
     "ImageFileError",
     "find_dots",

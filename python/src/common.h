@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "mvbase/mvbase.h"
+#include "ptmatch/ppmatch.h"
 
 namespace py = pybind11;
 
@@ -35,6 +36,7 @@ void bindScoreHashing(py::module_& m);
 void bindTransforms(py::module_& m);
 void bindMatrices(py::module_& m);
 void bindDots(py::module_& m);
+void bindPlanned(py::module_& m);
 
 // --- conversions ---
 
@@ -43,6 +45,14 @@ using Points3 = std::vector<mvVector<3>>;
 
 /// Any (N, 2) array-like of numbers (an empty sequence counts as no points).
 Points2 toPoints2(const py::handle& obj, const char* what);
+
+/// Run parameters from the keyword arguments of PointMatcher.run() (None keeps a field's
+/// default); each field goes through its validating setter.
+mvPointMatcherRunParams makeRunParams(double minCoverage, const py::object& startPose,
+                                      const py::object& xRange, const py::object& yRange,
+                                      const py::object& rotation, const py::object& scale,
+                                      const py::object& gridSize, const py::object& captureRange,
+                                      long long maxResults);
 /// Any (N, 3) array-like of numbers.
 Points3 toPoints3(const py::handle& obj, const char* what);
 /// One 2-vector from a length-2 array-like.

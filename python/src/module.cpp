@@ -31,6 +31,7 @@ PYBIND11_MODULE(_ptmatch, m) {
   bindTransforms(m);
   bindMatrices(m);
   bindDots(m);
+  bindPlanned(m);
   m.def(
       "_set_results_type",
       [](const py::object& type) {

@@ -17,6 +17,7 @@
 #include "ptmatch/ppmatch.h"
 
 namespace ptmatch_py {
+
 namespace {
 
 using Mode = mvPointMatcherDefs::Mode;
@@ -56,11 +57,11 @@ long toLong32(long long v, const char* what) {
 
 // Applies each given field through its validating setter, in the order of the C++
 // constructor; None keeps the default of a fresh RunParams.
-mvPointMatcherRunParams makeRunParams(double minCoverage, const py::object& startPose,
-                                      const py::object& xRange, const py::object& yRange,
-                                      const py::object& rotation, const py::object& scale,
-                                      const py::object& gridSize, const py::object& captureRange,
-                                      long long maxResults) {
+mvPointMatcherRunParams buildRunParams(double minCoverage, const py::object& startPose,
+                                       const py::object& xRange, const py::object& yRange,
+                                       const py::object& rotation, const py::object& scale,
+                                       const py::object& gridSize, const py::object& captureRange,
+                                       long long maxResults) {
   mvPointMatcherRunParams p;
   p.minCoverage(minCoverage);
   if (!startPose.is_none()) p.startPose(toXform(startPose, "start_pose"));
@@ -486,6 +487,15 @@ TimeoutError) when the run takes longer than timeout. The GIL is released meanwh
 }
 
 }  // namespace
+
+mvPointMatcherRunParams makeRunParams(double minCoverage, const py::object& startPose,
+                                      const py::object& xRange, const py::object& yRange,
+                                      const py::object& rotation, const py::object& scale,
+                                      const py::object& gridSize, const py::object& captureRange,
+                                      long long maxResults) {
+  return buildRunParams(minCoverage, startPose, xRange, yRange, rotation, scale, gridSize,
+                        captureRange, maxResults);
+}
 
 void bindPointMatcher(py::module_& m) {
   bindRunParams(m);
