@@ -93,24 +93,55 @@ Neighbourhood neighbourhoodOf(const mvXform<2>& pose, const mvXform<2>& startPos
   return n;
 }
 
+namespace {
+
+// The written run's lattice keeps its own value of pi.
+constexpr double kLatticePi = 3.1415926;
+constexpr double kLowestScale = 0.1;
+
+// The fine pass's scale range: the written run's scale lattice values nearest the match and
+// up to kFineLatticeSteps either side (within the written lattice), as relative changes; a
+// range the written run searches at one scale stays as it is.
+mvRange fineScales(const mvRange& user, double scaleChange, double gridSize, double radius) {
+  const double lo = std::max(1.0 + user.start(), kLowestScale);
+  const double hi = 1.0 + user.end();
+  const double step = 1.5 * gridSize / radius;
+  const long n = static_cast<long>(std::trunc((hi - lo) / step + 1.0)) / 2;
+  if (n == 0 || hi - lo < step) return user;
+  const double mid = (lo + hi) / 2.0;
+  const long j0 = std::clamp(std::lround((1.0 + scaleChange - mid) / step), -n, n);
+  const long w = std::min<long>(static_cast<long>(kFineLatticeSteps), n - std::labs(j0));
+  const double centre = mid + static_cast<double>(j0) * step;
+  if (w == 0) return mvRange(centre - 1.0, centre - 1.0);
+  const double reach = static_cast<double>(w) * step;
+  return mvRange(std::max(centre - reach - 1.0, kLowestScaleChange), centre + reach - 1.0);
+}
+
+// The fine pass's rotation range: the written run's rotation lattice values (at the match's
+// scale) nearest the match and kFineLatticeSteps either side.
+mvAngleRange fineRotations(const mvAngleRange& user, double rotation, double scale, double gridSize,
+                           double radius) {
+  const double step = std::atan2(2.0 * gridSize, radius * scale) * 180.0 / kLatticePi;
+  const double mid = user.range() == mvRangeDefs::eFull ? 0.0 : mvDegree(user.middle()).toDouble();
+  double offset = std::remainder(rotation - mid, 360.0);
+  const long i0 = std::lround(offset / step);
+  const double centre = mid + static_cast<double>(i0) * step;
+  // Just under the steps, so that the lattice holds kFineLatticeSteps values either side.
+  const double half = (kFineLatticeSteps - 0.01) * step;
+  return mvAngleRange(mvRadian(mvDegree(centre - half)), mvRadian(mvDegree(centre + half)));
+}
+
+}  // namespace
+
 mvPointMatcherRunParams finePassParams(const mvPointMatcherRunParams& user, const Neighbourhood& n,
                                        double gridSize, double modelRadius) {
-  const double scale = 1.0 + n.scaleChange;
-  const double rotationStep =
-      std::atan2(2.0 * gridSize, modelRadius * scale) * 180.0 / 3.141592653589793;
-  const double scaleStep = 1.5 * gridSize / modelRadius;
   const double reach = kFineTranslationCells * gridSize;
-  const double turn = kFineLatticeSteps * rotationStep;
-  const double grow = kFineLatticeSteps * scaleStep;
-
   mvPointMatcherRunParams fine = user;
   fine.xTranslationUncertainty(mvRange(n.offset.x() - reach, n.offset.x() + reach));
   fine.yTranslationUncertainty(mvRange(n.offset.y() - reach, n.offset.y() + reach));
-  fine.rotationUncertainty(
-      mvAngleRange(mvRadian(mvDegree(n.rotation - turn)), mvRadian(mvDegree(n.rotation + turn))));
-  const double lo = std::max(n.scaleChange - grow, kLowestScaleChange);
-  const double hi = std::max(n.scaleChange + grow, lo);
-  fine.scaleUncertainty(mvRange(lo, hi));
+  fine.rotationUncertainty(fineRotations(user.rotationUncertainty(), n.rotation,
+                                         1.0 + n.scaleChange, gridSize, modelRadius));
+  fine.scaleUncertainty(fineScales(user.scaleUncertainty(), n.scaleChange, gridSize, modelRadius));
   fine.autoGridSize(true);
   return fine;
 }

@@ -137,6 +137,24 @@ bool withinRotationRange(const mvPointMatcherResult& r, const mvPointMatcherRunP
   return rotations.isWithin(relative.rotation());
 }
 
+// Adds to near (kept in order) the data points that set the written run's grid origin: the
+// lowest x and the lowest y in the start-pose frame. With them the fine pass votes on the
+// written run's own cells.
+void keepGridAnchor(const Search& s, std::vector<std::size_t>& near) {
+  const mvXform<2> startInverse = s.params.startPose().inverse();
+  std::size_t lowX = 0, lowY = 0;
+  double minX = 0.0, minY = 0.0;
+  for (std::size_t j = 0; j < s.data.size(); ++j) {
+    const mvVector<2> p = startInverse * s.data[j];
+    if (j == 0 || p.x() < minX) minX = p.x(), lowX = j;
+    if (j == 0 || p.y() < minY) minY = p.y(), lowY = j;
+  }
+  for (std::size_t j : {lowX, lowY}) {
+    const auto at = std::lower_bound(near.begin(), near.end(), j);
+    if (at == near.end() || *at != j) near.insert(at, j);
+  }
+}
+
 // The fine pass about one coarse match: the written run over a narrow neighbourhood of its
 // pose, on the data near it; its results join found (maps in the caller's data indices,
 // results found before kept).
@@ -144,8 +162,8 @@ void finePass(const Search& s, const mvXform<2>& pose, std::vector<mvPointMatche
   const planned::Neighbourhood n = planned::neighbourhoodOf(pose, s.params.startPose(), s.center);
   const mvPointMatcherRunParams fine = planned::finePassParams(s.params, n, s.gridSize, s.radius);
   const double margin = kCropCells * s.gridSize + s.captureRange;
-  const std::vector<std::size_t> near =
-      planned::dataNear(s.data, s.matcher.modelPoints(), pose, margin);
+  std::vector<std::size_t> near = planned::dataNear(s.data, s.matcher.modelPoints(), pose, margin);
+  keepGridAnchor(s, near);
   std::vector<mvVector<2>> nearData;
   nearData.reserve(near.size());
   for (std::size_t j : near) nearData.push_back(s.data[j]);
