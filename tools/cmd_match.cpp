@@ -153,7 +153,8 @@ int runMatch(const std::vector<std::string>& args, std::ostream& out) {
   mvPointMatcher matcher;
   trainFromPoints(matcher, model, modelPath, weights, options.has("--exhaustive"));
   mvPointMatcherResultSet resultSet;
-  if (options.has("--exact") || options.has("--exhaustive")) {
+  // The written run as asked (or as the planned search would run it: a given grid size).
+  if (options.has("--exact") || options.has("--exhaustive") || !params.autoGridSize()) {
     warnAboutLongSearch("match", matcher, data.points, params);
     matcher.run(data.points, params, resultSet);
   } else {

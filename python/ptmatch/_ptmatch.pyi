@@ -210,6 +210,25 @@ class PointMatcher:
     @staticmethod
     def from_bytes(data: bytes) -> PointMatcher: ...
 
+def match(
+    model: ArrayLike,
+    data: ArrayLike,
+    weights: Optional[ArrayLike] = None,
+    min_coverage: float = 0.5,
+    start_pose: Optional[ArrayLike] = None,
+    x_range: RangeArg = None,
+    y_range: RangeArg = None,
+    rotation: RangeArg = None,
+    scale: RangeArg = (0.0, 0.0),
+    grid_size: Optional[float] = None,
+    capture_range: Optional[float] = None,
+    max_results: int = 1,
+    exact: bool = False,
+    timeout: Optional[float] = None,
+) -> Results[PointMatcherResult]: ...
+def set_num_threads(n: int) -> None: ...
+def get_num_threads() -> int: ...
+
 # --- point-to-grid mapping ---
 
 class GridMapParams:

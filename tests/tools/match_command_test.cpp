@@ -197,3 +197,39 @@ TEST(MatchCommand, WritesThePictureBesideTheJson) {
   EXPECT_EQ(json(o)["results"].size(), 1u);  // stdout holds only the JSON
   EXPECT_NE(files.read("p.svg").find("coverage 1 (10 of 10 model points)"), std::string::npos);
 }
+
+TEST(MatchCommand, ExactGivesTheWrittenSearchsAnswerAndThreadsChangeNothing) {
+  Files files;
+  const mvXform<2> truth = similarity(-140.0, 1.1, 80.0, 60.0);
+  const std::string model = files.write("model.txt", pointText(kModel));
+  const std::string data = files.write("data.txt", pointText(dataUnder(truth)));
+  const std::vector<std::string> search = {"match", "--model", model,       "--data",
+                                           data,    "--scale", "-0.2:0.25", "--json"};
+  std::vector<std::string> exact = search;
+  exact.push_back("--exact");
+  std::vector<std::string> threads = search;
+  threads.insert(threads.end(), {"--threads", "3"});
+  for (const auto& args : {search, exact, threads}) {
+    const auto o = run(args);
+    ASSERT_EQ(o.status, 0) << o.err;
+    const JsonValue j = json(o);
+    ASSERT_EQ(j["results"].size(), 1u);
+    EXPECT_NEAR(j["results"][0]["rotationDeg"].asNumber(), -140.0, 1e-6);
+    for (std::size_t i = 0; i < kModel.size(); ++i) {
+      EXPECT_EQ(j["results"][0]["map"][i].asNumber(), dataIndexOf(i)) << "model point " << i;
+    }
+  }
+}
+
+TEST(MatchCommand, ThreadsMustBeAWholeNumberFromOne) {
+  Files files;
+  const std::string model = files.write("model.txt", pointText(kModel));
+  for (const char* bad : {"0", "-2", "1.5", "many", "2000"}) {
+    const auto o = run({"match", "--model", model, "--data", model, "--threads", bad});
+    EXPECT_EQ(o.status, 2) << bad;
+    EXPECT_NE(o.err.find("--threads"), std::string::npos) << o.err;
+  }
+  const auto missing = run({"match", "--model", model, "--data", model, "--threads"});
+  EXPECT_EQ(missing.status, 2);
+  EXPECT_NE(missing.err.find("--threads: missing value"), std::string::npos) << missing.err;
+}
