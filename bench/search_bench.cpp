@@ -1,12 +1,15 @@
 // The point-to-point search on a realistic scene: a 50-point model (points at least 8
 // apart) found among 200 data points of a 640 x 480 image, 45 of them the model under a
 // similarity pose with 0.2 of noise and 155 outliers; full rotation range, scale +-10 %.
+// And wide searches with the translation free, on one and on two threads.
 #include <benchmark/benchmark.h>
 
 #include <cmath>
 #include <vector>
 
+#include "../tests/common/search_scenes.h"
 #include "../tests/common/seeded_random.h"
+#include "mvbase/threads.h"
 #include "ptmatch/ppmatch.h"
 
 namespace {
@@ -88,5 +91,31 @@ void BM_PointToPointFullRotationWeighted(benchmark::State& state) {
   runScene(state, matcher, scene);
 }
 BENCHMARK(BM_PointToPointFullRotationWeighted)->Unit(benchmark::kMillisecond);
+
+// Wide searches as users run them, the translation free over the whole data: the wide
+// scene (50 points, any rotation, scale 0.8-1.25) and the many scene (200 points, +-45
+// degrees, scale 0.9-1.1), on the number of threads given as the argument.
+void runWithThreads(benchmark::State& state, const search_scenes::Scene& scene) {
+  const mvPointMatcher matcher = search_scenes::trainedOn(scene);
+  const mvThreads::Scope threads(state.range(0));
+  mvPointMatcherResultSet results;
+  for (auto _ : state) {
+    matcher.run(scene.data, scene.params, results);
+    benchmark::DoNotOptimize(results);
+  }
+  state.counters["threads"] = static_cast<double>(state.range(0));
+  state.counters["results"] = static_cast<double>(results.results().size());
+  state.counters["coverage"] = results.results().empty() ? 0.0 : results.results()[0].coverage();
+}
+
+void BM_WideSearch(benchmark::State& state) {
+  runWithThreads(state, search_scenes::makeScene(search_scenes::wideSpec(50), 21u));
+}
+BENCHMARK(BM_WideSearch)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void BM_ManySearch(benchmark::State& state) {
+  runWithThreads(state, search_scenes::makeScene(search_scenes::manySpec(200), 22u));
+}
+BENCHMARK(BM_ManySearch)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace

@@ -4,8 +4,10 @@
 // refinement.
 
 #include "mvbase/attention.h"
+#include "mvbase/threads.h"
 #include "ppmatch/search/grid_space.h"
 #include "ppmatch/search/lattice.h"
+#include "ppmatch/search/parallel_lattice.h"
 #include "ppmatch/search/refine.h"
 #include "ppmatch/search/search.h"
 #include "ppmatch/search/vote.h"
@@ -16,9 +18,20 @@ namespace {
 
 // Votes at every (scale, rotation) of the lattice, scale-major, checking for an
 // interruption before each; minScore rises to the coarse store's lowest score + 1 once
-// the store is full.
-void voteCoarseLattice(Voter& voter, const mvPointMatcherRunParams& params, double gridSize,
-                       const mv_PointMatcherModel& model, long minScore, HypothesisStore& coarse) {
+// the store is full. On the caller's thread alone unless more threads are asked for
+// (mvThreads): those give the same store.
+void voteCoarseLattice(Voter& voter, const VoteOptions& vote, const mvPointMatcherRunParams& params,
+                       double gridSize, const mv_PointMatcherModel& model, long minScore,
+                       HypothesisStore& coarse) {
+  const long requested = mvThreads::forSynchronous();
+  if (requested > 1) {
+    const std::vector<LatticeStep> steps = coarseLatticeSteps(params, gridSize, model);
+    const long threads = coarseVoteThreads(requested, steps.size());
+    if (threads > 1) {
+      voteStepsInParallel(steps, threads, voter, vote, minScore, coarse);
+      return;
+    }
+  }
   walkLattice(scaleLattice(params.scaleUncertainty(), gridSize, model), [&](double scale) {
     walkLattice(rotationLattice(params.rotationUncertainty(), gridSize, model, scale),
                 [&](double rotation) {
@@ -79,7 +92,7 @@ void hypothesisSearch(const std::vector<mvVector<2>>& data, const mv_PointMatche
   Voter voter(model.points, space.dataToGrid, model.center, space.occupancy, window,
               std::move(votes.weights), vote);
   HypothesisStore coarse(model.totalWeight, searchParams.maxNumResults());
-  voteCoarseLattice(voter, searchParams, sizes.gridSize, model, baseMinScore, coarse);
+  voteCoarseLattice(voter, vote, searchParams, sizes.gridSize, model, baseMinScore, coarse);
   refineHypotheses(data, space, model, sizes.captureRange, baseMinScore,
                    searchParams.maxNumResults(), voter, coarse, store);
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "mvbase/attention.h"
 #include "mvbase/geometry.h"
@@ -11,6 +12,30 @@
 
 namespace ptmatch {
 namespace detail {
+
+/// A peak of one vote, as it would be offered to a store.
+struct RecordedPeak {
+  long value;
+  CellHypothesis hypothesis;
+};
+
+/// Records the peaks one vote offers to a store of the given capacity, in the order they
+/// are offered, so that they can be offered to the store itself later.
+class PeakList {
+ public:
+  /// The capacity of the store the peaks are meant for.
+  explicit PeakList(long maxResults) : maxResults_(maxResults) {}
+  long maxResults() const { return maxResults_; }
+  void add(long value, const CellHypothesis& hypothesis) {
+    peaks_.push_back(RecordedPeak{value, hypothesis});
+  }
+  const std::vector<RecordedPeak>& peaks() const { return peaks_; }
+  void clear() { peaks_.clear(); }
+
+ private:
+  long maxResults_;
+  std::vector<RecordedPeak> peaks_;
+};
 
 /// Whether cell u of row is a peak of value: strictly greater than its left, upper-left,
 /// upper and lower-left neighbours and at least equal to its right, upper-right, lower and
@@ -32,15 +57,15 @@ inline bool isPeak(const std::int16_t* up, const std::int16_t* row, const std::i
 }
 
 /// Inserts the peaks of at least minScore in accumulator rows first..last (in row order)
-/// into store, with offset window origin + (u, v) and the given scale and rotation.
-/// rowAt(v) points to cell 0 of row v, for 0 <= v < height; nextRow(v) gives the first row
-/// from v on (last + 1 when none) that may hold a value of at least minScore: rows it skips
-/// are not scanned. Nothing is collected when the store's capacity is below 2 or the
-/// accumulator is smaller than 2 x 2.
-template <typename RowAt, typename NextRow>
+/// into store (a HypothesisStore, or a PeakList that records them), with offset window origin + (u,
+/// v) and the given scale and rotation. rowAt(v) points to cell 0 of row v, for 0 <= v < height;
+/// nextRow(v) gives the first row from v on (last + 1 when none) that may hold a value of at least
+/// minScore: rows it skips are not scanned. Nothing is collected when the store's capacity is below
+/// 2 or the accumulator is smaller than 2 x 2.
+template <typename RowAt, typename NextRow, typename Store>
 void collectPeakRows(RowAt rowAt, NextRow nextRow, long width, long height, long first, long last,
                      long minScore, const mvPelRect& window, double scale, const mvDegree& rotation,
-                     HypothesisStore& store) {
+                     Store& store) {
   if (store.maxResults() < 2 || width < 2 || height < 2) return;
   for (long v = nextRow(first); v <= last; v = nextRow(v + 1)) {
     mvAttention::pace(width);

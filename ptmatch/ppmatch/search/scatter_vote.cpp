@@ -519,8 +519,9 @@ void ScatterVoter::vote(const std::vector<mvPair<long>>& projected,
   staleRows_ = RowSpan{height_, -1};
 }
 
-void ScatterVoter::collectPeaks(long minScore, double scale, const mvDegree& rotation,
-                                HypothesisStore& store) const {
+template <typename Store>
+void ScatterVoter::collectPeaksInto(long minScore, double scale, const mvDegree& rotation,
+                                    Store& store) const {
   auto rowAt = [this](long v) { return row(v); };
   if (minScore <= 0) {
     // Untouched cells (0) could be peaks too: scan everything, as the reference does.
@@ -537,6 +538,16 @@ void ScatterVoter::collectPeaks(long minScore, double scale, const mvDegree& rot
   collectPeakRows(
       rowAt, [&](long v) { return nextCandidateRow(v, last, threshold); }, width_, height_,
       touchedRows_.first, last, minScore, window_, scale, rotation, store);
+}
+
+void ScatterVoter::collectPeaks(long minScore, double scale, const mvDegree& rotation,
+                                HypothesisStore& store) const {
+  collectPeaksInto(minScore, scale, rotation, store);
+}
+
+void ScatterVoter::collectPeaks(long minScore, double scale, const mvDegree& rotation,
+                                PeakList& list) const {
+  collectPeaksInto(minScore, scale, rotation, list);
 }
 
 }  // namespace detail

@@ -36,6 +36,7 @@
 
 #include "mvbase/geometry.h"
 #include "mvbase/image.h"
+#include "ppmatch/search/peaks.h"
 #include "ppmatch/search/search.h"
 #include "ppmatch/search/vote_kernels.h"
 
@@ -96,6 +97,8 @@ class ScatterVoter {
   /// collectPeaks does from the same accumulator values.
   void collectPeaks(long minScore, double scale, const mvDegree& rotation,
                     HypothesisStore& store) const;
+  /// Records the same peaks in list instead, in the same order.
+  void collectPeaks(long minScore, double scale, const mvDegree& rotation, PeakList& list) const;
 
   /// Accumulator cell (u, v) of the last vote, 0 <= u <= window width, 0 <= v <= window
   /// height.
@@ -126,6 +129,8 @@ class ScatterVoter {
     long centreCount, residueCount, pieceCount;
   };
 
+  template <typename Store>
+  void collectPeaksInto(long minScore, double scale, const mvDegree& rotation, Store& store) const;
   void takeApart(const mvPelBuffer_const<unsigned char>& occupancy);
   bool reach(const mvPair<long>& cell, Reach& r) const;
   RowSpan rowsOf(const RowItems& items, long yLo, long yHi) const;

@@ -193,9 +193,12 @@ void voteTranslations(const mvPelBuffer_const<unsigned char>& occupancy, const m
   }
 }
 
-void collectPeaks(const mvPelBuffer_const<std::int16_t>& accumulator, long minScore,
-                  const mvPelRect& window, double scale, const mvDegree& rotation,
-                  HypothesisStore& store) {
+namespace {
+
+template <typename Store>
+void collectPeaksInto(const mvPelBuffer_const<std::int16_t>& accumulator, long minScore,
+                      const mvPelRect& window, double scale, const mvDegree& rotation,
+                      Store& store) {
   const long width = accumulator.width();
   const long last = accumulator.height() - 1;
   auto rowAt = [&](long v) { return accumulator.pointToRow(v); };
@@ -208,6 +211,19 @@ void collectPeaks(const mvPelBuffer_const<std::int16_t>& accumulator, long minSc
   };
   collectPeakRows(rowAt, nextRow, width, accumulator.height(), 0, last, minScore, window, scale,
                   rotation, store);
+}
+
+}  // namespace
+
+void collectPeaks(const mvPelBuffer_const<std::int16_t>& accumulator, long minScore,
+                  const mvPelRect& window, double scale, const mvDegree& rotation,
+                  HypothesisStore& store) {
+  collectPeaksInto(accumulator, minScore, window, scale, rotation, store);
+}
+
+void collectPeaks(const mvPelBuffer_const<std::int16_t>& accumulator, long minScore,
+                  const mvPelRect& window, double scale, const mvDegree& rotation, PeakList& list) {
+  collectPeaksInto(accumulator, minScore, window, scale, rotation, list);
 }
 
 Voter::Voter(const std::vector<mvVector<2>>& modelPoints, const mvXform<2>& dataToGrid,
@@ -244,6 +260,18 @@ void Voter::voteProjected(double scale, const mvDegree& rotation, long& minScore
   } else {
     scatter->vote(projected, weights);
     scatter->collectPeaks(minScore, scale, rotation, store);
+  }
+}
+
+void Voter::voteAndRecord(double scale, const mvDegree& rotation, long minScore, PeakList& list) {
+  list.clear();
+  projectModel(modelPoints, modelToGrid(dataToGrid, modelCenter, scale, rotation), projected);
+  if (method == VoteMethod::eReference) {
+    voteTranslations(occupancy, window, projected, weights, accumulator, counts);
+    collectPeaks(accumulator, minScore, window, scale, rotation, list);
+  } else {
+    scatter->vote(projected, weights);
+    scatter->collectPeaks(minScore, scale, rotation, list);
   }
 }
 

@@ -17,6 +17,7 @@
 #include "mvbase/geometry.h"
 #include "mvbase/image.h"
 #include "ppmatch/model.h"
+#include "ppmatch/search/peaks.h"
 #include "ppmatch/search/scatter_vote.h"
 #include "ppmatch/search/search.h"
 #include "ppmatch/search/vote_kernels.h"
@@ -70,6 +71,9 @@ void voteTranslations(const mvPelBuffer_const<unsigned char>& occupancy, const m
 void collectPeaks(const mvPelBuffer_const<std::int16_t>& accumulator, long minScore,
                   const mvPelRect& window, double scale, const mvDegree& rotation,
                   HypothesisStore& store);
+/// Records the same peaks in list instead, in the same order.
+void collectPeaks(const mvPelBuffer_const<std::int16_t>& accumulator, long minScore,
+                  const mvPelRect& window, double scale, const mvDegree& rotation, PeakList& list);
 
 /// How a Voter computes its accumulator.
 enum class VoteMethod {
@@ -101,6 +105,12 @@ struct Voter {
   /// store is full, votes, and inserts the peaks into store with scale and rotation.
   void voteProjected(double scale, const mvDegree& rotation, long& minScore,
                      HypothesisStore& store);
+
+  /// Projects the model at scale and rotation, votes, and records in list (cleared first)
+  /// the peaks of at least minScore that voteAndCollect would offer a store with that
+  /// minScore, in the same order. Leaves every store alone, so that several Voters over the
+  /// same search may vote different steps at once.
+  void voteAndRecord(double scale, const mvDegree& rotation, long minScore, PeakList& list);
 
   /// Accumulator cell (u, v) of the last vote, 0 <= u <= window width, 0 <= v <= window
   /// height.
