@@ -4,19 +4,18 @@
 On the same seeded scenarios (made by the ptmatch_scenarios program, see
 bench/scenarios/scenarios.h), in one run:
 
-  point families  ptmatch's point matcher (given the ranges each scenario declares)
-                  against astroalign.find_transform (which always searches every
-                  rotation, scale and translation, and takes no ranges);
+  point families  ptmatch.match, the planned search, and ptmatch.match(exact=True), the
+                  written run, each on one thread and on the machine's cores (given
+                  the ranges each scenario declares), against astroalign.find_transform
+                  (which always searches every rotation, scale and translation, and
+                  takes no ranges); see bench/compare_points.py;
   grid families   ptmatch's pt_to_grid_map (mfPtToGridMap) and robust_grid_map
                   (mfRobustGridMap) against OpenCV's findCirclesGrid, fed the dot centres
                   directly (no blob detection), in both of its modes (the default and
                   CALIB_CB_CLUSTERING).
 
 Success:
-  point case   the returned pose carries the model points to within 1 px RMS of where
-               the true pose carries them. For a symmetric model every pose that differs
-               by a symmetry is right, so there each mapped point is compared with the
-               nearest truly mapped model point. No pose (or an exception) is a failure.
+  point case   every instance of the model is found within 1 px RMS (bench/compare_points.py).
   grid case    every dot of the grid comes back at its true node, up to one relabelling
                of the whole grid (a shift of the indices and a turn or mirror of the
                lattice, since both tools choose their own origin). For findCirclesGrid,
@@ -30,17 +29,22 @@ Success:
 Time: CPU seconds of this process spent in the call from Python (every library is held to
 one thread, so that is the call's own work, however busy the machine is with other
 things), the fastest of up to three repeats (repeats stop once 0.2 s are spent); the table
-shows each family's median over its cases. Ratios are the headline: absolute times depend
-on the machine.
+shows each family's median over its cases. ptmatch's calls on the machine's cores are
+timed by the wall clock instead. Ratios are the headline: absolute times depend on the
+machine.
 
 Usage:
   /usr/bin/python3 bench/compare.py --build BUILD [--count N] [--seed S]
       [--families a,b] [--out docs/performance.md] [--raw FILE]
       [--vote-json FILE] [--sweep-json FILE] [--sweep-plot docs/FILE]
+      [--growth-plot docs/FILE]
 
 ptmatch is used through its Python module (BUILD/python) or, when that is not built,
 through the command-line tool BUILD/tools/ptmatch with --json (then its reported library
 time is used instead of the wall clock, which would count the process start).
+
+The Python module is used through ptmatch.match and ptmatch.set_num_threads; the tool
+through `ptmatch match` with --exact and --threads.
 """
 
 import os
@@ -55,7 +59,6 @@ import datetime
 import json
 import math
 import platform
-import statistics
 import subprocess
 import sys
 import tempfile
@@ -63,40 +66,15 @@ import time
 
 import numpy as np
 
-POINT_TOLERANCE_PX = 1.0      # RMS of mapped model points against the truth
+import compare_points
+from compare_common import by_family, fmt_ratio, median, ms, ratio, timed
+
 GRID_MATCH_PITCH = 0.25       # a reported grid centre must lie this near its dot
-REPEAT_BUDGET_S = 0.2
-MAX_REPEATS = 3
-SPEED_GOAL = 20.0             # ptmatch at least this much faster than astroalign
 
 # The eight turns and mirrors of a square lattice, as integer matrices on (column, row).
 LATTICE_SYMMETRIES = [np.array(m) for m in (
     [[1, 0], [0, 1]], [[0, -1], [1, 0]], [[-1, 0], [0, -1]], [[0, 1], [-1, 0]],
     [[-1, 0], [0, 1]], [[1, 0], [0, -1]], [[0, 1], [1, 0]], [[0, -1], [-1, 0]])]
-
-
-# --- timing ---
-
-def timed(call):
-    """Runs call() up to MAX_REPEATS times (stopping once REPEAT_BUDGET_S is spent) and
-    returns (its first result, the fastest run's seconds). An exception is a result."""
-    first = None
-    best = math.inf
-    spent = 0.0
-    for repeat in range(MAX_REPEATS):
-        start = time.process_time()
-        try:
-            outcome = call()
-        except Exception as error:  # a tool's failure is a failed case, not a crash
-            outcome = error
-        seconds = time.process_time() - start
-        if repeat == 0:
-            first = outcome
-        best = min(best, seconds)
-        spent += seconds
-        if spent >= REPEAT_BUDGET_S:
-            break
-    return first, best
 
 
 # --- ptmatch, through the module or the command-line tool ---
@@ -109,16 +87,24 @@ class PtmatchModule:
     def __init__(self, module):
         self.ptmatch = module
 
-    def match(self, s):
-        matcher = self.ptmatch.PointMatcher()
-        matcher.train(np.asarray(s["model"]))
+    def match(self, s, exact, threads):
+        """The poses ptmatch.match finds in scenario s on `threads` threads (or the
+        exception it raised) and the call's seconds."""
+        model = np.asarray(s["model"])
         data = np.asarray(s["data"])
-        kwargs = search_ranges(s["ranges"])
-
-        results, seconds = timed(lambda: matcher.run(data, **kwargs))
-        if isinstance(results, Exception) or not len(results):
-            return None, seconds
-        return np.asarray(results[0].pose), seconds
+        takes_start_pose = "start_pose" in (self.ptmatch.match.__doc__ or "")
+        kwargs = compare_points.match_arguments(s["ranges"], takes_start_pose)
+        clock = time.process_time if threads == 1 else time.perf_counter
+        self.ptmatch.set_num_threads(threads)
+        try:
+            results, seconds = timed(lambda: self.ptmatch.match(
+                model, data, exact=exact, timeout=compare_points.MATCH_TIMEOUT_S, **kwargs),
+                clock)
+        finally:
+            self.ptmatch.set_num_threads(0)
+        if isinstance(results, Exception):
+            return results, seconds
+        return [np.asarray(r.pose) for r in results], seconds
 
     def grid(self, g, snap):
         points = np.asarray(g["points"])
@@ -158,27 +144,32 @@ class PtmatchCli:
                 f.write("%.17g %.17g\n" % (x, y))
         return path
 
-    def _run(self, args):
-        out = subprocess.run([self.program] + args + ["--json"], capture_output=True, text=True)
+    def _run(self, args, timeout=None):
+        out = subprocess.run([self.program] + args + ["--json"], capture_output=True, text=True,
+                             timeout=timeout)
         return json.loads(out.stdout) if out.stdout.strip() else None
 
-    def match(self, s):
-        r = s["ranges"]
+    def match(self, s, exact, threads):
+        """As PtmatchModule.match, through `ptmatch match --json`; the time is the one the
+        tool reports (the whole search)."""
+        limit = compare_points.MATCH_TIMEOUT_S
         args = ["match", "--model", self._write("model.txt", s["model"]),
-                "--data", self._write("data.txt", s["data"]),
-                "--min-coverage", repr(r["min_coverage"]),
-                "--scale", "%r:%r" % tuple(r["scale"]),
-                "--rotation", "full" if r["full_rotation"] else "%r:%r" % tuple(r["rotation"])]
-        if r["translation"] > 0:
-            t = r["translation"]
-            args += ["--start-pose", "1,0,0,1,%r,%r" % tuple(r["start"]),
-                     "--x-range", "%r:%r" % (-t, t), "--y-range", "%r:%r" % (-t, t)]
-        report = self._run(args)
-        if not report or not report.get("results"):
-            return None, (report or {}).get("time", math.nan)
-        p = report["results"][0]["pose"]
-        pose = np.array([[p["a00"], p["a01"], p["tx"]], [p["a10"], p["a11"], p["ty"]]])
-        return pose, report["time"]
+                "--data", self._write("data.txt", s["data"]), "--threads", str(threads),
+                "--time-limit", repr(limit)] + compare_points.cli_arguments(s["ranges"])
+        if exact:
+            args.append("--exact")
+        try:
+            report = self._run(args, timeout=limit + 30.0)
+        except subprocess.TimeoutExpired:
+            report = None
+        if not report or report.get("error"):
+            message = (report or {}).get("error", "no report")
+            error = TimeoutError(message) if "time" in str(message).lower() else RuntimeError(
+                message)
+            return error, limit
+        poses = [np.array([[p["a00"], p["a01"], p["tx"]], [p["a10"], p["a11"], p["ty"]]])
+                 for p in (r["pose"] for r in report.get("results", []))]
+        return poses, report["time"]
 
     def grid(self, g, snap):
         return self._grid(g, ["--plain", "--snap", repr(snap)])
@@ -210,29 +201,7 @@ def load_ptmatch(build):
              "(%s) is built" % (build, program))
 
 
-def search_ranges(r):
-    """The keyword arguments of PointMatcher.run for a scenario's declared ranges."""
-    kwargs = dict(min_coverage=r["min_coverage"], scale=tuple(r["scale"]), max_results=1,
-                  rotation="full" if r["full_rotation"] else tuple(r["rotation"]))
-    if r["translation"] > 0:
-        t = r["translation"]
-        kwargs.update(start_pose=[[1.0, 0.0, r["start"][0]], [0.0, 1.0, r["start"][1]]],
-                      x_range=(-t, t), y_range=(-t, t))
-    return kwargs
-
-
 # --- the other tools ---
-
-def astroalign_match(aa, s):
-    source = np.asarray(s["model"], dtype=float)
-    target = np.asarray(s["data"], dtype=float)
-
-    def call():
-        transform, _ = aa.find_transform(source, target)
-        return np.asarray(transform.params)[:2, :]
-
-    return timed(call)
-
 
 def opencv_grid(cv2, g, clustering):
     points = np.asarray(g["points"], dtype=np.float32).reshape(-1, 1, 2)
@@ -249,26 +218,6 @@ def opencv_grid(cv2, g, clustering):
 
 
 # --- success ---
-
-def point_error(s, pose):
-    """RMS distance, px, between the model under the found pose and under the truth."""
-    model = np.asarray(s["model"], dtype=float)
-    truth = np.asarray(s["truth"], dtype=float)
-    found = model @ pose[:, :2].T + pose[:, 2]
-    true = model @ truth[:, :2].T + truth[:, 2]
-    if s["symmetry"] > 1:
-        d = np.sqrt(((found[:, None, :] - true[None, :, :]) ** 2).sum(axis=2)).min(axis=1)
-    else:
-        d = np.sqrt(((found - true) ** 2).sum(axis=1))
-    return float(np.sqrt(np.mean(d ** 2)))
-
-
-def point_success(s, pose):
-    if pose is None or isinstance(pose, Exception):
-        return False, math.nan
-    error = point_error(s, np.asarray(pose, dtype=float))
-    return error <= POINT_TOLERANCE_PX, error
-
 
 def consistent_relabelling(pairs):
     """True when one lattice turn or mirror plus one shift carries every true node of the
@@ -338,25 +287,6 @@ def snap_size(g):
     return 0.9 * float(pitch)
 
 
-def run_points(cases, ours, aa, log):
-    rows = []
-    for s in cases:
-        pose, t_ours = ours.match(s)
-        ok_ours, err_ours = point_success(s, pose)
-        row = dict(family=s["family"], index=s["index"], model=len(s["model"]),
-                   data=len(s["data"]), ours_ok=ok_ours, ours_error=err_ours, ours_s=t_ours)
-        if aa is not None:
-            pose, t_aa = astroalign_match(aa, s)
-            ok_aa, err_aa = point_success(s, pose)
-            row.update(other_ok=ok_aa, other_error=err_aa, other_s=t_aa)
-        rows.append(row)
-        log("%-15s %2d  M=%4d D=%4d  ptmatch %s %8.2f ms   astroalign %s %8.1f ms" % (
-            s["family"], s["index"], row["model"], row["data"], "ok  " if ok_ours else "FAIL",
-            1e3 * t_ours, "ok  " if row.get("other_ok") else "FAIL",
-            1e3 * row.get("other_s", math.nan)))
-    return rows
-
-
 def run_grids(cases, ours, cv2, log):
     rows = []
     for g in cases:
@@ -389,53 +319,6 @@ def run_grids(cases, ours, cv2, log):
 
 
 # --- the report ---
-
-def median(values):
-    values = [v for v in values if v == v]
-    return statistics.median(values) if values else math.nan
-
-
-def by_family(rows):
-    families = {}
-    for r in rows:
-        families.setdefault(r["family"], []).append(r)
-    return families
-
-
-def ms(seconds):
-    if seconds != seconds:
-        return "n/a"
-    v = 1e3 * seconds
-    return "%.3g" % v if v < 100 else "%.0f" % v
-
-
-def ratio(a, b):
-    return a / b if a == a and b == b and b > 0 else math.nan
-
-
-def fmt_ratio(r):
-    return "n/a" if r != r else ("%.0fx" % r if r >= 10 else "%.1fx" % r)
-
-
-def point_table(rows):
-    lines = ["| family | cases | ptmatch success | astroalign success | ptmatch median ms "
-             "| astroalign median ms | speed ratio | goal (>= %gx, success >=) |" % SPEED_GOAL,
-             "|---|---|---|---|---|---|---|---|"]
-    verdicts = []
-    for family, fam in by_family(rows).items():
-        n = len(fam)
-        ours = sum(r["ours_ok"] for r in fam)
-        other = sum(bool(r.get("other_ok")) for r in fam)
-        t_ours = median([r["ours_s"] for r in fam])
-        t_other = median([r.get("other_s", math.nan) for r in fam])
-        rr = ratio(t_other, t_ours)
-        met = rr >= SPEED_GOAL and ours >= other and (family != "many" or ours == n)
-        verdicts.append((family, met))
-        lines.append("| %s | %d | %d/%d | %d/%d | %s | %s | %s | %s |" % (
-            family, n, ours, n, other, n, ms(t_ours), ms(t_other), fmt_ratio(rr),
-            "met" if met else "**not met**"))
-    return lines, verdicts
-
 
 def grid_table(rows):
     """Strict success (every dot at its true node under one relabelling and no clutter
@@ -573,14 +456,7 @@ def sweep_section(path, plot):
 
 NOTES = [
     "## Notes", "",
-    "- astroalign runs with its defaults, which use at most 50 control points of each set; on "
-    "the many family that is a small part of the points, and it gives up (\"List of matching "
-    "triangles exhausted\") after seconds. For that family ptmatch is told the part's "
-    "placement to +-50 px (a start pose and translation ranges), as a fixture gives it; "
-    "astroalign has no such input. Every other family leaves the translation free.",
-    "- The rotation-scale family (any rotation, scale 0.8 to 1.25) is ptmatch's most "
-    "expensive: its search votes at every step of a lattice of rotations and scales (several "
-    "hundred steps for a 30-point model), where astroalign's cost does not depend on the pose.",
+] + compare_points.NOTES + [
     "- pt_to_grid_map gives every point within the snap size of a node that node, clutter "
     "included (the column \"clutter given a node\"), so it fails the strict criterion "
     "wherever clutter lies near a node; robust_grid_map gives each node at most one point "
@@ -594,8 +470,9 @@ NOTES = [
     "index in trials.", ""]
 
 
-def write_report(path, build, ours, args, point_rows, grid_rows):
-    p_lines, p_verdicts = point_table(point_rows)
+def write_report(path, build, ours, args, cores, point_rows, grid_rows):
+    p_lines, p_verdicts = compare_points.point_section(point_rows, args.count, args.seed,
+                                                       cores)
     g_lines, g_verdicts = grid_table(grid_rows)
     text = [
         "# Performance", "",
@@ -604,18 +481,7 @@ def write_report(path, build, ours, args, point_rows, grid_rows):
         "in one run, and the ratios are the result, not the absolute times.", "",
         "## Machine", ""] + machine_lines(build, ours) + [
         "",
-        "## Point matching: ptmatch against astroalign", "",
-        "%d seeded cases per family (seed %d), from `bench/scenarios` (their families are "
-        "described in `bench/scenarios/scenarios.h`). ptmatch is given the rotation, scale and "
-        "translation ranges each scenario declares and its least coverage, and asked for one "
-        "result; astroalign's `find_transform(model, data)` runs with its defaults (it searches "
-        "every pose and takes no ranges). A case succeeds when the pose puts the model points "
-        "within %g px RMS of the truth (for symmetric models up to the symmetry). Times are CPU "
-        "times of the call from Python (every library held to one thread), the median over "
-        "the family's cases of each call's fastest of up to %d repeats; the ratio is "
-        "astroalign's median over ptmatch's." % (args.count, args.seed, POINT_TOLERANCE_PX,
-                                                     MAX_REPEATS), ""] + p_lines + [
-        "",
+    ] + p_lines + [
         "## Grid mapping: pt_to_grid_map, robust_grid_map and findCirclesGrid", "",
         "All get the dot centres (OpenCV's findCirclesGrid without a blob detector, so no "
         "image processing is timed) and what a user knows: the plain mapper (pt_to_grid_map, "
@@ -631,9 +497,11 @@ def write_report(path, build, ours, args, point_rows, grid_rows):
         ""] + g_lines + ["", "## Goals", ""]
     for family, met in p_verdicts:
         text.append("- point family %s: %s" % (family, "met" if met else "not met"))
+    text += compare_points.threads_verdicts(point_rows, cores)
     for family, met in g_verdicts:
         text.append("- grid family %s: %s" % (family, "met" if met else "not met"))
     text += [""] + NOTES
+    text += compare_points.growth_section(point_rows, args.growth_plot)
     text += vote_section(args.vote_json)
     text += sweep_section(args.sweep_json, args.sweep_plot)
     with open(path, "w") as f:
@@ -651,6 +519,9 @@ def main():
     parser.add_argument("--vote-json", help="Google Benchmark JSON of bench/vote_bench")
     parser.add_argument("--sweep-json", help="fits written by bench/sweep_fit.py")
     parser.add_argument("--sweep-plot", help="the plot bench/sweep_fit.py drew")
+    parser.add_argument("--growth-plot", help="draw the many family's cost growth here")
+    parser.add_argument("--threads", type=int, default=os.cpu_count() or 1,
+                        help="threads of the multi-threaded calls (default: the cores)")
     parser.add_argument("--quiet", action="store_true")
     args = parser.parse_args()
     log = (lambda line: None) if args.quiet else (lambda line: print(line, flush=True))
@@ -679,24 +550,25 @@ def main():
 
     # Warm every tool up once (imports, first-call set-up) before anything is timed.
     if scenarios["points"]:
-        ours.match(scenarios["points"][0])
+        ours.match(scenarios["points"][0], False, 1)
         if aa is not None:
-            astroalign_match(aa, scenarios["points"][0])
+            compare_points.astroalign_match(aa, scenarios["points"][0])
     if scenarios["grids"]:
         ours.grid(scenarios["grids"][0], snap_size(scenarios["grids"][0]))
         ours.robust_grid(scenarios["grids"][0])
         if cv2 is not None:
             opencv_grid(cv2, scenarios["grids"][0], False)
 
-    point_rows = run_points(scenarios["points"], ours, aa, log)
+    point_rows = compare_points.run_points(scenarios["points"], ours, aa, args.threads, log)
     grid_rows = run_grids(scenarios["grids"], ours, cv2, log)
     if args.raw:
         with open(args.raw, "w") as f:
             json.dump(dict(points=point_rows, grids=grid_rows), f, indent=1, default=str)
     if args.out:
-        write_report(args.out, args.build, ours, args, point_rows, grid_rows)
+        write_report(args.out, args.build, ours, args, args.threads, point_rows, grid_rows)
         log("wrote %s" % args.out)
-    for line in point_table(point_rows)[0] + [""] + grid_table(grid_rows)[0]:
+    success, times, _ = compare_points.point_tables(point_rows, args.threads)
+    for line in success + [""] + times + [""] + grid_table(grid_rows)[0]:
         log(line)
 
 

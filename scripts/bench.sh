@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Builds the benchmarks in Release and runs every one of them; then runs the voting
 # benchmark and the cost sweep with JSON output, fits the sweep, runs the side-by-side
-# comparison with astroalign and OpenCV (bench/compare.py) and regenerates
-# docs/performance.md and its plot. Arguments are passed on to each benchmark program of
-# the first phase (for example --benchmark_filter=Weighted).
+# comparison with astroalign and OpenCV (bench/compare.py: the point families through the
+# planned search and the written run, each on one thread and on every core) and
+# regenerates docs/performance.md and its plots. Arguments are passed on to each benchmark
+# program of the first phase (for example --benchmark_filter=Weighted).
 #
 #   PTMATCH_BENCH_BUILD_DIR  build directory (default: build-bench beside this script's root)
 #   PTMATCH_JOBS             parallel build jobs (default 2)
@@ -16,7 +17,8 @@
 # Run as root, it installs what is missing with apt-get: the build's packages, Debian's
 # python3 with numpy, pybind11 and the headers (for the ptmatch module), and
 # python3-astroalign, python3-opencv and python3-matplotlib for the comparison. A full run
-# takes about 10 to 15 minutes on two cores, most of it the build.
+# takes about 15 to 20 minutes on two cores: the build, and the comparison, whose written
+# runs on the large point sets are each cut off after 10 seconds.
 set -euo pipefail
 
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
@@ -85,6 +87,7 @@ echo "== compare.py"
   --count "${PTMATCH_BENCH_COUNT:-10}" --seed "${PTMATCH_BENCH_SEED:-1}" \
   --vote-json "$work/vote.json" --sweep-json "$work/sweep-fits.json" \
   --sweep-plot "$root/docs/performance-growth.svg" \
+  --growth-plot "$root/docs/performance-many.svg" \
   --raw "$work/compare.json" --out "$root/docs/performance.md"
 
 # The dot detector against OpenCV: its own section, appended to what compare.py wrote.

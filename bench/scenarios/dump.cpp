@@ -10,6 +10,8 @@
 //
 // Output: {"seed", "count", "points": [...], "grids": [...]}; poses are 2 x 3 arrays
 // [[a00, a01, tx], [a10, a11, ty]], points [x, y], nodes [column, row] (null for clutter).
+// A point case's "instances" holds the pose of every instance of the model in the data
+// ("truth" is the first), its ranges' "max_results" the number of results to ask for.
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -53,7 +55,9 @@ std::string pointJson(const PointScenario& s) {
   const ptmatch_bench::SearchRanges& r = s.ranges;
   o << "{\"family\":" << quoted(s.family) << ",\"index\":" << s.index
     << ",\"model\":" << points(s.model) << ",\"data\":" << points(s.data)
-    << ",\"truth\":" << pose(s.truth) << ",\"truth_map\":[";
+    << ",\"truth\":" << pose(s.truth) << ",\"instances\":[";
+  for (std::size_t i = 0; i < s.instances.size(); ++i) o << (i ? "," : "") << pose(s.instances[i]);
+  o << "],\"truth_map\":[";
   for (std::size_t i = 0; i < s.truthMap.size(); ++i) o << (i ? "," : "") << s.truthMap[i];
   o << "],\"symmetry\":" << s.symmetry << ",\"noise\":" << number(s.noise)
     << ",\"missing\":" << s.missing << ",\"clutter\":" << s.clutter << ",\"image\":["
@@ -62,7 +66,7 @@ std::string pointJson(const PointScenario& s) {
     << number(r.rotationLo) << "," << number(r.rotationHi) << "],\"scale\":[" << number(r.scaleLo)
     << "," << number(r.scaleHi) << "],\"start\":" << vec(r.start)
     << ",\"translation\":" << number(r.translation) << ",\"min_coverage\":" << number(r.minCoverage)
-    << "}}";
+    << ",\"max_results\":" << r.maxResults << "}}";
   return o.str();
 }
 

@@ -5,18 +5,25 @@
 // numbers, so the same arguments give the same points on every platform and compiler.
 //
 // Point families (a model, data made from it under a known similarity pose, and the search
-// ranges a user would state for such a part):
-//   clean           20-40 points, no noise; rotation +-30 deg, scale +-5 %
+// ranges a user would state for such a part). Every family but narrow-many leaves the
+// translation free: the model may lie anywhere in the data.
+//   clean           20-60 points, no noise; rotation +-45 deg, scale 0.9 to 1.1
 //   noise           as clean, with Gaussian noise of 0.1 to 1 px per coordinate
 //   clutter         as clean with 0.2 px noise, and 10 to 50 % extra data points
 //   missing         as clean with 0.2 px noise, 10 to 30 % of the model points left out
-//   partial         30-50 points, the part only 60 to 85 % inside the image, 20 % clutter
+//   partial         30-60 points, the part only 60 to 85 % inside the image, 20 % clutter
 //   few             4 to 8 points, 0.1 px noise
-//   many            200 to 2000 points, 0.2 px noise, 5 % missing, 5 % clutter; a
-//                   placement known to +-50 px, rotation +-10 deg, scale +-2 %
 //   symmetric       rings, square and hexagonal dot arrays (2- to 8-fold symmetric), any
-//                   rotation, scale +-5 %
-//   rotation-scale  any rotation, scale 0.8 to 1.25, 0.2 px noise
+//                   rotation, scale 0.9 to 1.1
+//   wide            20-60 points, any rotation, scale 0.8 to 1.25, 0.2 px noise
+//   wide-degraded   30-60 points, any rotation, scale 0.8 to 1.25, 0.5 px noise, 25 %
+//                   clutter, 15 % of the model points left out
+//   many            200 to 2000 points, rotation +-45 deg, scale 0.9 to 1.1, 0.2 px noise,
+//                   5 % missing, 5 % clutter
+//   two-instances   20-40 points, twice in the data (each under a pose of its own, rotation
+//                   +-45 deg, scale 0.9 to 1.1, 0.2 px noise); two results asked
+//   narrow-many     as many, but rotation +-10 deg, scale +-2 % and the placement known to
+//                   +-50 px (a start pose and translation ranges, as a fixture gives them)
 // Grid families (dot centres of a calibration-style grid, each with its true node):
 //   grid-symmetric    6-12 x 5-10 dots, rotation +-10 deg, scale +-5 %, noise 2 % of the pitch
 //   grid-staggered    4-8 dots per row, 7-13 rows, every other row shifted by half a pitch
@@ -67,6 +74,8 @@ struct SearchRanges {
   double translation = 0.0;
   /// Least matched fraction of the model that makes a result.
   double minCoverage = 0.7;
+  /// Results asked for: the number of instances of the model in the data.
+  long maxResults = 1;
 };
 
 /// A model, data made from it under a known pose, and what the search is told.
@@ -75,14 +84,19 @@ struct PointScenario {
   long index = 0;
   Points model;
   Points data;
-  /// The model-to-data similarity the data were made with.
+  /// The model-to-data similarity the data were made with (of the first instance).
   mvXform<2> truth;
-  /// Per model point the index of its data point, -1 for a point left out.
+  /// The pose of every instance of the model in the data, truth first; one but in the
+  /// two-instances family.
+  std::vector<mvXform<2>> instances;
+  /// Per model point the index of its data point in the first instance, -1 for a point
+  /// left out.
   std::vector<long> truthMap;
   /// Order of the model's rotational symmetry about its centre; 1 when it has none. For a
   /// symmetric model every pose that differs by a turn of 360 / symmetry degrees is right.
   long symmetry = 1;
   double noise = 0.0;
+  /// Model points left out, over all instances.
   long missing = 0;
   long clutter = 0;
   /// Size of the image the data lie in.
@@ -140,7 +154,7 @@ GridScenario makeGridScenario(const std::string& family, long index, std::uint32
 /// +-15 degrees, no scale change, translation anywhere.
 PointScenario makeSizedScenario(long modelPoints, long dataPoints, std::uint32_t seed);
 
-/// The point matcher's run parameters for a scenario's declared ranges, one result asked.
+/// The point matcher's run parameters for a scenario's declared ranges and results asked.
 mvPointMatcherRunParams searchParams(const SearchRanges& ranges);
 
 /// A spoiled grid of side x side dots for cost sweeps: rotation 7 deg, scale 1.05, noise
