@@ -176,7 +176,8 @@ def family_goal(family, fam, key_fast="planned_1"):
            and ok >= successes(fam, "written_1"))
     if family == "many":
         largest = max(fam, key=lambda r: r["model"])
-        met = (met and ok == n and t_fast < MANY_MEDIAN_GOAL_S and not largest[key_fast + "_timeout"]
+        met = (met and ok == n and t_fast < MANY_MEDIAN_GOAL_S
+               and not largest[key_fast + "_timeout"]
                and largest[key_fast + "_s"] < MANY_LARGEST_GOAL_S)
     return met
 
