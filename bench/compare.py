@@ -498,6 +498,7 @@ def write_report(path, build, ours, args, cores, point_rows, grid_rows):
     for family, met in p_verdicts:
         text.append("- point family %s: %s" % (family, "met" if met else "not met"))
     text += compare_points.threads_verdicts(point_rows, cores)
+    text += compare_points.growth_verdicts(point_rows)
     for family, met in g_verdicts:
         text.append("- grid family %s: %s" % (family, "met" if met else "not met"))
     text += [""] + NOTES

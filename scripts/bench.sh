@@ -34,10 +34,14 @@ if [ "$docs" != 0 ]; then
 fi
 ptmatch_ensure_packages
 
+# Unless PTMATCH_MODULES narrows it, every module: a cached list from an older checkout
+# would leave out the modules added since.
+modules_option=(-UPTMATCH_MODULES)
+[ -z "${PTMATCH_MODULES:-}" ] || modules_option=("-DPTMATCH_MODULES=$PTMATCH_MODULES")
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release \
   -DPTMATCH_BUILD_BENCH=ON -DPTMATCH_BUILD_TESTS=OFF -DPTMATCH_BUILD_TOOLS=ON \
   -DPTMATCH_BUILD_EXAMPLES=OFF -UPTMATCH_PYTHON \
-  ${PTMATCH_MODULES:+"-DPTMATCH_MODULES=$PTMATCH_MODULES"} > /dev/null
+  "${modules_option[@]}" > /dev/null
 targets=(benchmarks)
 if [ "$docs" != 0 ]; then
   # ptmatch for the comparison: the Python module where it can be built, else the tool.
