@@ -38,6 +38,8 @@ constexpr int kRefineIterations = 8;
 constexpr double kFirstGate = 6.0;
 constexpr double kLastGate = 1.5;
 
+// Bins with fewer votes than the best bin's over this are chance agreements, not refined.
+constexpr long kWeakestBinShare = 8;
 // Bins refined at most per hypothesis asked for.
 constexpr std::size_t kRefinedPerHypothesis = 4;
 
@@ -343,7 +345,9 @@ std::vector<PoseHypothesis> shapeHypotheses(const std::vector<mvVector<2>>& mode
   std::stable_sort(ranked.begin(), ranked.end(),
                    [](const auto& x, const auto& y) { return x.first > y.first; });
   std::size_t refined = 0;
+  const long leastVotes = ranked.empty() ? 0 : ranked.front().first / kWeakestBinShare;
   for (const auto& entry : ranked) {
+    if (entry.first < leastVotes) break;  // chance agreement next to the best bins
     if (hypotheses.size() >= maxHypotheses || refined++ >= kRefinedPerHypothesis * maxHypotheses) {
       break;
     }
