@@ -36,7 +36,7 @@ void voteCoarseLattice(Voter& voter, const VoteOptions& vote, const mvPointMatch
     walkLattice(rotationLattice(params.rotationUncertainty(), gridSize, model, scale),
                 [&](double rotation) {
                   mvAttention::check();
-                  voter.voteAndCollect(scale, mvDegree(rotation), minScore, coarse);
+                  voter.voteReachable(scale, mvDegree(rotation), minScore, coarse);
                 });
   });
 }
