@@ -160,7 +160,7 @@ TEST(ThreadedRun, StepBoundLeavesTheSearchUnchanged) {
   unbounded.boundSteps = false;
   const mvThreads::Scope scope(1);
   for (int k = 0; k < 16; ++k) {
-    SceneSpec spec = k < 12 ? search_scenes::wideSpec(20 + 3 * k) : search_scenes::manySpec(120);
+    SceneSpec spec = k < 12 ? search_scenes::wideSpec(20 + 3 * k) : search_scenes::manySpec(80);
     if (k < 12) {
       spec.modelSide = 120.0;
       spec.minSpacing = 10.0;
