@@ -16,29 +16,24 @@ namespace ptmatch {
 namespace detail {
 namespace {
 
+// Lattice steps from which on the step bound is worth making.
+constexpr std::size_t kBoundedSteps = 64;
+
 // Votes at every (scale, rotation) of the lattice, scale-major, checking for an
 // interruption before each; minScore rises to the coarse store's lowest score + 1 once
 // the store is full. On the caller's thread alone unless more threads are asked for
 // (mvThreads): those give the same store.
-void voteCoarseLattice(Voter& voter, const VoteOptions& vote, const mvPointMatcherRunParams& params,
-                       double gridSize, const mv_PointMatcherModel& model, long minScore,
-                       HypothesisStore& coarse) {
-  const long requested = mvThreads::forSynchronous();
-  if (requested > 1) {
-    const std::vector<LatticeStep> steps = coarseLatticeSteps(params, gridSize, model);
-    const long threads = coarseVoteThreads(requested, steps.size());
-    if (threads > 1) {
-      voteStepsInParallel(steps, threads, voter, vote, minScore, coarse);
-      return;
-    }
+void voteCoarseLattice(const std::vector<LatticeStep>& steps, Voter& voter, const VoteOptions& vote,
+                       long minScore, HypothesisStore& coarse) {
+  const long threads = coarseVoteThreads(mvThreads::forSynchronous(), steps.size());
+  if (threads > 1) {
+    voteStepsInParallel(steps, threads, voter, vote, minScore, coarse);
+    return;
   }
-  walkLattice(scaleLattice(params.scaleUncertainty(), gridSize, model), [&](double scale) {
-    walkLattice(rotationLattice(params.rotationUncertainty(), gridSize, model, scale),
-                [&](double rotation) {
-                  mvAttention::check();
-                  voter.voteReachable(scale, mvDegree(rotation), minScore, coarse);
-                });
-  });
+  for (const LatticeStep& step : steps) {
+    mvAttention::check();
+    voter.voteReachable(step.scale, mvDegree(step.rotation), minScore, coarse);
+  }
 }
 
 // Steps of the coarse lattice, walked as the vote walks it.
@@ -89,10 +84,13 @@ void hypothesisSearch(const std::vector<mvVector<2>>& data, const mv_PointMatche
   VoteWeights votes = quantiseWeights(model, searchParams.minCoverage());
   const long baseMinScore = votes.minScore;
 
+  const std::vector<LatticeStep> steps = coarseLatticeSteps(searchParams, sizes.gridSize, model);
+  VoteOptions options = vote;
+  if (steps.size() < kBoundedSteps) options.boundSteps = false;  // not worth its making
   Voter voter(model.points, space.dataToGrid, model.center, space.occupancy, window,
-              std::move(votes.weights), vote);
+              std::move(votes.weights), options);
   HypothesisStore coarse(model.totalWeight, searchParams.maxNumResults());
-  voteCoarseLattice(voter, vote, searchParams, sizes.gridSize, model, baseMinScore, coarse);
+  voteCoarseLattice(steps, voter, options, baseMinScore, coarse);
   refineHypotheses(data, space, model, sizes.captureRange, baseMinScore,
                    searchParams.maxNumResults(), voter, coarse, store);
 }
