@@ -14,10 +14,10 @@ namespace {
 constexpr long kFactor = 2;
 
 // Steps are taken in periods of 256; the bound is left out for the rest of a period when
-// more than 3 of 4 of its first 32 steps passed it (in data so dense, or while the store
+// more than 3 of 4 of its first 16 steps passed it (in data so dense, or while the store
 // is filling, it skips too little to pay for itself).
 constexpr long kPeriod = 256;
-constexpr long kTrialSteps = 32;
+constexpr long kTrialSteps = 16;
 
 // floor(v / kFactor).
 long coarseOf(long v) { return v >= 0 ? v / kFactor : -((-v + kFactor - 1) / kFactor); }
