@@ -159,9 +159,9 @@ TEST(ThreadedRun, StepBoundLeavesTheSearchUnchanged) {
   VoteOptions unbounded;
   unbounded.boundSteps = false;
   const mvThreads::Scope scope(1);
-  for (int k = 0; k < 16; ++k) {
-    SceneSpec spec = k < 12 ? search_scenes::wideSpec(20 + 3 * k) : search_scenes::manySpec(80);
-    if (k < 12) {
+  for (int k = 0; k < 12; ++k) {
+    SceneSpec spec = k < 10 ? search_scenes::wideSpec(20 + 3 * k) : search_scenes::manySpec(60);
+    if (k < 10) {
       spec.modelSide = 120.0;
       spec.minSpacing = 10.0;
       spec.dataSide = 300.0;
