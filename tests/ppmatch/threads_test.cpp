@@ -121,11 +121,22 @@ TEST(ThreadedRun, WideCasesAtTheAutomaticSizesAreIdenticalAndFound) {
   EXPECT_EQ(found, 4);  // the cases are real searches, not empty ones
 }
 
-// The reference vote on threads against the default vote on one thread: the same
-// candidates, scores and order.
+void expectSameCandidates(const std::vector<vote_test::Candidate>& one,
+                          const std::vector<vote_test::Candidate>& other, const std::string& what) {
+  ASSERT_EQ(one.size(), other.size()) << what;
+  for (std::size_t i = 0; i < one.size(); ++i) {
+    EXPECT_EQ(one[i].score, other[i].score) << what;
+    EXPECT_TRUE(samePose(one[i].candidate.pose, other[i].candidate.pose)) << what;
+    EXPECT_EQ(one[i].candidate.modelToData, other[i].candidate.modelToData) << what;
+  }
+}
+
+// The reference vote without the step bound, on threads, against the default vote on one
+// thread: the same candidates, scores and order.
 TEST(ThreadedRun, ReferenceVoteOnThreadsAgrees) {
   VoteOptions reference;
   reference.method = VoteMethod::eReference;
+  reference.boundSteps = false;
   for (int k = 0; k < 24; ++k) {
     const Scene s = smallWideCase(3 * k + 1);
     const mv_PointMatcherModel model = vote_test::trainedModel(search_scenes::trainedOn(s));
@@ -137,12 +148,34 @@ TEST(ThreadedRun, ReferenceVoteOnThreadsAgrees) {
     const mvThreads::Scope scope(3);
     const std::vector<vote_test::Candidate> threaded =
         vote_test::searchWith(reference, model, s.data, s.params);
-    ASSERT_EQ(one.size(), threaded.size()) << "case " << k;
-    for (std::size_t i = 0; i < one.size(); ++i) {
-      EXPECT_EQ(one[i].score, threaded[i].score) << "case " << k;
-      EXPECT_TRUE(samePose(one[i].candidate.pose, threaded[i].candidate.pose)) << "case " << k;
-      EXPECT_EQ(one[i].candidate.modelToData, threaded[i].candidate.modelToData) << "case " << k;
+    expectSameCandidates(one, threaded, "case " + std::to_string(k));
+  }
+}
+
+// Skipping the steps the bound rules out changes nothing, on one thread, at the automatic
+// sizes and with the store filling: wide cases (some weighted, some cluttered) and many
+// points in a narrower range.
+TEST(ThreadedRun, StepBoundLeavesTheSearchUnchanged) {
+  VoteOptions unbounded;
+  unbounded.boundSteps = false;
+  const mvThreads::Scope scope(1);
+  for (int k = 0; k < 12; ++k) {
+    SceneSpec spec = k < 10 ? search_scenes::wideSpec(20 + 3 * k) : search_scenes::manySpec(60);
+    if (k < 10) {
+      spec.modelSide = 120.0;
+      spec.minSpacing = 10.0;
+      spec.dataSide = 300.0;
     }
+    spec.weighted = k % 3 == 1;
+    spec.clutter = k % 4 == 2 ? 0.5 : 0.0;
+    spec.maxResults = k % 2 == 0 ? 1 : 5;
+    const Scene s = search_scenes::makeScene(spec, 500u + static_cast<std::uint32_t>(k));
+    const mv_PointMatcherModel model = vote_test::trainedModel(search_scenes::trainedOn(s));
+    const std::vector<vote_test::Candidate> bounded =
+        vote_test::searchWith(VoteOptions(), model, s.data, s.params);
+    EXPECT_FALSE(bounded.empty()) << "case " << k;
+    expectSameCandidates(vote_test::searchWith(unbounded, model, s.data, s.params), bounded,
+                         "case " + std::to_string(k));
   }
 }
 

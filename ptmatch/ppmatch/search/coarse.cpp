@@ -16,19 +16,25 @@ namespace ptmatch {
 namespace detail {
 namespace {
 
+// Lattice steps from which on the step bound is worth making.
+constexpr std::size_t kBoundedSteps = 64;
+
+// The most lattice steps voted on several threads: their list is made beforehand.
+constexpr std::size_t kMostThreadedSteps = std::size_t{1} << 22;
+
 // Votes at every (scale, rotation) of the lattice, scale-major, checking for an
 // interruption before each; minScore rises to the coarse store's lowest score + 1 once
 // the store is full. On the caller's thread alone unless more threads are asked for
 // (mvThreads): those give the same store.
 void voteCoarseLattice(Voter& voter, const VoteOptions& vote, const mvPointMatcherRunParams& params,
-                       double gridSize, const mv_PointMatcherModel& model, long minScore,
-                       HypothesisStore& coarse) {
+                       double gridSize, const mv_PointMatcherModel& model, std::size_t countedSteps,
+                       long minScore, HypothesisStore& coarse) {
   const long requested = mvThreads::forSynchronous();
-  if (requested > 1) {
-    const std::vector<LatticeStep> steps = coarseLatticeSteps(params, gridSize, model);
-    const long threads = coarseVoteThreads(requested, steps.size());
+  if (requested > 1 && countedSteps <= kMostThreadedSteps) {
+    const long threads = coarseVoteThreads(requested, countedSteps);
     if (threads > 1) {
-      voteStepsInParallel(steps, threads, voter, vote, minScore, coarse);
+      voteStepsInParallel(coarseLatticeSteps(params, gridSize, model), threads, voter, vote,
+                          minScore, coarse);
       return;
     }
   }
@@ -36,7 +42,7 @@ void voteCoarseLattice(Voter& voter, const VoteOptions& vote, const mvPointMatch
     walkLattice(rotationLattice(params.rotationUncertainty(), gridSize, model, scale),
                 [&](double rotation) {
                   mvAttention::check();
-                  voter.voteAndCollect(scale, mvDegree(rotation), minScore, coarse);
+                  voter.voteReachable(scale, mvDegree(rotation), minScore, coarse);
                 });
   });
 }
@@ -89,10 +95,16 @@ void hypothesisSearch(const std::vector<mvVector<2>>& data, const mv_PointMatche
   VoteWeights votes = quantiseWeights(model, searchParams.minCoverage());
   const long baseMinScore = votes.minScore;
 
+  // Counted only as far as the choices need (a lattice may be endless in practice).
+  const std::size_t counted =
+      coarseLatticeStepsUpTo(searchParams, sizes.gridSize, model, kMostThreadedSteps + 1);
+  VoteOptions options = vote;
+  if (counted < kBoundedSteps) options.boundSteps = false;  // not worth its making
   Voter voter(model.points, space.dataToGrid, model.center, space.occupancy, window,
-              std::move(votes.weights), vote);
+              std::move(votes.weights), options);
   HypothesisStore coarse(model.totalWeight, searchParams.maxNumResults());
-  voteCoarseLattice(voter, vote, searchParams, sizes.gridSize, model, baseMinScore, coarse);
+  voteCoarseLattice(voter, options, searchParams, sizes.gridSize, model, counted, baseMinScore,
+                    coarse);
   refineHypotheses(data, space, model, sizes.captureRange, baseMinScore,
                    searchParams.maxNumResults(), voter, coarse, store);
 }

@@ -28,6 +28,18 @@ void walkLattice(const Lattice& lattice, Visit&& visit) {
   }
 }
 
+/// Like walkLattice, but stops as soon as visit(value) returns false.
+template <typename Visit>
+void walkLatticeWhile(const Lattice& lattice, Visit&& visit) {
+  double value = lattice.lo;
+  while (value <= lattice.hi) {
+    if (!visit(value)) return;
+    const double next = value + lattice.step;
+    if (!(next > value)) break;
+    value = next;
+  }
+}
+
 /// The scales: centred on the middle of 1 + scaleUncertainty, step 1.5 x gridSize / radius;
 /// a range narrower than one step gives its middle alone.
 Lattice scaleLattice(const mvRange& scaleUncertainty, double gridSize,

@@ -199,6 +199,20 @@ std::vector<LatticeStep> coarseLatticeSteps(const mvPointMatcherRunParams& param
   return steps;
 }
 
+std::size_t coarseLatticeStepsUpTo(const mvPointMatcherRunParams& params, double gridSize,
+                                   const mv_PointMatcherModel& model, std::size_t limit) {
+  std::size_t steps = 0;
+  walkLatticeWhile(scaleLattice(params.scaleUncertainty(), gridSize, model), [&](double scale) {
+    walkLatticeWhile(rotationLattice(params.rotationUncertainty(), gridSize, model, scale),
+                     [&](double) {
+                       mvAttention::pace(1);
+                       return ++steps < limit;
+                     });
+    return steps < limit;
+  });
+  return steps;
+}
+
 long coarseVoteThreads(long requested, std::size_t steps) {
   const auto worthwhile = static_cast<long>(steps / kStepsPerThread);
   return std::max(1L, std::min(requested, worthwhile));

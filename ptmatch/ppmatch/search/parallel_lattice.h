@@ -34,6 +34,10 @@ struct LatticeStep {
 std::vector<LatticeStep> coarseLatticeSteps(const mvPointMatcherRunParams& params, double gridSize,
                                             const mv_PointMatcherModel& model);
 
+/// The number of steps of the coarse lattice, counted up to limit (limit when it has more).
+std::size_t coarseLatticeStepsUpTo(const mvPointMatcherRunParams& params, double gridSize,
+                                   const mv_PointMatcherModel& model, std::size_t limit);
+
 /// The threads worth using for a coarse vote of steps lattice steps when requested are
 /// asked for: at most requested, and 1 (no threads started) for lattices so small that
 /// starting threads would cost more than it saves.

@@ -37,8 +37,9 @@ struct VoteOptions;
 
 /// Runs the coarse search over the data and refines its peaks; leaves the fitted
 /// candidates in store. searchParams are the run's widened parameters. Calls
-/// mvAttention::check() once per lattice step and once per fine hypothesis. Votes the way
-/// runs do (the default VoteOptions).
+/// mvAttention::check() once per lattice step and once per fine hypothesis, on the calling
+/// thread. Votes the way runs do (the default VoteOptions), on as many threads as
+/// mvThreads::forSynchronous() asks for (the candidates are the same for every count).
 void hypothesisSearch(const std::vector<mvVector<2>>& data, const mv_PointMatcherModel& model,
                       const mvPointMatcherRunParams& searchParams, CandidateStore& store);
 

@@ -242,6 +242,7 @@ Voter::Voter(const std::vector<mvVector<2>>& modelPoints, const mvXform<2>& data
     scatter = std::make_unique<ScatterVoter>(occupancy, window, options.kernels);
     scatter->reserve(modelPoints.size());
   }
+  if (options.boundSteps) bound = std::make_unique<StepBound>(occupancy, window, this->weights);
   projected.reserve(modelPoints.size());
 }
 
@@ -263,9 +264,18 @@ void Voter::voteProjected(double scale, const mvDegree& rotation, long& minScore
   }
 }
 
+void Voter::voteReachable(double scale, const mvDegree& rotation, long& minScore,
+                          HypothesisStore& store) {
+  projectModel(modelPoints, modelToGrid(dataToGrid, modelCenter, scale, rotation), projected);
+  if (store.numResults() == store.maxResults()) minScore = store.lowestScore() + 1;
+  if (bound != nullptr && !bound->mayReach(projected, minScore)) return;
+  voteProjected(scale, rotation, minScore, store);
+}
+
 void Voter::voteAndRecord(double scale, const mvDegree& rotation, long minScore, PeakList& list) {
   list.clear();
   projectModel(modelPoints, modelToGrid(dataToGrid, modelCenter, scale, rotation), projected);
+  if (bound != nullptr && !bound->mayReach(projected, minScore)) return;
   if (method == VoteMethod::eReference) {
     voteTranslations(occupancy, window, projected, weights, accumulator, counts);
     collectPeaks(accumulator, minScore, window, scale, rotation, list);

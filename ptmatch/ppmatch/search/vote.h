@@ -20,6 +20,7 @@
 #include "ppmatch/search/peaks.h"
 #include "ppmatch/search/scatter_vote.h"
 #include "ppmatch/search/search.h"
+#include "ppmatch/search/step_bound.h"
 #include "ppmatch/search/vote_kernels.h"
 
 namespace ptmatch {
@@ -89,6 +90,9 @@ struct VoteOptions {
   VoteMethod method = VoteMethod::eScatter;
   /// The scatter vote's kernels.
   VoteKernels kernels = VoteKernels::eBest;
+  /// Whether the lattice walks skip the steps whose votes cannot reach the minimum score
+  /// (step_bound.h).
+  bool boundSteps = true;
 };
 
 /// Everything a vote at one scale and rotation needs, with its reusable buffers.
@@ -104,6 +108,11 @@ struct Voter {
   /// With the cells in projected: raises minScore to the store's lowest score + 1 when the
   /// store is full, votes, and inserts the peaks into store with scale and rotation.
   void voteProjected(double scale, const mvDegree& rotation, long& minScore,
+                     HypothesisStore& store);
+
+  /// As voteAndCollect, but skips the vote (after raising minScore) when the step bound
+  /// shows that no accumulator value can reach minScore; the store ends the same.
+  void voteReachable(double scale, const mvDegree& rotation, long& minScore,
                      HypothesisStore& store);
 
   /// Projects the model at scale and rotation, votes, and records in list (cleared first)
@@ -129,6 +138,8 @@ struct Voter {
   mvPelBuffer<std::int16_t> accumulator;
   /// The scatter vote with its accumulator (scatter method only).
   std::unique_ptr<ScatterVoter> scatter;
+  /// The step bound of voteReachable and voteAndRecord; null when the options ask for none.
+  std::unique_ptr<StepBound> bound;
   /// Cells of the projected model points.
   std::vector<mvPair<long>> projected;
   /// 8-bit vote counts of one band of accumulator rows (reference method only).
