@@ -109,12 +109,12 @@ void runWithThreads(benchmark::State& state, const search_scenes::Scene& scene) 
 }
 
 void BM_WideSearch(benchmark::State& state) {
-  runWithThreads(state, search_scenes::makeScene(search_scenes::wideSpec(50), 21u));
+  runWithThreads(state, search_scenes::makeScene(search_scenes::wideRecipe(50), 21u));
 }
 BENCHMARK(BM_WideSearch)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_ManySearch(benchmark::State& state) {
-  runWithThreads(state, search_scenes::makeScene(search_scenes::manySpec(200), 22u));
+  runWithThreads(state, search_scenes::makeScene(search_scenes::manyRecipe(200), 22u));
 }
 BENCHMARK(BM_ManySearch)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 

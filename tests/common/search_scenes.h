@@ -9,6 +9,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "ptmatch/ppmatch.h"
@@ -19,7 +20,7 @@ namespace search_scenes {
 using Points = std::vector<mvVector<2>>;
 
 /// What to make.
-struct SceneSpec {
+struct SceneRecipe {
   /// Model points, scattered over a square of side modelSide with at least minSpacing
   /// between any two.
   long modelPoints = 40;
@@ -43,6 +44,9 @@ struct SceneSpec {
   /// The run's parameters.
   double minCoverage = 0.6;
   long maxResults = 1;
+  /// A second copy of the whole model under another random pose (no noise), as a second
+  /// instance in the data.
+  bool twoInstances = false;
 };
 
 /// A model, its weights (empty when unweighted), the data and the run parameters.
@@ -51,53 +55,87 @@ struct Scene {
   std::vector<long> weights;
   Points data;
   mvXform<2> truth;
+  /// Per model point the index of its data point under truth, -1 when left out.
+  std::vector<long> truthMap;
   mvPointMatcherRunParams params;
 };
 
-/// The scene of spec made from seed.
-inline Scene makeScene(const SceneSpec& spec, std::uint32_t seed) {
+/// A random similarity that keeps the recipe's model inside the data square.
+inline mvXform<2> randomPose(seeded_random::SeededRandom& random, const SceneRecipe& recipe) {
+  const double degrees = recipe.fullRotation
+                             ? random.uniform(-180.0, 180.0)
+                             : random.uniform(-recipe.rotationDegrees, recipe.rotationDegrees);
+  const double scale = random.uniform(recipe.scaleLo, recipe.scaleHi);
+  // The model's centre lands anywhere its scaled reach keeps it inside the data square.
+  const double reach = 0.75 * recipe.modelSide * scale;
+  const double x = random.uniform(reach, recipe.dataSide - reach);
+  const double y = random.uniform(reach, recipe.dataSide - reach);
+  const mvVector<2> centre(x, y);
+  const mvRadian angle = mvDegree(degrees);
+  const mvVector<2> middle(recipe.modelSide / 2.0, recipe.modelSide / 2.0);
+  const mvXform<2> turn(mvVector<2>(0.0, 0.0), angle, angle, scale, scale);
+  return mvXform<2>(centre - turn * middle, angle, angle, scale, scale);
+}
+
+/// The scene a recipe makes from seed.
+inline Scene makeScene(const SceneRecipe& recipe, std::uint32_t seed) {
   seeded_random::SeededRandom random(seed);
   Scene s;
-  while (static_cast<long>(s.model.size()) < spec.modelPoints) {
-    const mvVector<2> p(random.uniform(0.0, spec.modelSide), random.uniform(0.0, spec.modelSide));
+  while (static_cast<long>(s.model.size()) < recipe.modelPoints) {
+    const double x = random.uniform(0.0, recipe.modelSide);
+    const double y = random.uniform(0.0, recipe.modelSide);
+    const mvVector<2> p(x, y);
     bool apart = true;
-    for (const mvVector<2>& q : s.model) apart = apart && (p - q).len() >= spec.minSpacing;
+    for (const mvVector<2>& q : s.model) apart = apart && (p - q).len() >= recipe.minSpacing;
     if (apart) s.model.push_back(p);
   }
-  if (spec.weighted) {
-    for (long i = 0; i < spec.modelPoints; ++i) s.weights.push_back(i == 3 ? -2 : 1 + i % 4);
+  if (recipe.weighted) {
+    for (long i = 0; i < recipe.modelPoints; ++i) s.weights.push_back(i == 3 ? -2 : 1 + i % 4);
   }
-  const double degrees = spec.fullRotation
-                             ? random.uniform(-180.0, 180.0)
-                             : random.uniform(-spec.rotationDegrees, spec.rotationDegrees);
-  const double scale = random.uniform(spec.scaleLo, spec.scaleHi);
-  // The model's centre lands anywhere its scaled reach keeps it inside the data square.
-  const double reach = 0.75 * spec.modelSide * scale;
-  const mvVector<2> centre(random.uniform(reach, spec.dataSide - reach),
-                           random.uniform(reach, spec.dataSide - reach));
-  const mvRadian angle = mvDegree(degrees);
-  const mvVector<2> middle(spec.modelSide / 2.0, spec.modelSide / 2.0);
-  const mvXform<2> turn(mvVector<2>(0.0, 0.0), angle, angle, scale, scale);
-  s.truth = mvXform<2>(centre - turn * middle, angle, angle, scale, scale);
-  for (const mvVector<2>& p : s.model) {
-    if (random.uniform() < spec.missing) continue;
-    const mvVector<2> q = s.truth * p;
-    s.data.emplace_back(q.x() + random.normal(0.0, spec.sigma),
-                        q.y() + random.normal(0.0, spec.sigma));
+  s.truth = randomPose(random, recipe);
+  // Each data point with the model point it comes from (-1: clutter, or the second instance).
+  std::vector<std::pair<mvVector<2>, long>> data;
+  for (std::size_t i = 0; i < s.model.size(); ++i) {
+    if (random.uniform() < recipe.missing) continue;
+    const mvVector<2> q = s.truth * s.model[i];
+    const double dx = random.normal(0.0, recipe.sigma);  // drawn in this order on every compiler
+    const double dy = random.normal(0.0, recipe.sigma);
+    data.push_back({mvVector<2>(q.x() + dx, q.y() + dy), static_cast<long>(i)});
   }
-  const auto clutter = static_cast<long>(std::lround(spec.clutter * spec.modelPoints));
+  if (recipe.twoInstances) {
+    const mvXform<2> other = randomPose(random, recipe);
+    for (const mvVector<2>& p : s.model) data.push_back({other * p, -1L});
+  }
+  const auto clutter = static_cast<long>(std::lround(recipe.clutter * recipe.modelPoints));
   for (long k = 0; k < clutter; ++k) {
-    s.data.emplace_back(random.uniform(0.0, spec.dataSide), random.uniform(0.0, spec.dataSide));
+    const double x = random.uniform(0.0, recipe.dataSide);
+    const double y = random.uniform(0.0, recipe.dataSide);
+    data.push_back({mvVector<2>(x, y), -1L});
   }
-  random.shuffle(s.data);
-  s.params.minCoverage(spec.minCoverage);
-  s.params.rotationUncertainty(
-      spec.fullRotation
-          ? mvAngleRange::FullRange()
-          : mvAngleRange(mvDegree(-spec.rotationDegrees), mvDegree(spec.rotationDegrees), false));
-  s.params.scaleUncertainty(mvRange(spec.scaleLo - 1.0, spec.scaleHi - 1.0));
-  s.params.maxNumResults(spec.maxResults);
+  random.shuffle(data);
+  s.truthMap.assign(s.model.size(), -1);
+  for (const auto& [point, owner] : data) {
+    if (owner >= 0) s.truthMap[static_cast<std::size_t>(owner)] = static_cast<long>(s.data.size());
+    s.data.push_back(point);
+  }
+  s.params.minCoverage(recipe.minCoverage);
+  s.params.rotationUncertainty(recipe.fullRotation
+                                   ? mvAngleRange::FullRange()
+                                   : mvAngleRange(mvDegree(-recipe.rotationDegrees),
+                                                  mvDegree(recipe.rotationDegrees), false));
+  s.params.scaleUncertainty(mvRange(recipe.scaleLo - 1.0, recipe.scaleHi - 1.0));
+  s.params.maxNumResults(recipe.maxResults);
   return s;
+}
+
+/// Root-mean-square distance between the model under pose and under the truth.
+inline double rmsFromTruth(const Scene& s, const mvXform<2>& pose) {
+  double sum = 0.0;
+  for (const mvVector<2>& p : s.model) {
+    const mvVector<2> d = pose * p - s.truth * p;
+    sum += d.x() * d.x() + d.y() * d.y();
+  }
+  return std::sqrt(sum / static_cast<double>(s.model.size()));
 }
 
 /// A matcher trained on the scene's model (and weights).
@@ -112,23 +150,23 @@ inline mvPointMatcher trainedOn(const Scene& s) {
 }
 
 /// The wide family: 20-60 points, any rotation, scale 0.8-1.25, free translation.
-inline SceneSpec wideSpec(long modelPoints) {
-  SceneSpec spec;
-  spec.modelPoints = modelPoints;
-  return spec;
+inline SceneRecipe wideRecipe(long modelPoints) {
+  SceneRecipe recipe;
+  recipe.modelPoints = modelPoints;
+  return recipe;
 }
 
 /// The many family: hundreds of points, +-45 degrees, scale 0.9-1.1, free translation.
-inline SceneSpec manySpec(long modelPoints) {
-  SceneSpec spec;
-  spec.modelPoints = modelPoints;
-  spec.modelSide = 40.0 * std::sqrt(static_cast<double>(modelPoints));
-  spec.fullRotation = false;
-  spec.rotationDegrees = 45.0;
-  spec.scaleLo = 0.9;
-  spec.scaleHi = 1.1;
-  spec.dataSide = 1.5 * spec.modelSide * 1.1 / 0.75;
-  return spec;
+inline SceneRecipe manyRecipe(long modelPoints) {
+  SceneRecipe recipe;
+  recipe.modelPoints = modelPoints;
+  recipe.modelSide = 40.0 * std::sqrt(static_cast<double>(modelPoints));
+  recipe.fullRotation = false;
+  recipe.rotationDegrees = 45.0;
+  recipe.scaleLo = 0.9;
+  recipe.scaleHi = 1.1;
+  recipe.dataSide = 1.5 * recipe.modelSide * 1.1 / 0.75;
+  return recipe;
 }
 
 }  // namespace search_scenes

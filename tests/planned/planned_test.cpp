@@ -6,19 +6,32 @@
 #include <thread>
 
 #include "common/expect_throw.h"
+#include "common/search_scenes.h"
 #include "mvbase/attention.h"
 #include "mvbase/threads.h"
-#include "planned_scenes.h"
 #include "ptmatch/planned.h"
 
 namespace {
 
-using planned_test::makeScene;
-using planned_test::rmsFromTruth;
-using planned_test::Scene;
-using planned_test::SceneSpec;
+using search_scenes::rmsFromTruth;
+using search_scenes::Scene;
+using search_scenes::SceneRecipe;
 
-mvPointMatcher trained(const planned_test::Points& model) {
+// The planned tests' scenes: 20 points at least 24 apart over 200 x 200, in data over
+// 500 x 500, any rotation, scale 0.8 to 1.25.
+SceneRecipe plannedRecipe() {
+  SceneRecipe r;
+  r.modelPoints = 20;
+  r.minSpacing = 24.0;
+  r.dataSide = 500.0;
+  return r;
+}
+
+Scene makeScene(std::uint32_t seed, const SceneRecipe& recipe) {
+  return search_scenes::makeScene(recipe, seed);
+}
+
+mvPointMatcher trained(const search_scenes::Points& model) {
   mvPointMatcher m;
   m.train(model, mvPointMatcherDefs::eAutoDetect);
   return m;
@@ -38,7 +51,7 @@ void expectSameResults(const mvPointMatcherResultSet& a, const mvPointMatcherRes
 }
 
 TEST(PlannedMatch, FindsAWidelySearchedModelAsTheWrittenRunDoes) {
-  const Scene s = makeScene(7, SceneSpec{});
+  const Scene s = makeScene(7, plannedRecipe());
   const mvPointMatcher m = trained(s.model);
   mvPointMatcherResultSet planned, written;
   mvPlannedMatchReport report;
@@ -56,9 +69,10 @@ TEST(PlannedMatch, FindsAWidelySearchedModelAsTheWrittenRunDoes) {
 }
 
 TEST(PlannedMatch, FindsBothInstancesWhenTwoAreAskedFor) {
-  SceneSpec spec;
-  spec.twoInstances = true;
-  const Scene s = makeScene(11, spec);
+  SceneRecipe recipe = plannedRecipe();
+  recipe.twoInstances = true;
+  recipe.maxResults = 2;
+  const Scene s = makeScene(11, recipe);
   const mvPointMatcher m = trained(s.model);
   mvPointMatcherResultSet planned;
   mfPlannedMatch(m, s.data, s.params, planned);
@@ -69,17 +83,17 @@ TEST(PlannedMatch, FindsBothInstancesWhenTwoAreAskedFor) {
 }
 
 TEST(PlannedMatch, FindsAModelOfHundredsOfPointsWithoutTheWrittenRun) {
-  SceneSpec spec;
-  spec.modelPoints = 400;
-  spec.minSpacing = 12.0;
-  spec.modelSide = 500.0;
-  spec.dataSide = 1000.0;
-  spec.anyRotation = false;
-  spec.scaleLo = 0.9;
-  spec.scaleHi = 1.1;
-  spec.clutter = 0.05;
-  spec.missing = 0.05;
-  const Scene s = makeScene(3, spec);
+  SceneRecipe recipe = plannedRecipe();
+  recipe.modelPoints = 400;
+  recipe.minSpacing = 12.0;
+  recipe.modelSide = 500.0;
+  recipe.dataSide = 1000.0;
+  recipe.fullRotation = false;
+  recipe.scaleLo = 0.9;
+  recipe.scaleHi = 1.1;
+  recipe.clutter = 0.05;
+  recipe.missing = 0.05;
+  const Scene s = makeScene(3, recipe);
   const mvPointMatcher m = trained(s.model);
   mvPointMatcherResultSet planned;
   mvPlannedMatchReport report;
@@ -91,8 +105,8 @@ TEST(PlannedMatch, FindsAModelOfHundredsOfPointsWithoutTheWrittenRun) {
 }
 
 TEST(PlannedMatch, AModelThatIsNotThereEndsInTheWrittenRunAndFindsNothing) {
-  const Scene s = makeScene(5, SceneSpec{});
-  SceneSpec other;
+  const Scene s = makeScene(5, plannedRecipe());
+  SceneRecipe other = plannedRecipe();
   other.modelPoints = 20;
   const Scene elsewhere = makeScene(99, other);  // another random model
   const mvPointMatcher m = trained(s.model);
@@ -107,7 +121,7 @@ TEST(PlannedMatch, AModelThatIsNotThereEndsInTheWrittenRunAndFindsNothing) {
 }
 
 TEST(PlannedMatch, AGivenGridSizeRunsTheWrittenRunAsGiven) {
-  const Scene s = makeScene(13, SceneSpec{});
+  const Scene s = makeScene(13, plannedRecipe());
   const mvPointMatcher m = trained(s.model);
   mvPointMatcherRunParams params = s.params;
   params.autoGridSize(false);
@@ -122,7 +136,7 @@ TEST(PlannedMatch, AGivenGridSizeRunsTheWrittenRunAsGiven) {
 }
 
 TEST(PlannedMatch, ACheapSearchIsTheWrittenRun) {
-  const Scene s = makeScene(17, SceneSpec{});
+  const Scene s = makeScene(17, plannedRecipe());
   const mvPointMatcher m = trained(s.model);
   mvPointMatcherRunParams params = s.params;  // narrow everything about the truth
   params.startPose(s.truth);
@@ -139,7 +153,7 @@ TEST(PlannedMatch, ACheapSearchIsTheWrittenRun) {
 }
 
 TEST(PlannedMatch, EmptiesTheResultSetAndRefusesAnUntrainedMatcher) {
-  const Scene s = makeScene(19, SceneSpec{});
+  const Scene s = makeScene(19, plannedRecipe());
   const mvPointMatcher m = trained(s.model);
   mvPointMatcherResultSet results;
   mfPlannedMatch(m, s.data, s.params, results);
@@ -151,7 +165,7 @@ TEST(PlannedMatch, EmptiesTheResultSetAndRefusesAnUntrainedMatcher) {
 }
 
 TEST(PlannedMatch, RefusesNonFiniteDataAsTheWrittenRunDoes) {
-  Scene s = makeScene(23, SceneSpec{});
+  Scene s = makeScene(23, plannedRecipe());
   s.data.push_back(mvVector<2>(std::nan(""), 1.0));
   const mvPointMatcher m = trained(s.model);
   mvPointMatcherResultSet results;
@@ -160,10 +174,10 @@ TEST(PlannedMatch, RefusesNonFiniteDataAsTheWrittenRunDoes) {
 }
 
 TEST(PlannedMatch, EmptyOrSinglePointDataFindsWhatTheWrittenRunFinds) {
-  const Scene s = makeScene(29, SceneSpec{});
+  const Scene s = makeScene(29, plannedRecipe());
   const mvPointMatcher m = trained(s.model);
-  for (const planned_test::Points& data :
-       {planned_test::Points{}, planned_test::Points{mvVector<2>(3.0, 4.0)}}) {
+  for (const search_scenes::Points& data :
+       {search_scenes::Points{}, search_scenes::Points{mvVector<2>(3.0, 4.0)}}) {
     mvPointMatcherRunParams params = s.params;
     params.minCoverage(0.0);
     mvPointMatcherResultSet planned, written;
@@ -180,7 +194,7 @@ TEST(PlannedMatch, APatternTrainedMatcherRunsAsWritten) {
   }
   mvPointMatcher m;
   m.train(image);
-  planned_test::Points data;
+  search_scenes::Points data;
   for (long y = 0; y < 6; ++y) {
     for (long x = 0; x < 6; ++x) {
       if ((x + y) % 2 == 0) data.push_back(mvVector<2>(10.0 * x + 3.0, 10.0 * y + 5.0));
@@ -202,7 +216,7 @@ TEST(PlannedMatch, APatternTrainedMatcherRunsAsWritten) {
 }
 
 TEST(PlannedMatch, UsesTheThreadsAskedForOnTheCallingThread) {
-  const Scene s = makeScene(31, SceneSpec{});
+  const Scene s = makeScene(31, plannedRecipe());
   const mvPointMatcher m = trained(s.model);
   mvPointMatcherResultSet one, three;
   mvPlannedMatchReport r1, r3;
@@ -220,7 +234,7 @@ TEST(PlannedMatch, UsesTheThreadsAskedForOnTheCallingThread) {
 }
 
 TEST(PlannedMatch, AnInterruptionStopsIt) {
-  const Scene s = makeScene(37, SceneSpec{});
+  const Scene s = makeScene(37, plannedRecipe());
   const mvPointMatcher m = trained(s.model);
   mvPointMatcherResultSet results;
   mvAttention::requestInterruption();
@@ -230,7 +244,7 @@ TEST(PlannedMatch, AnInterruptionStopsIt) {
 }
 
 TEST(PlannedMatch, APassedDeadlineStopsIt) {
-  const Scene s = makeScene(41, SceneSpec{});
+  const Scene s = makeScene(41, plannedRecipe());
   const mvPointMatcher m = trained(s.model);
   mvPointMatcherResultSet results;
   const mvAttention::Deadline limit(0.0);

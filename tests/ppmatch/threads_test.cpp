@@ -28,7 +28,7 @@ using ptmatch::detail::VoteMethod;
 using ptmatch::detail::VoteOptions;
 using ptmatch::detail::Voter;
 using search_scenes::Scene;
-using search_scenes::SceneSpec;
+using search_scenes::SceneRecipe;
 
 const long kThreadCounts[] = {2, 3, 8};
 
@@ -70,21 +70,21 @@ mvPointMatcherResultSet runOn(long threads, const mvPointMatcher& matcher, const
 // Small wide cases, fast enough by the hundred: a grid size given near the model's spacing
 // keeps the lattice at a few hundred steps and the window small.
 Scene smallWideCase(int k) {
-  SceneSpec spec = search_scenes::wideSpec(20 + (k * 7) % 41);
-  spec.dataSide = 400.0;
-  spec.modelSide = 150.0;
-  spec.sigma = k % 3 == 0 ? 0.5 : 0.2;
-  spec.clutter = k % 4 == 1 ? 0.25 : 0.0;
-  spec.missing = k % 4 == 2 ? 0.15 : 0.0;
-  spec.weighted = k % 5 == 3;
-  spec.maxResults = k % 2 == 0 ? 1 : 5;
-  spec.minCoverage = k % 3 == 1 ? 0.3 : 0.6;
+  SceneRecipe recipe = search_scenes::wideRecipe(20 + (k * 7) % 41);
+  recipe.dataSide = 400.0;
+  recipe.modelSide = 150.0;
+  recipe.sigma = k % 3 == 0 ? 0.5 : 0.2;
+  recipe.clutter = k % 4 == 1 ? 0.25 : 0.0;
+  recipe.missing = k % 4 == 2 ? 0.15 : 0.0;
+  recipe.weighted = k % 5 == 3;
+  recipe.maxResults = k % 2 == 0 ? 1 : 5;
+  recipe.minCoverage = k % 3 == 1 ? 0.3 : 0.6;
   if (k % 7 == 5) {
-    spec.fullRotation = false;
-    spec.scaleLo = 0.9;
-    spec.scaleHi = 1.1;
+    recipe.fullRotation = false;
+    recipe.scaleLo = 0.9;
+    recipe.scaleHi = 1.1;
   }
-  Scene s = search_scenes::makeScene(spec, 1000u + static_cast<std::uint32_t>(k));
+  Scene s = search_scenes::makeScene(recipe, 1000u + static_cast<std::uint32_t>(k));
   search_test::useGridSize(s.params, 6.0 + k % 3);
   return s;
 }
@@ -104,11 +104,11 @@ TEST(ThreadedRun, ResultsIdenticalForEveryThreadCount) {
 TEST(ThreadedRun, WideCasesAtTheAutomaticSizesAreIdenticalAndFound) {
   long found = 0;
   for (int k = 0; k < 4; ++k) {
-    SceneSpec spec = search_scenes::wideSpec(24 + 8 * k);
-    spec.dataSide = 360.0;
-    spec.modelSide = 120.0;
-    spec.minSpacing = 10.0;
-    const Scene s = search_scenes::makeScene(spec, 77u + static_cast<std::uint32_t>(k));
+    SceneRecipe recipe = search_scenes::wideRecipe(24 + 8 * k);
+    recipe.dataSide = 360.0;
+    recipe.modelSide = 120.0;
+    recipe.minSpacing = 10.0;
+    const Scene s = search_scenes::makeScene(recipe, 77u + static_cast<std::uint32_t>(k));
     const mvPointMatcher matcher = search_scenes::trainedOn(s);
     const mvPointMatcherResultSet one = runOn(1, matcher, s);
     expectSameResults(one, runOn(2, matcher, s), "automatic sizes, case " + std::to_string(k));
@@ -160,16 +160,17 @@ TEST(ThreadedRun, StepBoundLeavesTheSearchUnchanged) {
   unbounded.boundSteps = false;
   const mvThreads::Scope scope(1);
   for (int k = 0; k < 12; ++k) {
-    SceneSpec spec = k < 10 ? search_scenes::wideSpec(20 + 3 * k) : search_scenes::manySpec(60);
+    SceneRecipe recipe =
+        k < 10 ? search_scenes::wideRecipe(20 + 3 * k) : search_scenes::manyRecipe(60);
     if (k < 10) {
-      spec.modelSide = 120.0;
-      spec.minSpacing = 10.0;
-      spec.dataSide = 300.0;
+      recipe.modelSide = 120.0;
+      recipe.minSpacing = 10.0;
+      recipe.dataSide = 300.0;
     }
-    spec.weighted = k % 3 == 1;
-    spec.clutter = k % 4 == 2 ? 0.5 : 0.0;
-    spec.maxResults = k % 2 == 0 ? 1 : 5;
-    const Scene s = search_scenes::makeScene(spec, 500u + static_cast<std::uint32_t>(k));
+    recipe.weighted = k % 3 == 1;
+    recipe.clutter = k % 4 == 2 ? 0.5 : 0.0;
+    recipe.maxResults = k % 2 == 0 ? 1 : 5;
+    const Scene s = search_scenes::makeScene(recipe, 500u + static_cast<std::uint32_t>(k));
     const mv_PointMatcherModel model = vote_test::trainedModel(search_scenes::trainedOn(s));
     const std::vector<vote_test::Candidate> bounded =
         vote_test::searchWith(VoteOptions(), model, s.data, s.params);
@@ -311,12 +312,12 @@ TEST(ThreadedRun, ThreadsOnlyForLatticesWorthThem) {
 TEST(ThreadedRun, SmallLatticeVotesOnTheCallersThreadAlone) {
   // A rotation range narrower than a step and one scale: a single lattice step, which no
   // thread is started for; the result is still the one-thread result.
-  SceneSpec spec = search_scenes::wideSpec(30);
-  spec.fullRotation = false;
-  spec.rotationDegrees = 0.2;
-  spec.scaleLo = 1.0;
-  spec.scaleHi = 1.0;
-  const Scene s = search_scenes::makeScene(spec, 5u);
+  SceneRecipe recipe = search_scenes::wideRecipe(30);
+  recipe.fullRotation = false;
+  recipe.rotationDegrees = 0.2;
+  recipe.scaleLo = 1.0;
+  recipe.scaleHi = 1.0;
+  const Scene s = search_scenes::makeScene(recipe, 5u);
   const mvPointMatcher matcher = search_scenes::trainedOn(s);
   const mvPointMatcherResultSet one = runOn(1, matcher, s);
   ASSERT_EQ(one.results().size(), 1u);

@@ -25,12 +25,12 @@ constexpr double kPromptSeconds = 2.0;
 
 // A wide search of a few milliseconds: any rotation, scale 0.8-1.25, free translation.
 Scene quickWideScene(std::uint32_t seed, long maxResults) {
-  search_scenes::SceneSpec spec = search_scenes::wideSpec(30);
-  spec.modelSide = 150.0;
-  spec.dataSide = 400.0;
-  spec.clutter = 0.25;
-  spec.maxResults = maxResults;
-  Scene s = search_scenes::makeScene(spec, seed);
+  search_scenes::SceneRecipe recipe = search_scenes::wideRecipe(30);
+  recipe.modelSide = 150.0;
+  recipe.dataSide = 400.0;
+  recipe.clutter = 0.25;
+  recipe.maxResults = maxResults;
+  Scene s = search_scenes::makeScene(recipe, seed);
   s.params.autoGridSize(false);
   s.params.gridSize(7.0);
   return s;
@@ -38,9 +38,9 @@ Scene quickWideScene(std::uint32_t seed, long maxResults) {
 
 // A wide search of many seconds: a fine grid over a large data square.
 Scene slowWideScene() {
-  search_scenes::SceneSpec spec = search_scenes::wideSpec(40);
-  spec.dataSide = 1200.0;
-  Scene s = search_scenes::makeScene(spec, 99u);
+  search_scenes::SceneRecipe recipe = search_scenes::wideRecipe(40);
+  recipe.dataSide = 1200.0;
+  Scene s = search_scenes::makeScene(recipe, 99u);
   s.params.autoGridSize(false);
   s.params.gridSize(1.0);
   return s;
