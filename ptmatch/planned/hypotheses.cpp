@@ -9,6 +9,7 @@
 #include <unordered_map>
 
 #include "mvbase/attention.h"
+#include "planned/plan.h"
 
 namespace ptmatch {
 namespace detail {
@@ -304,14 +305,8 @@ long refinePose(const std::vector<mvVector<2>>& model, const std::vector<mvVecto
 }
 
 double meanSpacing(const std::vector<mvVector<2>>& pts) {
-  double minX = pts[0].x(), maxX = minX, minY = pts[0].y(), maxY = minY;
-  for (const mvVector<2>& p : pts) {
-    minX = std::min(minX, p.x());
-    maxX = std::max(maxX, p.x());
-    minY = std::min(minY, p.y());
-    maxY = std::max(maxY, p.y());
-  }
-  const double area = std::max(maxX - minX, 1e-6) * std::max(maxY - minY, 1e-6);
+  const Box b = boxOf(pts);
+  const double area = std::max(b.maxX - b.minX, 1e-6) * std::max(b.maxY - b.minY, 1e-6);
   return std::max(std::sqrt(area / static_cast<double>(pts.size())), 1e-6);
 }
 

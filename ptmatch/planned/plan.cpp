@@ -26,9 +26,7 @@ double squaredDistance(const mvVector<2>& a, const mvVector<2>& b) {
   return d.x() * d.x() + d.y() * d.y();
 }
 
-struct Box {
-  double minX, minY, maxX, maxY;
-};
+}  // namespace
 
 Box boxOf(const std::vector<mvVector<2>>& points) {
   Box b{points[0].x(), points[0].y(), points[0].x(), points[0].y()};
@@ -40,8 +38,6 @@ Box boxOf(const std::vector<mvVector<2>>& points) {
   }
   return b;
 }
-
-}  // namespace
 
 double densityGridSize(const std::vector<mvVector<2>>& dataPoints) {
   if (dataPoints.size() < 2) return 0.0;

@@ -11,6 +11,14 @@ namespace ptmatch {
 namespace detail {
 namespace planned {
 
+/// An axis-aligned bounding box.
+struct Box {
+  double minX, minY, maxX, maxY;
+};
+
+/// The bounding box of points (not empty).
+Box boxOf(const std::vector<mvVector<2>>& points);
+
 /// Model points the coarse passes vote with at most; a larger model votes with a spread
 /// subset of this many.
 constexpr std::size_t kCoarseModelPoints = 200;

@@ -60,20 +60,30 @@ struct Search {
   double captureRange = 0.0;
   mvVector<2> center;
   double radius = 0.0;
+  // The data points that set the written run's grid origin (lowest x and lowest y in the
+  // start-pose frame); every fine pass keeps them, so that it votes on the same cells.
+  std::size_t lowestX = 0;
+  std::size_t lowestY = 0;
   // The matcher the coarse passes vote with: the caller's, or one of a spread subset.
   std::unique_ptr<mvPointMatcher> coarseMatcher;
 };
 
+// What the results of one search have found so far.
+struct Findings {
+  std::vector<mvPointMatcherResult> results;
+  // Fine passes that found a new match: distinct instances of the model. A fine pass may
+  // also report weaker matches beside its best one (a shifted copy of a regular model);
+  // those are kept but do not count, so that asking for two results looks for two
+  // instances.
+  long instances = 0;
+  // The neighbourhoods searched by fine passes, none searched twice.
+  std::vector<planned::Neighbourhood> searched;
+};
+
 void measureModel(Search& s) {
   const std::vector<mvVector<2>>& points = s.matcher.modelPoints();
-  double minX = points[0].x(), maxX = minX, minY = points[0].y(), maxY = minY;
-  for (const mvVector<2>& p : points) {
-    minX = std::min(minX, p.x());
-    maxX = std::max(maxX, p.x());
-    minY = std::min(minY, p.y());
-    maxY = std::max(maxY, p.y());
-  }
-  s.center = mvVector<2>((minX + maxX) / 2.0, (minY + maxY) / 2.0);
+  const planned::Box box = planned::boxOf(points);
+  s.center = mvVector<2>((box.minX + box.maxX) / 2.0, (box.minY + box.maxY) / 2.0);
   for (const mvVector<2>& p : points) {
     const mvVector<2> d = p - s.center;
     s.radius = std::max(s.radius, std::sqrt(d.x() * d.x() + d.y() * d.y()));
@@ -137,19 +147,9 @@ bool withinRotationRange(const mvPointMatcherResult& r, const mvPointMatcherRunP
   return rotations.isWithin(relative.rotation());
 }
 
-// Adds to near (kept in order) the data points that set the written run's grid origin: the
-// lowest x and the lowest y in the start-pose frame. With them the fine pass votes on the
-// written run's own cells.
+// Adds the data points that set the written run's grid origin to near (kept in order).
 void keepGridAnchor(const Search& s, std::vector<std::size_t>& near) {
-  const mvXform<2> startInverse = s.params.startPose().inverse();
-  std::size_t lowX = 0, lowY = 0;
-  double minX = 0.0, minY = 0.0;
-  for (std::size_t j = 0; j < s.data.size(); ++j) {
-    const mvVector<2> p = startInverse * s.data[j];
-    if (j == 0 || p.x() < minX) minX = p.x(), lowX = j;
-    if (j == 0 || p.y() < minY) minY = p.y(), lowY = j;
-  }
-  for (std::size_t j : {lowX, lowY}) {
+  for (std::size_t j : {s.lowestX, s.lowestY}) {
     const auto at = std::lower_bound(near.begin(), near.end(), j);
     if (at == near.end() || *at != j) near.insert(at, j);
   }
@@ -158,8 +158,8 @@ void keepGridAnchor(const Search& s, std::vector<std::size_t>& near) {
 // The fine pass about one coarse match: the written run over a narrow neighbourhood of its
 // pose, on the data near it; its results join found (maps in the caller's data indices,
 // results found before kept).
-void finePass(const Search& s, const mvXform<2>& pose, std::vector<mvPointMatcherResult>& found) {
-  const planned::Neighbourhood n = planned::neighbourhoodOf(pose, s.params.startPose(), s.center);
+void finePass(const Search& s, const mvXform<2>& pose, const planned::Neighbourhood& n,
+              Findings& found) {
   const mvPointMatcherRunParams fine = planned::finePassParams(s.params, n, s.gridSize, s.radius);
   const double margin = kCropCells * s.gridSize + s.captureRange;
   std::vector<std::size_t> near = planned::dataNear(s.data, s.matcher.modelPoints(), pose, margin);
@@ -170,6 +170,7 @@ void finePass(const Search& s, const mvXform<2>& pose, std::vector<mvPointMatche
 
   mvPointMatcherResultSet local;
   s.matcher.run(nearData, fine, local);
+  bool best = true;
   for (const mvPointMatcherResult& r : local.results()) {
     mvPointMatcherResult result = r;
     std::vector<long> map = r.modelToDataMap();
@@ -178,18 +179,19 @@ void finePass(const Search& s, const mvXform<2>& pose, std::vector<mvPointMatche
     }
     ResultWriter::setMap(result, std::move(map));
     if (!withinRotationRange(result, s.params)) continue;
-    const bool known = std::any_of(found.begin(), found.end(), [&](const mvPointMatcherResult& f) {
-      return sameMap(f, result);
-    });
-    if (!known) found.push_back(std::move(result));
+    const bool known =
+        std::any_of(found.results.begin(), found.results.end(),
+                    [&](const mvPointMatcherResult& f) { return sameMap(f, result); });
+    if (known) continue;
+    found.results.push_back(std::move(result));
+    if (best) ++found.instances;
+    best = false;
   }
 }
 
-// True when pose lies within the neighbourhood a fine pass about done searched.
-bool alreadySearched(const Search& s, const mvXform<2>& pose, const std::vector<mvXform<2>>& done) {
-  const planned::Neighbourhood n = planned::neighbourhoodOf(pose, s.params.startPose(), s.center);
-  for (const mvXform<2>& d : done) {
-    const planned::Neighbourhood m = planned::neighbourhoodOf(d, s.params.startPose(), s.center);
+// True when n lies within a neighbourhood already searched.
+bool alreadySearched(const Search& s, const planned::Neighbourhood& n, const Findings& found) {
+  for (const planned::Neighbourhood& m : found.searched) {
     const mvVector<2> shift = n.offset - m.offset;
     double turn = std::fabs(n.rotation - m.rotation);
     turn = std::min(turn, 360.0 - turn);
@@ -202,58 +204,67 @@ bool alreadySearched(const Search& s, const mvXform<2>& pose, const std::vector<
   return false;
 }
 
+// A fine pass about pose, unless its neighbourhood was searched already.
+void searchAbout(const Search& s, const mvXform<2>& pose, Findings& found,
+                 mvPlannedMatchReport& report) {
+  const planned::Neighbourhood n = planned::neighbourhoodOf(pose, s.params.startPose(), s.center);
+  if (alreadySearched(s, n, found)) return;
+  found.searched.push_back(n);
+  finePass(s, pose, n, found);
+  ++report.finePasses;
+}
+
+// Fine passes a plan may spend: a few per result asked for.
+long finePassesPerPlan(const Search& s) {
+  return s.params.maxNumResults() * kFinePassesPerResult + kExtraFinePasses;
+}
+
 // One plan: the coarse pass on gridSize and the fine passes about its best matches.
-void planPass(Search& s, double gridSize, std::vector<mvPointMatcherResult>& found,
-              mvPlannedMatchReport& report) {
+void planPass(Search& s, double gridSize, Findings& found, mvPlannedMatchReport& report) {
   report.coarseGridSizes.push_back(gridSize);
   const std::vector<mvPointMatcherResult> coarse = coarsePass(s, gridSize, report);
-  const long passes = s.params.maxNumResults() * kFinePassesPerResult + kExtraFinePasses;
-  std::vector<mvXform<2>> searched;
+  const long passes = report.finePasses + finePassesPerPlan(s);
   for (const mvPointMatcherResult& c : coarse) {
-    if (static_cast<long>(searched.size()) >= passes) break;
-    if (alreadySearched(s, c.modelToDataXform(), searched)) continue;
-    searched.push_back(c.modelToDataXform());
-    finePass(s, c.modelToDataXform(), found);
-    ++report.finePasses;
+    if (report.finePasses >= passes) break;
+    searchAbout(s, c.modelToDataXform(), found, report);
   }
 }
 
 // The shape pass: fine passes about the poses that local point shapes agree on.
-void shapePass(Search& s, std::vector<mvPointMatcherResult>& found, mvPlannedMatchReport& report) {
-  const long passes = s.params.maxNumResults() * kFinePassesPerResult + kExtraFinePasses;
-  const std::vector<planned::PoseHypothesis> hypotheses = planned::shapeHypotheses(
-      s.matcher.modelPoints(), s.data, s.params, s.captureRange, static_cast<std::size_t>(passes));
+void shapePass(Search& s, Findings& found, mvPlannedMatchReport& report) {
+  const std::vector<planned::PoseHypothesis> hypotheses =
+      planned::shapeHypotheses(s.matcher.modelPoints(), s.data, s.params, s.captureRange,
+                               static_cast<std::size_t>(finePassesPerPlan(s)));
   // A hypothesis bringing fewer model points near data than this cannot reach the coverage.
   const double leastSupport = kShapeSupportShare * s.params.minCoverage() *
                               static_cast<double>(s.matcher.modelPoints().size());
-  std::vector<mvXform<2>> searched;
   for (const planned::PoseHypothesis& h : hypotheses) {
-    if (static_cast<double>(h.support) < leastSupport) continue;
-    if (alreadySearched(s, h.pose, searched)) continue;
-    searched.push_back(h.pose);
-    finePass(s, h.pose, found);
-    ++report.finePasses;
+    if (static_cast<double>(h.support) >= leastSupport) searchAbout(s, h.pose, found, report);
   }
-}
-
-long countReaching(const std::vector<mvPointMatcherResult>& found, double minCoverage) {
-  return static_cast<long>(std::count_if(
-      found.begin(), found.end(), [&](const auto& r) { return r.coverage() >= minCoverage; }));
 }
 
 // The coarse grid sizes to try, coarsest first; empty when the written run should run at
 // once.
-std::vector<double> planLadder(const Search& s) {
-  std::vector<mvVector<2>> mapped;
-  mapped.reserve(s.data.size());
-  const mvXform<2> startInverse = s.params.startPose().inverse();
-  for (const mvVector<2>& p : s.data) mapped.push_back(startInverse * p);
+std::vector<double> planLadder(const Search& s, const std::vector<mvVector<2>>& mapped) {
   std::vector<double> ladder;
   const double first = std::max(planned::densityGridSize(mapped), kModelSpacings * s.gridSize);
   for (double g = first; g >= kFinestCoarseFactor * s.gridSize; g /= 2.0) {
     ladder.push_back(g);
   }
   return ladder;
+}
+
+// The data in the start-pose frame, and the points that set the written run's grid origin.
+std::vector<mvVector<2>> mapToStartFrame(Search& s) {
+  std::vector<mvVector<2>> mapped;
+  mapped.reserve(s.data.size());
+  const mvXform<2> startInverse = s.params.startPose().inverse();
+  for (const mvVector<2>& p : s.data) mapped.push_back(startInverse * p);
+  for (std::size_t j = 1; j < mapped.size(); ++j) {
+    if (mapped[j].x() < mapped[s.lowestX].x()) s.lowestX = j;
+    if (mapped[j].y() < mapped[s.lowestY].y()) s.lowestY = j;
+  }
+  return mapped;
 }
 
 void writtenRun(const Search& s, mvPointMatcherResultSet& resultSet, mvPlannedMatchReport& report) {
@@ -283,20 +294,20 @@ void mfPlannedMatch(const mvPointMatcher& matcher, const std::vector<mvVector<2>
     s.gridSize = cost.gridSize;
     s.captureRange = params.autoCaptureRange() ? cost.gridSize : params.captureRange();
     measureModel(s);
-    ladder = planLadder(s);
+    ladder = planLadder(s, mapToStartFrame(s));
   }
 
-  std::vector<mvPointMatcherResult> found;
+  Findings found;
   if (!ladder.empty() && s.matcher.modelPoints().size() >= kShapeLeastPoints) {
     shapePass(s, found, report);
   }
   for (double g : ladder) {
-    if (countReaching(found, params.minCoverage()) >= params.maxNumResults()) break;
+    if (found.instances >= params.maxNumResults()) break;
     planPass(s, g, found, report);
   }
-  if (!ladder.empty() && countReaching(found, params.minCoverage()) >= params.maxNumResults()) {
-    ptmatch::detail::orderAndTruncate(found, params.maxNumResults());
-    ResultWriter::results(resultSet) = std::move(found);
+  if (!ladder.empty() && found.instances >= params.maxNumResults()) {
+    ptmatch::detail::orderAndTruncate(found.results, params.maxNumResults());
+    ResultWriter::results(resultSet) = std::move(found.results);
   } else {
     writtenRun(s, resultSet, report);
   }
